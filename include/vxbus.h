@@ -1,0 +1,653 @@
+// vxbus: a small brokerless message bus between the processes of one installation.
+//
+// This header is the whole exported interface: functions, records, callback
+// types and the two classes. Functions with plain names have C linkage; the
+// two registration functions that take arrays, the stream printer and the
+// classes have C++ linkage.
+#ifndef VXBUS_H_
+#define VXBUS_H_
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <iosfwd>
+
+#if defined(_WIN32)
+#if defined(VXBUS_BUILDING)
+#define VXBUS_API __declspec(dllexport)
+#else
+#define VXBUS_API __declspec(dllimport)
+#endif
+#else
+#define VXBUS_API __attribute__((visibility("default")))
+#endif
+
+// ---------------------------------------------------------------------------
+// Return codes and parameter types
+// ---------------------------------------------------------------------------
+
+// -2 and -6 are not assigned.
+enum _tag_VX_ERROR : std::int32_t {
+  VX_SUCCESS = 0,
+  VX_ERROR_FAILED = -1,
+  VX_ERROR_NO_SLOT = -3,
+  VX_ERROR_NO_SIGNAL = -4,
+  VX_ERROR_NO_APPLICATION = -5,
+  VX_ERROR_NAME_IN_USE = -7,
+};
+typedef _tag_VX_ERROR VX_ERROR;
+
+enum _tag_PARAM_TYPES : int {
+  PT_UNKNOWN = 0,
+  PT_STRING = 1,
+  PT_INT32 = 2,
+  PT_INT64 = 3,
+  PT_PARAMHANDLE = 4,
+  PT_BINARY = 5,
+  PT_ARRAY = 0x80,
+};
+typedef _tag_PARAM_TYPES PARAM_TYPES;
+
+// The built-in slots through which peers subscribe to signals.
+enum : std::uint32_t {
+  VX_SLOT_CONNECT_SIGNAL = 0xFFFFFFFFu,     // -1
+  VX_SLOT_DISCONNECT_SIGNAL = 0xFFFFFFFEu,  // -2
+};
+
+// ---------------------------------------------------------------------------
+// List handles
+// ---------------------------------------------------------------------------
+
+// A handle is the address of the list object itself, passed by value.
+typedef struct _tag_HVXPARAMLIST {
+  void* value;
+} HVXPARAMLIST;
+
+inline bool operator==(HVXPARAMLIST a, HVXPARAMLIST b) {
+  return a.value == b.value;
+}
+inline bool operator!=(HVXPARAMLIST a, HVXPARAMLIST b) {
+  return a.value != b.value;
+}
+
+extern "C" VXBUS_API const HVXPARAMLIST VX_INVALID_PARAMLIST;
+
+// Thrown by walks over a damaged list image. Both carry no data.
+struct VXBUS_API NoDataExeption {};
+
+// ---------------------------------------------------------------------------
+// Records that cross the boundary by layout
+// ---------------------------------------------------------------------------
+
+// A binary value as it lies in a list: the length word, then the bytes.
+struct _tag_BINARYVALUE {
+  std::uint32_t length;
+  unsigned char data[4];
+};
+typedef _tag_BINARYVALUE BINARYVALUE;
+
+#pragma pack(push, 1)
+// A binary value handed in by a caller.
+struct _tag_BINARYITEM {
+  std::uint32_t length;
+  const void* data;
+};
+struct _tag_VXDWORDARRAY {
+  std::uint32_t count;
+  const std::uint32_t* data;
+};
+struct _tag_VXQWORDARRAY {
+  std::uint32_t count;
+  const std::uint64_t* data;
+};
+#pragma pack(pop)
+typedef _tag_BINARYITEM BINARYITEM;
+typedef _tag_VXDWORDARRAY VXDWORDARRAY;
+typedef _tag_VXQWORDARRAY VXQWORDARRAY;
+
+extern "C" VXBUS_API HVXPARAMLIST VXGetHandleById(HVXPARAMLIST list, std::uint32_t id);
+
+namespace vxbus_detail {
+// The record accessors accept a null object. The compiler may assume that
+// `this` is never null, so the address is passed through a barrier that it
+// cannot see into before it is tested.
+inline bool IsNullObject(const void* p) {
+#if defined(__GNUC__)
+  __asm__("" : "+r"(p));
+#endif
+  return p == nullptr;
+}
+inline std::uint32_t LoadU32(const unsigned char* p) {
+  std::uint32_t v;
+  std::memcpy(&v, p, sizeof v);
+  return v;
+}
+inline std::size_t Round4(std::size_t n) {
+  return (n + 3) & ~static_cast<std::size_t>(3);
+}
+}  // namespace vxbus_detail
+
+// The value part of a parameter record: the type byte and what follows it.
+// Pointers to it point into a list's image and die with the list's next change.
+struct _tag_VXPARAMVALUE {
+  unsigned char type;
+
+  // Thrown by GetSize for a type byte that no stored value can have.
+  struct VXBUS_API DataDamaged {};
+
+  const unsigned char* Bytes() const { return &type; }
+  std::uint32_t Count() const { return vxbus_detail::LoadU32(Bytes() + 1); }
+
+  int GetType() const { return vxbus_detail::IsNullObject(this) ? 0 : type; }
+  int IsArray() const { return GetType() & PT_ARRAY ? 1 : 0; }
+  std::uint32_t GetArraySize() const { return IsArray() ? Count() : 0; }
+  int GetArrayType() const { return IsArray() ? (type & ~PT_ARRAY) : 0; }
+
+  // Bytes from the type byte to the end of the value.
+  std::uint32_t GetSize() const {
+    using vxbus_detail::LoadU32;
+    using vxbus_detail::Round4;
+    if (vxbus_detail::IsNullObject(this)) return 0;
+    const unsigned char* t = Bytes();
+    switch (type) {
+      case PT_STRING:
+        return static_cast<std::uint32_t>(
+            1 + Round4(std::strlen(reinterpret_cast<const char*>(t + 1)) + 1));
+      case PT_INT32:
+      case PT_PARAMHANDLE:
+        return 5;
+      case PT_INT64:
+        return 9;
+      case PT_BINARY:
+        return static_cast<std::uint32_t>(5 + Round4(LoadU32(t + 1)));
+      case PT_ARRAY | PT_STRING: {
+        std::uint32_t c = Count();
+        if (c == 0) return 5;
+        std::uint32_t last = LoadU32(t + 5 + 4 * (c - 1));
+        const char* s = reinterpret_cast<const char*>(t + 5 + 4 * c + last);
+        return static_cast<std::uint32_t>(5 + 4 * c + last + Round4(std::strlen(s) + 1));
+      }
+      case PT_ARRAY | PT_INT32:
+      case PT_ARRAY | PT_PARAMHANDLE:
+        return 5 + 4 * Count();
+      case PT_ARRAY | PT_INT64:
+        return 5 + 8 * Count();
+      case PT_ARRAY | PT_BINARY: {
+        std::uint32_t c = Count();
+        if (c == 0) return 5;
+        std::uint32_t last = LoadU32(t + 5 + 4 * (c - 1));
+        std::uint32_t n = LoadU32(t + 5 + 4 * c + last);
+        return static_cast<std::uint32_t>(5 + 4 * c + last + 4 + Round4(n));
+      }
+      default:
+        throw DataDamaged();
+    }
+  }
+
+  // Element `index` of a string or binary array, whichever it is.
+  const unsigned char* GetItem(std::uint32_t index) const {
+    if (vxbus_detail::IsNullObject(this) || index >= Count()) return nullptr;
+    std::uint32_t c = Count();
+    return Bytes() + 5 + 4 * c + vxbus_detail::LoadU32(Bytes() + 5 + 4 * index);
+  }
+  const char* GetString(std::uint32_t index) const {
+    if (GetType() != (PT_ARRAY | PT_STRING)) return nullptr;
+    return reinterpret_cast<const char*>(GetItem(index));
+  }
+  const _tag_BINARYVALUE* GetBinary(std::uint32_t index) const {
+    if (GetType() != (PT_ARRAY | PT_BINARY)) return nullptr;
+    return reinterpret_cast<const _tag_BINARYVALUE*>(GetItem(index));
+  }
+  std::uint32_t GetInt32(std::uint32_t index) const {
+    if (GetType() != (PT_ARRAY | PT_INT32) || index >= Count()) return 0;
+    return vxbus_detail::LoadU32(Bytes() + 5 + 4 * index);
+  }
+  // Reads the 32-bit word at 4 * index of a 64-bit array, zero-extended: index
+  // 1 is the high half of element 0. Applications rely on this as it stands.
+  std::uint64_t GetInt64(std::uint32_t index) const {
+    if (GetType() != (PT_ARRAY | PT_INT64) || index >= Count()) return 0;
+    return vxbus_detail::LoadU32(Bytes() + 5 + 4 * index);
+  }
+  // A handle array element resolved in `list`, with no reference added.
+  HVXPARAMLIST GetHandle(HVXPARAMLIST list, std::uint32_t index) const {
+    HVXPARAMLIST none = {nullptr};
+    if (GetType() != (PT_ARRAY | PT_PARAMHANDLE) || index >= Count()) return none;
+    if (list.value == nullptr) return none;
+    return VXGetHandleById(list, vxbus_detail::LoadU32(Bytes() + 5 + 4 * index));
+  }
+};
+typedef _tag_VXPARAMVALUE VXPARAMVALUE;
+
+// One parameter record: offset byte, name, zero padding, then the value.
+struct _tag_VXPARAMINFO {
+  unsigned char valueOffset;
+  char name[3];  // the name runs on; the padding terminates it
+
+  const _tag_VXPARAMVALUE* GetValue() const {
+    if (vxbus_detail::IsNullObject(this)) return nullptr;
+    return reinterpret_cast<const _tag_VXPARAMVALUE*>(&valueOffset + valueOffset);
+  }
+  const char* GetName() const { return vxbus_detail::IsNullObject(this) ? nullptr : name; }
+  std::uint32_t GetSize() const {
+    if (vxbus_detail::IsNullObject(this)) return 0;
+    return valueOffset + GetValue()->GetSize();
+  }
+  int GetType() const { return GetValue()->GetType(); }
+  int IsArray() const { return GetValue()->IsArray(); }
+  std::uint32_t GetArraySize() const { return GetValue()->GetArraySize(); }
+  int GetArrayType() const { return GetValue()->GetArrayType(); }
+  const char* GetString(std::uint32_t i) const { return GetValue()->GetString(i); }
+  const _tag_BINARYVALUE* GetBinary(std::uint32_t i) const { return GetValue()->GetBinary(i); }
+  std::uint32_t GetInt32(std::uint32_t i) const { return GetValue()->GetInt32(i); }
+  std::uint64_t GetInt64(std::uint32_t i) const { return GetValue()->GetInt64(i); }
+  HVXPARAMLIST GetHandle(HVXPARAMLIST list, std::uint32_t i) const {
+    return GetValue()->GetHandle(list, i);
+  }
+};
+typedef _tag_VXPARAMINFO VXPARAMINFO;
+
+// The limits record. A caller's record whose `size` differs from the default
+// is ignored whole; zero words keep the default.
+struct VXLimits {
+  std::uint32_t size;
+  struct Values {
+    std::uint32_t MAX_CONNECTIONS;
+    std::uint32_t RESERVED_A;
+    std::uint32_t MAX_READ_SIZE;
+    std::uint32_t RESERVED_B;
+    std::uint32_t RESERVED_C;
+    std::uint32_t RESERVED_D;
+    std::uint32_t RESERVED_E;
+    std::int32_t IO_TIMEOUT_MS;
+    unsigned char authBlock[256];
+  } limits;
+};
+
+// Process-wide counters, for leak hunts.
+struct VXObjectCounters {
+  std::uint32_t applications;  // live sessions
+  std::uint32_t messages;      // live messages
+  std::uint32_t pendingCalls;  // size of the pending-call table touched last
+  std::uint32_t unused4;
+  std::uint32_t unused5;
+  std::uint32_t paramLists;    // live parameter lists
+  std::uint32_t sendCalls;     // transport send calls
+  std::uint32_t receiveCalls;  // transport receive calls
+  std::uint64_t unused9;
+  std::uint64_t unused10;
+};
+
+// ---------------------------------------------------------------------------
+// Callbacks
+// ---------------------------------------------------------------------------
+
+struct VXSlotContext {
+  const char* senderName;  // appID of the caller; empty once its session is gone
+  void* userData;
+};
+
+typedef _tag_VX_ERROR (*VXSlotFunction)(HVXPARAMLIST input, HVXPARAMLIST output,
+                                        VXSlotContext* context);
+typedef _tag_VX_ERROR (*VXNotifyCallback)(const char* application, std::uint32_t slot,
+                                          HVXPARAMLIST input, HVXPARAMLIST output, void* userData);
+typedef void (*VXLogSink)(std::uint32_t level, std::uint32_t reserved, const char* text);
+typedef void (*VXConnectListener)(const char* localAddress, const char* remoteAddress,
+                                  const char* appId, const char* host, std::int32_t port,
+                                  const char* appName);
+typedef void (*VXDisconnectListener)(const char* appId, const char* host, std::int32_t port,
+                                     const char* appName);
+typedef void (*VXAuthFailedListener)(const char* localAddress, const char* remoteAddress,
+                                     const char* appId);
+typedef void (*VXUnknownConnectListener)(const char* localAddress, const char* remoteAddress);
+
+#pragma pack(push, 1)
+struct _tag_SLOT_DESCRIPTION {
+  std::uint32_t slotId;
+  VXSlotFunction slotFunction;
+  void* userData;
+};
+#pragma pack(pop)
+typedef _tag_SLOT_DESCRIPTION SLOT_DESCRIPTION;
+
+struct _tag_SIGNAL_DESCRIPTION {
+  const char* signalName;
+};
+typedef _tag_SIGNAL_DESCRIPTION SIGNAL_DESCRIPTION;
+
+static_assert(sizeof(HVXPARAMLIST) == sizeof(void*), "a handle is one pointer");
+static_assert(sizeof(_tag_BINARYITEM) == 12 && offsetof(_tag_BINARYITEM, data) == 4, "packed");
+static_assert(sizeof(_tag_VXDWORDARRAY) == 12 && offsetof(_tag_VXDWORDARRAY, data) == 4, "packed");
+static_assert(sizeof(_tag_VXQWORDARRAY) == 12 && offsetof(_tag_VXQWORDARRAY, data) == 4, "packed");
+static_assert(offsetof(_tag_BINARYVALUE, data) == 4, "length word, then bytes");
+static_assert(offsetof(_tag_VXPARAMINFO, name) == 1, "offset byte, then name");
+static_assert(sizeof(VXLimits) == 292, "nine words and the 256-byte block");
+static_assert(offsetof(VXLimits, limits.MAX_CONNECTIONS) == 4 &&
+                  offsetof(VXLimits, limits.MAX_READ_SIZE) == 12 &&
+                  offsetof(VXLimits, limits.IO_TIMEOUT_MS) == 32 &&
+                  offsetof(VXLimits, limits.authBlock) == 36,
+              "limits layout");
+static_assert(sizeof(VXObjectCounters) == 48 && offsetof(VXObjectCounters, paramLists) == 20 &&
+                  offsetof(VXObjectCounters, unused9) == 32,
+              "counters layout");
+static_assert(sizeof(_tag_SLOT_DESCRIPTION) == 4 + 2 * sizeof(void*) &&
+                  offsetof(_tag_SLOT_DESCRIPTION, slotFunction) == 4,
+              "slot records are packed");
+
+// ---------------------------------------------------------------------------
+// Functions with C linkage
+// ---------------------------------------------------------------------------
+extern "C" {
+
+// Lifecycle
+VXBUS_API _tag_VX_ERROR VXInitialize(const char* appName, std::int32_t port,
+                                     const VXLimits* limits);
+VXBUS_API _tag_VX_ERROR VXInitializeEx(const char* bindAddress, const char* appName,
+                                       std::int32_t port, const VXLimits* limits);
+VXBUS_API _tag_VX_ERROR VXInitializeWithPipeChannel(const char* pipeName, const char* bindAddress,
+                                                    const char* appName, std::int32_t port,
+                                                    const VXLimits* limits);
+VXBUS_API _tag_VX_ERROR VXStartListeners(const char* pipeName, const char* bindAddress,
+                                         std::uint16_t port);
+VXBUS_API _tag_VX_ERROR VXShutdown(void);
+VXBUS_API _tag_VX_ERROR VXConnectionReady(void);
+VXBUS_API _tag_VX_ERROR VXSetAuthenticationInfo(const void* data, std::int32_t length);
+
+// Connections and listeners
+VXBUS_API _tag_VX_ERROR VXConnect(const char* host, std::int32_t port, char* appIdBuffer,
+                                  std::uint32_t appIdBufferSize, const unsigned char* secret,
+                                  std::int32_t secretLength);
+VXBUS_API _tag_VX_ERROR VXConnectEx(const char* pipeName, const char* host, std::int32_t port,
+                                    char* appIdBuffer, std::uint32_t appIdBufferSize,
+                                    const unsigned char* secret, std::int32_t secretLength);
+VXBUS_API _tag_VX_ERROR VXDisconnect(const char* applicationName);
+VXBUS_API _tag_VX_ERROR VXSetConnectListener(VXConnectListener listener);
+VXBUS_API _tag_VX_ERROR VXSetDisconnectListener(VXDisconnectListener listener);
+VXBUS_API _tag_VX_ERROR VXSetAuthFailedListener(VXAuthFailedListener listener);
+VXBUS_API _tag_VX_ERROR VXSetUnknownConnectListener(VXUnknownConnectListener listener);
+
+// Calls, notifications, slots and signals
+VXBUS_API HVXPARAMLIST VXCall(const char* applicationName, std::uint32_t slotId, HVXPARAMLIST list);
+VXBUS_API _tag_VX_ERROR VXNotify(const char* applicationName, std::uint32_t slotId,
+                                 HVXPARAMLIST list, VXNotifyCallback callback, void* userData);
+VXBUS_API HVXPARAMLIST VXCallWithFlow(std::uint32_t flowId, const char* applicationName,
+                                      std::uint32_t slotId, HVXPARAMLIST list);
+VXBUS_API _tag_VX_ERROR VXNotifyWithFlow(std::uint32_t flowId, const char* applicationName,
+                                         std::uint32_t slotId, HVXPARAMLIST list,
+                                         VXNotifyCallback callback, void* userData);
+VXBUS_API _tag_VX_ERROR VXRegisterSlot(std::uint32_t slotId, VXSlotFunction slotFunction,
+                                       void* userData);
+VXBUS_API _tag_VX_ERROR VXUnregisterSlot(std::uint32_t slotId);
+VXBUS_API _tag_VX_ERROR VXRegisterSignal(const char* signalName);
+VXBUS_API _tag_VX_ERROR VXUnregisterSignal(const char* signalName);
+VXBUS_API _tag_VX_ERROR VXConnectSignal(const char* applicationName, const char* signalName,
+                                        std::uint32_t slotId);
+VXBUS_API _tag_VX_ERROR VXDisconnectSignal(const char* applicationName, const char* signalName,
+                                           std::uint32_t slotId);
+VXBUS_API _tag_VX_ERROR VXEmit(const char* signalName, HVXPARAMLIST list, VXNotifyCallback callback,
+                               void* userData);
+VXBUS_API _tag_VX_ERROR VXEmitWithFlow(std::uint32_t flowId, const char* signalName,
+                                       HVXPARAMLIST list, VXNotifyCallback callback,
+                                       void* userData);
+
+// Lists as a whole
+VXBUS_API HVXPARAMLIST VXCreateParamList(void);
+VXBUS_API HVXPARAMLIST VXReferenceHandle(HVXPARAMLIST list);
+VXBUS_API std::int32_t VXCloseHandle(HVXPARAMLIST list);
+VXBUS_API HVXPARAMLIST VXCloneHandle(HVXPARAMLIST list);
+VXBUS_API std::int32_t VXCopyHandle(HVXPARAMLIST source, HVXPARAMLIST destination);
+VXBUS_API std::uint32_t VXGetHandleSize(HVXPARAMLIST list);
+VXBUS_API std::uint32_t VXGetParamCount(HVXPARAMLIST list);
+
+// Getters
+VXBUS_API const char* VXGetStringValue(HVXPARAMLIST list, const char* name);
+VXBUS_API std::uint32_t VXGetInt32Value(HVXPARAMLIST list, const char* name);
+VXBUS_API std::uint64_t VXGetInt64Value(HVXPARAMLIST list, const char* name);
+VXBUS_API const _tag_BINARYVALUE* VXGetBinaryValue(HVXPARAMLIST list, const char* name);
+VXBUS_API HVXPARAMLIST VXGetHandleValue(HVXPARAMLIST list, const char* name);
+VXBUS_API _tag_VXDWORDARRAY VXGetInt32Array(HVXPARAMLIST list, const char* name);
+VXBUS_API _tag_VXQWORDARRAY VXGetInt64Array(HVXPARAMLIST list, const char* name);
+VXBUS_API _tag_VXDWORDARRAY VXGetHandleArray(HVXPARAMLIST list, const char* name);
+VXBUS_API std::uint32_t VXGetStringArray(HVXPARAMLIST list, const char* name, const char** out,
+                                         std::uint32_t maxItems, std::uint32_t start);
+VXBUS_API std::uint32_t VXGetBinaryArray(HVXPARAMLIST list, const char* name,
+                                         const _tag_BINARYVALUE** out, std::uint32_t maxItems,
+                                         std::uint32_t start);
+
+// Setters
+VXBUS_API _tag_VX_ERROR VXSetStringValue(HVXPARAMLIST list, const char* name, const char* value);
+VXBUS_API _tag_VX_ERROR VXSetInt32Value(HVXPARAMLIST list, const char* name, std::uint32_t value);
+VXBUS_API _tag_VX_ERROR VXSetInt64Value(HVXPARAMLIST list, const char* name, std::uint64_t value);
+VXBUS_API _tag_VX_ERROR VXSetBinaryValue(HVXPARAMLIST list, const char* name, const void* data,
+                                         std::uint32_t length);
+VXBUS_API _tag_VX_ERROR VXSetBinaryItem(HVXPARAMLIST list, const char* name,
+                                        const _tag_BINARYITEM* item);
+VXBUS_API _tag_VX_ERROR VXSetHandleValue(HVXPARAMLIST list, const char* name, HVXPARAMLIST value);
+VXBUS_API _tag_VX_ERROR VXSetStringArray(HVXPARAMLIST list, const char* name, std::uint32_t count,
+                                         const char* const* values);
+VXBUS_API _tag_VX_ERROR VXSetInt32Array(HVXPARAMLIST list, const char* name, std::uint32_t count,
+                                        const std::uint32_t* values);
+VXBUS_API _tag_VX_ERROR VXSetInt64Array(HVXPARAMLIST list, const char* name, std::uint32_t count,
+                                        const std::uint64_t* values);
+VXBUS_API _tag_VX_ERROR VXSetBinaryArray(HVXPARAMLIST list, const char* name, std::uint32_t count,
+                                         const void* const* data, const std::uint32_t* lengths);
+VXBUS_API _tag_VX_ERROR VXSetBinaryItemArray(HVXPARAMLIST list, const char* name,
+                                             std::uint32_t count, const _tag_BINARYITEM* items);
+VXBUS_API _tag_VX_ERROR VXSetHandleArray(HVXPARAMLIST list, const char* name, std::uint32_t count,
+                                         const HVXPARAMLIST* values);
+
+// Walking and removing
+VXBUS_API const _tag_VXPARAMINFO* VXGetFirstParam(HVXPARAMLIST list);
+VXBUS_API const _tag_VXPARAMINFO* VXGetNextParam(HVXPARAMLIST list, const _tag_VXPARAMINFO* info);
+VXBUS_API const _tag_VXPARAMINFO* VXParamInfo(HVXPARAMLIST list, const char* name);
+// Gives the second record whatever the index; kept as it always was.
+VXBUS_API const _tag_VXPARAMINFO* VXParamByIndex(HVXPARAMLIST list, std::uint32_t index);
+VXBUS_API const _tag_VXPARAMINFO* VXRemoveParamByInfo(HVXPARAMLIST list,
+                                                      const _tag_VXPARAMINFO* info);
+VXBUS_API _tag_VX_ERROR VXRemoveValue(HVXPARAMLIST list, const char* name);
+VXBUS_API _tag_VX_ERROR VXRemoveAllValues(HVXPARAMLIST list);
+
+// Printing
+VXBUS_API void PrintHandleInfo(HVXPARAMLIST list, bool printTypes);
+VXBUS_API void PrintHandleInfoToBuffer(HVXPARAMLIST list, bool printTypes, char* destination,
+                                       std::uint32_t size);
+
+// Memory and diagnostics
+VXBUS_API void* VXAllocate(std::uint64_t size);
+VXBUS_API void* VXRealloc(void* pointer, std::uint64_t size);
+VXBUS_API void VXFree(void* pointer);
+VXBUS_API void VXSetLogLevel(std::uint32_t mask, std::int32_t threshold, VXLogSink sink);
+VXBUS_API void VXHandleUsageLog(void);
+VXBUS_API VXObjectCounters DEBUG_VXObjectCount(void);
+
+}  // extern "C"
+
+// ---------------------------------------------------------------------------
+// Functions with C++ linkage
+// ---------------------------------------------------------------------------
+VXBUS_API _tag_VX_ERROR VXRegisterSlots(const _tag_SLOT_DESCRIPTION* slots, int count);
+VXBUS_API _tag_VX_ERROR VXRegisterSignals(const _tag_SIGNAL_DESCRIPTION* signals, int count);
+VXBUS_API void PrintHandleInfoRecurse(std::ostream& out, _tag_HVXPARAMLIST list, bool printTypes,
+                                      std::int32_t depth);
+
+// ---------------------------------------------------------------------------
+// Reference counting
+// ---------------------------------------------------------------------------
+namespace MTObjects {
+
+template <class T>
+class MTReferencedPtr;
+struct ReferenceAccess;
+
+// Base of every reference counted object. The count starts at 0: a creator
+// owns nothing until it has added the first reference.
+class VXBUS_API MTReferencedTypeBase {
+ public:
+  struct RefCounter {
+    RefCounter() : value(0) {}
+    std::atomic<std::int32_t> value;
+  };
+
+ protected:
+  MTReferencedTypeBase();
+  virtual ~MTReferencedTypeBase();
+  virtual bool IsObjectValid() const = 0;
+
+  void AddRef();
+  void Release();
+  bool IsValid();
+  bool IsValid() const;
+
+ private:
+  template <class T>
+  friend class MTReferencedPtr;
+  friend struct ReferenceAccess;
+
+  RefCounter refCounter_;
+};
+
+}  // namespace MTObjects
+
+// ---------------------------------------------------------------------------
+// Classes
+// ---------------------------------------------------------------------------
+namespace VX {
+
+// Owns one reference to a list and closes it on destruction.
+class VXBUS_API ParamListHolder {
+ public:
+  struct param_iterator {
+    const ParamListHolder* holder;
+    const _tag_VXPARAMINFO* info;
+
+    param_iterator(const ParamListHolder* h, const _tag_VXPARAMINFO* i) : holder(h), info(i) {}
+    explicit param_iterator(const ParamListHolder* h) : holder(h), info(h->GetFirst()) {}
+
+    explicit operator bool() const { return info != nullptr; }
+    const _tag_VXPARAMINFO* operator*() const { return info; }
+    const _tag_VXPARAMINFO* operator->() const { return info; }
+    param_iterator& operator++() {
+      info = holder->GetNext(info);
+      return *this;
+    }
+    bool operator==(const param_iterator& other) const { return info == other.info; }
+    bool operator!=(const param_iterator& other) const { return info != other.info; }
+  };
+
+  static ParamListHolder FromHandle(_tag_HVXPARAMLIST handle);
+  static ParamListHolder FromRefHandle(_tag_HVXPARAMLIST handle);
+
+  ParamListHolder();
+  ParamListHolder(const ParamListHolder& other);
+  ParamListHolder(ParamListHolder&& other);
+  ~ParamListHolder();
+  void operator=(const ParamListHolder& other);
+  void operator=(ParamListHolder&& other);
+  void swap(ParamListHolder& other);
+  static void swap(ParamListHolder& a, ParamListHolder& b);
+  bool operator!() const;
+
+  static void* operator new(std::size_t size);
+  static void operator delete(void* pointer);
+
+  _tag_HVXPARAMLIST GetHandle() const { return handle_; }
+
+  bool NewList();
+  bool ClearList();
+  ParamListHolder Clone() const;
+  bool CopyDataTo(ParamListHolder& other);
+  bool CopyDataFrom(ParamListHolder& other);
+  std::uint32_t GetCount() const;
+  std::uint32_t GetSize() const;
+  bool empty() const;
+
+  const _tag_VXPARAMINFO* GetFirst() const;
+  const _tag_VXPARAMINFO* GetNext(const _tag_VXPARAMINFO* info) const;
+  const _tag_VXPARAMINFO* GetInfo(const char* name) const;
+  bool Exists(const char* name) const;
+  _tag_PARAM_TYPES GetType(const char* name) const;
+  std::uint32_t GetArraySize(const char* name) const;
+  _tag_PARAM_TYPES GetArrayType(const char* name) const;
+
+  const char* GetString(const char* name) const;
+  const char* GetString(const char* name, unsigned index) const;
+  std::uint32_t GetInt32(const char* name) const;
+  std::uint32_t GetInt32(const char* name, unsigned index) const;
+  std::uint64_t GetInt64(const char* name) const;
+  std::uint64_t GetInt64(const char* name, unsigned index) const;
+  const _tag_BINARYVALUE* GetBinary(const char* name) const;
+  const _tag_BINARYVALUE* GetBinary(const char* name, unsigned index) const;
+  ParamListHolder GetHandle(const char* name) const;
+  ParamListHolder GetHandle(const char* name, unsigned index) const;
+  ParamListHolder GetHandle(int id) const;
+  const _tag_VXDWORDARRAY GetInt32Array(const char* name) const;
+  const _tag_VXQWORDARRAY GetInt64Array(const char* name) const;
+  std::uint32_t GetStringArray(const char* name, const char** out, unsigned maxItems,
+                               unsigned start) const;
+  std::uint32_t GetBinaryArray(const char* name, const _tag_BINARYVALUE** out, unsigned maxItems,
+                               unsigned start) const;
+  std::uint32_t GetHandleArray(const char* name, ParamListHolder* out, unsigned maxItems,
+                               unsigned start) const;
+  std::uint32_t GetHandleArray(const char* name, _tag_HVXPARAMLIST* out, unsigned maxItems,
+                               unsigned start) const;
+
+  _tag_VX_ERROR SetString(const char* name, const char* value);
+  _tag_VX_ERROR SetInt32(const char* name, unsigned value);
+  _tag_VX_ERROR SetInt64(const char* name, std::uint64_t value);
+  _tag_VX_ERROR SetBinary(const char* name, const void* data, unsigned length);
+  _tag_VX_ERROR SetHandle(const char* name, const ParamListHolder& value);
+  _tag_VX_ERROR SetStringArray(const char* name, unsigned count, const char** values);
+  _tag_VX_ERROR SetInt32Array(const char* name, unsigned count, const unsigned* values);
+  _tag_VX_ERROR SetInt64Array(const char* name, unsigned count, const std::uint64_t* values);
+  _tag_VX_ERROR SetBinaryArray(const char* name, unsigned count, const _tag_BINARYITEM* items);
+  _tag_VX_ERROR SetBinaryArray(const char* name, unsigned count, const void** data,
+                               unsigned* lengths);
+  _tag_VX_ERROR SetHandleArray(const char* name, unsigned count, const ParamListHolder* values);
+  _tag_VX_ERROR SetHandleArray(const char* name, unsigned count, const _tag_HVXPARAMLIST* values);
+  _tag_VX_ERROR Remove(const char* name);
+  _tag_VX_ERROR RemoveAll();
+
+  param_iterator begin() const;
+  param_iterator end() const;
+  param_iterator find(const char* name) const;
+  param_iterator erase(param_iterator it);
+  std::uint32_t erase(const char* name);
+
+ private:
+  explicit ParamListHolder(_tag_HVXPARAMLIST handle);
+  void operator=(const _tag_HVXPARAMLIST& handle);
+
+  _tag_HVXPARAMLIST handle_;
+};
+
+// Names one peer and forwards to the exported functions. Destroying any copy
+// disconnects that peer for all of them.
+class VXBUS_API VXApplicationHolder {
+ public:
+  VXApplicationHolder(const char* name = nullptr);
+  VXApplicationHolder(const VXApplicationHolder& other);
+  VXApplicationHolder& operator=(const VXApplicationHolder& other);
+  virtual ~VXApplicationHolder();
+
+  const char* getName() const;
+  bool operator!() const;
+  bool Connect(const char* host, int port, const unsigned char* secret, int secretLength);
+  bool Disconnect();
+  HVXPARAMLIST Call(unsigned slotId, HVXPARAMLIST list);
+  bool Notify(unsigned slotId, HVXPARAMLIST list, VXNotifyCallback callback, void* userData);
+  bool ConnectSignal(const char* signalName, unsigned slotId);
+  bool DisconnectSignal(const char* signalName, unsigned slotId);
+  HVXPARAMLIST CallWithFlow(unsigned flowId, unsigned slotId, HVXPARAMLIST list);
+  bool NotifyWithFlow(unsigned flowId, unsigned slotId, HVXPARAMLIST list,
+                      VXNotifyCallback callback, void* userData);
+
+ private:
+  char name[256];
+};
+
+static_assert(sizeof(ParamListHolder) == sizeof(HVXPARAMLIST),
+              "holder arrays and handle arrays share one layout");
+
+}  // namespace VX
+
+#endif  // VXBUS_H_

@@ -1,0 +1,12 @@
+#!/usr/bin/env bash
+# Installs what a build needs on Debian 12 when it is missing.
+set -euo pipefail
+needed=()
+for pkg in cmake g++ make libgtest-dev; do
+  dpkg -s "$pkg" >/dev/null 2>&1 || needed+=("$pkg")
+done
+if [ "${#needed[@]}" -gt 0 ]; then
+  export DEBIAN_FRONTEND=noninteractive
+  apt-get update -qq
+  apt-get install -y -qq --no-install-recommends "${needed[@]}" >/dev/null
+fi

@@ -1,0 +1,17 @@
+#include <unistd.h>
+
+#include "platform/host.h"
+
+namespace vxbus {
+namespace platform {
+
+int GetHostName(char* buffer, std::size_t size) {
+  return gethostname(buffer, size);
+}
+
+// POSIX sockets need no library start.
+void StartSocketLibrary() {}
+void StopSocketLibrary() {}
+
+}  // namespace platform
+}  // namespace vxbus

@@ -1,0 +1,33 @@
+#include "runtime/private_heap.h"
+
+#include <cstdint>
+
+#include "platform/heap.h"
+#include "vxbus.h"
+
+namespace vxbus {
+
+void* PrivateAllocate(std::size_t size) {
+  return platform::HeapAllocate(size);
+}
+
+void* PrivateReallocate(void* pointer, std::size_t size) {
+  if (pointer == nullptr) return platform::HeapAllocate(size);
+  return platform::HeapReallocate(pointer, size);
+}
+
+void PrivateFree(void* pointer) {
+  if (pointer != nullptr) platform::HeapFree(pointer);
+}
+
+}  // namespace vxbus
+
+void* VXAllocate(std::uint64_t size) {
+  return vxbus::PrivateAllocate(size);
+}
+void* VXRealloc(void* pointer, std::uint64_t size) {
+  return vxbus::PrivateReallocate(pointer, size);
+}
+void VXFree(void* pointer) {
+  vxbus::PrivateFree(pointer);
+}

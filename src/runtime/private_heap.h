@@ -1,0 +1,15 @@
+// The library's private heap: lists, buffers, messages and queue nodes live here.
+#ifndef VXBUS_RUNTIME_PRIVATE_HEAP_H_
+#define VXBUS_RUNTIME_PRIVATE_HEAP_H_
+
+#include <cstddef>
+
+namespace vxbus {
+
+void* PrivateAllocate(std::size_t size);
+void* PrivateReallocate(void* pointer, std::size_t size);  // null pointer: allocates
+void PrivateFree(void* pointer);                           // null pointer: nothing
+
+}  // namespace vxbus
+
+#endif  // VXBUS_RUNTIME_PRIVATE_HEAP_H_

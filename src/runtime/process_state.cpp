@@ -1,0 +1,73 @@
+#include "runtime/process_state.h"
+
+#include <cstring>
+
+namespace vxbus {
+
+const VXLimits kFactoryLimits = {
+    sizeof(VXLimits),
+    {
+        10,          // MAX_CONNECTIONS
+        64,          // RESERVED_A
+        1073741824,  // MAX_READ_SIZE
+        1073741824,  // RESERVED_B
+        64,          // RESERVED_C
+        67108864,    // RESERVED_D
+        1048576,     // RESERVED_E
+        60000,       // IO_TIMEOUT_MS
+        {},          // authBlock
+    },
+};
+
+VXLimits g_defaultLimits = kFactoryLimits;
+VXLimits g_limits = kFactoryLimits;
+std::atomic<bool> g_shuttingDown{false};
+char g_hostName[1024];
+std::string g_ownAppId;
+
+MTObjects::MTReferencedPtr<MTObjects::ISyncEvent> tcpListenerGate(new MTObjects::ISyncEvent);
+MTObjects::MTReferencedPtr<MTObjects::ISyncEvent> pipeListenerGate(new MTObjects::ISyncEvent);
+
+std::atomic<VXConnectListener> g_connectListener{nullptr};
+std::atomic<VXDisconnectListener> g_disconnectListener{nullptr};
+std::atomic<VXAuthFailedListener> g_authFailedListener{nullptr};
+std::atomic<VXUnknownConnectListener> g_unknownConnectListener{nullptr};
+
+}  // namespace vxbus
+
+using namespace vxbus;
+
+_tag_VX_ERROR VXConnectionReady(void) {
+  tcpListenerGate->Set();
+  pipeListenerGate->Set();
+  return VX_SUCCESS;
+}
+
+// Written into the defaults as well, so that it survives the copy that the
+// first initialisation makes. The comparison is signed: a negative length is
+// not refused.
+_tag_VX_ERROR VXSetAuthenticationInfo(const void* data, std::int32_t length) {
+  if (length > 256) return VX_ERROR_FAILED;
+  for (VXLimits* record : {&g_defaultLimits, &g_limits}) {
+    std::memset(record->limits.authBlock, 0, sizeof record->limits.authBlock);
+    if (length != 0) std::memcpy(record->limits.authBlock, data, static_cast<std::size_t>(length));
+  }
+  return VX_SUCCESS;
+}
+
+_tag_VX_ERROR VXSetConnectListener(VXConnectListener listener) {
+  g_connectListener.store(listener, std::memory_order_relaxed);
+  return VX_SUCCESS;
+}
+_tag_VX_ERROR VXSetDisconnectListener(VXDisconnectListener listener) {
+  g_disconnectListener.store(listener, std::memory_order_relaxed);
+  return VX_SUCCESS;
+}
+_tag_VX_ERROR VXSetAuthFailedListener(VXAuthFailedListener listener) {
+  g_authFailedListener.store(listener, std::memory_order_relaxed);
+  return VX_SUCCESS;
+}
+_tag_VX_ERROR VXSetUnknownConnectListener(VXUnknownConnectListener listener) {
+  g_unknownConnectListener.store(listener, std::memory_order_relaxed);
+  return VX_SUCCESS;
+}

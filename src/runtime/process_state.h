@@ -1,0 +1,33 @@
+// The limits record in force and the few things that exist once per process.
+// All of it is constructed at load and survives VXShutdown.
+#ifndef VXBUS_RUNTIME_PROCESS_STATE_H_
+#define VXBUS_RUNTIME_PROCESS_STATE_H_
+
+#include <atomic>
+#include <string>
+
+#include "runtime/referenced_ptr.h"
+#include "runtime/sync_event.h"
+#include "vxbus.h"
+
+namespace vxbus {
+
+extern const VXLimits kFactoryLimits;  // the defaults as shipped, never written
+extern VXLimits g_defaultLimits;       // defaults; VXSetAuthenticationInfo writes its block
+extern VXLimits g_limits;              // the record in force
+extern std::atomic<bool> g_shuttingDown;
+extern char g_hostName[1024];
+extern std::string g_ownAppId;
+
+// Gates of the two connection threads; opened once, never reset.
+extern MTObjects::MTReferencedPtr<MTObjects::ISyncEvent> tcpListenerGate;
+extern MTObjects::MTReferencedPtr<MTObjects::ISyncEvent> pipeListenerGate;
+
+extern std::atomic<VXConnectListener> g_connectListener;
+extern std::atomic<VXDisconnectListener> g_disconnectListener;
+extern std::atomic<VXAuthFailedListener> g_authFailedListener;
+extern std::atomic<VXUnknownConnectListener> g_unknownConnectListener;
+
+}  // namespace vxbus
+
+#endif  // VXBUS_RUNTIME_PROCESS_STATE_H_

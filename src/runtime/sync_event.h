@@ -1,0 +1,29 @@
+// A one-way latch: once set it stays set for the life of the object.
+#ifndef VXBUS_RUNTIME_SYNC_EVENT_H_
+#define VXBUS_RUNTIME_SYNC_EVENT_H_
+
+#include <condition_variable>
+#include <mutex>
+
+#include "vxbus.h"
+
+namespace MTObjects {
+
+class ISyncEvent : public MTReferencedTypeBase {
+ public:
+  ISyncEvent() = default;
+  bool Wait();  // no time-out; always true
+  void Set();   // wakes every waiter
+
+ protected:
+  bool IsObjectValid() const override { return true; }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable condition_;
+  bool signalled_ = false;
+};
+
+}  // namespace MTObjects
+
+#endif  // VXBUS_RUNTIME_SYNC_EVENT_H_

@@ -1,0 +1,68 @@
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "runtime/log.h"
+
+namespace vxbus {
+namespace {
+
+struct Entry {
+  std::uint32_t level;
+  std::uint32_t second;
+  std::string text;
+};
+std::vector<Entry> g_entries;
+void Capture(std::uint32_t level, std::uint32_t second, const char* text) {
+  g_entries.push_back({level, second, text});
+}
+
+class LogTest : public ::testing::Test {
+ protected:
+  void SetUp() override { g_entries.clear(); }
+  void TearDown() override { VXSetLogLevel(0, 0, nullptr); }
+  static void WriteAllLevels() {
+    for (std::uint32_t level : {1u, 2u, 4u, 8u})
+      VX_LOG(level, "level ", level);
+  }
+};
+
+TEST_F(LogTest, MaskSelectsLevelsIndividually) {
+  VXSetLogLevel(1 | 8, 0, Capture);
+  WriteAllLevels();
+  ASSERT_EQ(g_entries.size(), 2u);
+  EXPECT_EQ(g_entries[0].level, 1u);
+  EXPECT_EQ(g_entries[1].level, 8u);
+  EXPECT_EQ(g_entries[1].text, "level 8");
+  EXPECT_EQ(g_entries[1].second, 0u);
+}
+
+TEST_F(LogTest, NegativeThresholdZeroMaskAndNullSinkSilenceEverything) {
+  VXSetLogLevel(0xFFFFFFFF, -1, Capture);
+  WriteAllLevels();
+  VXSetLogLevel(0, 100, Capture);
+  WriteAllLevels();
+  VXSetLogLevel(0xFFFFFFFF, 0, nullptr);
+  WriteAllLevels();
+  EXPECT_TRUE(g_entries.empty());
+  VXSetLogLevel(8, 12345, Capture);  // any non-negative threshold lets through
+  WriteAllLevels();
+  EXPECT_EQ(g_entries.size(), 1u);
+}
+
+TEST_F(LogTest, NothingIsComposedWhenTheLevelIsOff) {
+  int composed = 0;
+  auto counted = [&composed]() {
+    ++composed;
+    return "x";
+  };
+  VXSetLogLevel(8, 0, Capture);
+  VX_LOG(kLogError, counted());
+  EXPECT_EQ(composed, 0);
+  VX_LOG(kLogInfo, counted());
+  EXPECT_EQ(composed, 1);
+}
+
+}  // namespace
+}  // namespace vxbus

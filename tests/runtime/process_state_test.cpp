@@ -1,0 +1,43 @@
+#include <gtest/gtest.h>
+
+#include <cstring>
+
+#include "runtime/process_state.h"
+
+namespace vxbus {
+namespace {
+
+TEST(Limits, DefaultsAreInForceAtLoad) {
+  EXPECT_EQ(g_defaultLimits.size, 292u);
+  EXPECT_EQ(g_limits.limits.MAX_CONNECTIONS, 10u);
+  EXPECT_EQ(g_limits.limits.RESERVED_A, 64u);
+  EXPECT_EQ(g_limits.limits.MAX_READ_SIZE, 1073741824u);
+  EXPECT_EQ(g_limits.limits.RESERVED_D, 67108864u);
+  EXPECT_EQ(g_limits.limits.RESERVED_E, 1048576u);
+  EXPECT_EQ(g_limits.limits.IO_TIMEOUT_MS, 60000);
+}
+
+TEST(Limits, AuthenticationInfoGoesIntoDefaultsAndRecordInForce) {
+  unsigned char secret[256];
+  std::memset(secret, 0x5A, sizeof secret);
+  EXPECT_EQ(VXSetAuthenticationInfo(secret, 257), VX_ERROR_FAILED);
+  EXPECT_EQ(g_limits.limits.authBlock[0], 0);
+  EXPECT_EQ(VXSetAuthenticationInfo(secret, 256), VX_SUCCESS);
+  EXPECT_EQ(g_limits.limits.authBlock[255], 0x5A);
+  EXPECT_EQ(g_defaultLimits.limits.authBlock[255], 0x5A);
+  EXPECT_EQ(VXSetAuthenticationInfo("abc", 3), VX_SUCCESS);  // the rest is zeroed
+  EXPECT_EQ(g_limits.limits.authBlock[2], 'c');
+  EXPECT_EQ(g_limits.limits.authBlock[3], 0);
+  EXPECT_EQ(VXSetAuthenticationInfo(nullptr, 0), VX_SUCCESS);
+  EXPECT_EQ(g_defaultLimits.limits.authBlock[0], 0);
+}
+
+TEST(Gates, ConnectionReadyOpensBothForGood) {
+  EXPECT_EQ(VXConnectionReady(), VX_SUCCESS);
+  EXPECT_EQ(VXConnectionReady(), VX_SUCCESS);
+  EXPECT_TRUE(tcpListenerGate->Wait());
+  EXPECT_TRUE(pipeListenerGate->Wait());
+}
+
+}  // namespace
+}  // namespace vxbus
