@@ -1,0 +1,113 @@
+// Exported getters. Each looks its name up and answers only for the one type
+// it reads; anything else is answered as a missing parameter. Pointers point
+// into the image and live until the list's next change.
+#include <cstring>
+
+#include "paramlist/handle.h"
+#include "vxbus.h"
+
+using vxbus::FastHolderImpl;
+using vxbus::HandleFromList;
+using vxbus::ListFromHandle;
+
+namespace {
+
+// The value of `name` when it has the type `type`, else null.
+const _tag_VXPARAMVALUE* ValueOf(HVXPARAMLIST list, const char* name, int type) {
+  const FastHolderImpl* l = ListFromHandle(list);
+  if (l == nullptr) return nullptr;
+  const _tag_VXPARAMINFO* record = l->Find(name);
+  if (record == nullptr) return nullptr;
+  const _tag_VXPARAMVALUE* value = record->GetValue();
+  return value->type == type ? value : nullptr;
+}
+
+template <class Item, class Get>
+std::uint32_t CopyOutItems(const _tag_VXPARAMVALUE* value, Item* out, std::uint32_t maxItems,
+                           std::uint32_t start, Get get) {
+  if (value == nullptr || maxItems == 0) return 0;
+  std::uint32_t filled = 0;
+  for (std::uint32_t i = start; i < value->Count() && filled < maxItems; ++i) {
+    out[filled++] = get(value, i);
+  }
+  return filled;
+}
+
+}  // namespace
+
+const char* VXGetStringValue(HVXPARAMLIST list, const char* name) {
+  const _tag_VXPARAMVALUE* v = ValueOf(list, name, PT_STRING);
+  return v == nullptr ? nullptr : reinterpret_cast<const char*>(v->Bytes() + 1);
+}
+
+std::uint32_t VXGetInt32Value(HVXPARAMLIST list, const char* name) {
+  const _tag_VXPARAMVALUE* v = ValueOf(list, name, PT_INT32);
+  return v == nullptr ? 0 : vxbus_detail::LoadU32(v->Bytes() + 1);
+}
+
+std::uint64_t VXGetInt64Value(HVXPARAMLIST list, const char* name) {
+  const _tag_VXPARAMVALUE* v = ValueOf(list, name, PT_INT64);
+  if (v == nullptr) return 0;
+  std::uint64_t value;
+  std::memcpy(&value, v->Bytes() + 1, 8);
+  return value;
+}
+
+const _tag_BINARYVALUE* VXGetBinaryValue(HVXPARAMLIST list, const char* name) {
+  const _tag_VXPARAMVALUE* v = ValueOf(list, name, PT_BINARY);
+  return v == nullptr ? nullptr : reinterpret_cast<const _tag_BINARYVALUE*>(v->Bytes() + 1);
+}
+
+// The one getter that hands out a reference: the caller closes it.
+HVXPARAMLIST VXGetHandleValue(HVXPARAMLIST list, const char* name) {
+  const _tag_VXPARAMVALUE* v = ValueOf(list, name, PT_PARAMHANDLE);
+  if (v == nullptr) return VX_INVALID_PARAMLIST;
+  std::uint32_t id = vxbus_detail::LoadU32(v->Bytes() + 1);
+  const FastHolderImpl* l = ListFromHandle(list);
+  if (id >= l->ChildCount() || l->Child(id) == nullptr) return VX_INVALID_PARAMLIST;
+  FastHolderImpl* child = l->Child(id);
+  MTObjects::ReferenceAccess::AddRef(child);
+  return HandleFromList(child);
+}
+
+_tag_VXDWORDARRAY VXGetInt32Array(HVXPARAMLIST list, const char* name) {
+  _tag_VXDWORDARRAY result = {0, nullptr};
+  if (const _tag_VXPARAMVALUE* v = ValueOf(list, name, PT_ARRAY | PT_INT32)) {
+    result.count = v->Count();
+    result.data = reinterpret_cast<const std::uint32_t*>(v->Bytes() + 5);
+  }
+  return result;
+}
+
+// Answers for the 32-bit array type, not the 64-bit one, and hands out its
+// elements under the 64-bit type. Applications rely on this as it stands.
+_tag_VXQWORDARRAY VXGetInt64Array(HVXPARAMLIST list, const char* name) {
+  _tag_VXQWORDARRAY result = {0, nullptr};
+  if (const _tag_VXPARAMVALUE* v = ValueOf(list, name, PT_ARRAY | PT_INT32)) {
+    result.count = v->Count();
+    result.data = reinterpret_cast<const std::uint64_t*>(v->Bytes() + 5);
+  }
+  return result;
+}
+
+// Ids, not handles: each goes through VXGetHandleById and may be the null index.
+_tag_VXDWORDARRAY VXGetHandleArray(HVXPARAMLIST list, const char* name) {
+  _tag_VXDWORDARRAY result = {0, nullptr};
+  if (const _tag_VXPARAMVALUE* v = ValueOf(list, name, PT_ARRAY | PT_PARAMHANDLE)) {
+    result.count = v->Count();
+    result.data = reinterpret_cast<const std::uint32_t*>(v->Bytes() + 5);
+  }
+  return result;
+}
+
+std::uint32_t VXGetStringArray(HVXPARAMLIST list, const char* name, const char** out,
+                               std::uint32_t maxItems, std::uint32_t start) {
+  return CopyOutItems(ValueOf(list, name, PT_ARRAY | PT_STRING), out, maxItems, start,
+                      [](const _tag_VXPARAMVALUE* v, std::uint32_t i) { return v->GetString(i); });
+}
+
+std::uint32_t VXGetBinaryArray(HVXPARAMLIST list, const char* name, const _tag_BINARYVALUE** out,
+                               std::uint32_t maxItems, std::uint32_t start) {
+  return CopyOutItems(ValueOf(list, name, PT_ARRAY | PT_BINARY), out, maxItems, start,
+                      [](const _tag_VXPARAMVALUE* v, std::uint32_t i) { return v->GetBinary(i); });
+}

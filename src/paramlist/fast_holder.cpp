@@ -1,0 +1,135 @@
+#include "paramlist/fast_holder.h"
+
+#include <cstring>
+
+#include "runtime/object_counters.h"
+#include "runtime/private_heap.h"
+
+namespace vxbus {
+
+namespace {
+
+const _tag_VXPARAMINFO* AsRecord(const unsigned char* p) {
+  return reinterpret_cast<const _tag_VXPARAMINFO*>(p);
+}
+
+}  // namespace
+
+FastHolderImpl::FastHolderImpl() {
+  body_.owner = this;
+  g_liveParamLists.fetch_add(1);
+}
+
+// The counter goes down before anything is released, so a nested list that
+// dies with this one is counted out after its parent.
+FastHolderImpl::~FastHolderImpl() {
+  g_liveParamLists.fetch_sub(1);
+}
+
+void* FastHolderImpl::operator new(std::size_t size) noexcept {
+  return PrivateAllocate(size);
+}
+
+void FastHolderImpl::operator delete(void* pointer) noexcept {
+  PrivateFree(pointer);
+}
+
+const _tag_VXPARAMINFO* FastHolderImpl::First() const {
+  return used == 0 ? nullptr : AsRecord(data);
+}
+
+const _tag_VXPARAMINFO* FastHolderImpl::Next(const _tag_VXPARAMINFO* record) const {
+  if (record == nullptr) return nullptr;
+  const auto* start = reinterpret_cast<const unsigned char*>(record);
+  std::size_t end =
+      static_cast<std::size_t>(start - data) + record->valueOffset + record->GetValue()->GetSize();
+  if (end == used) return nullptr;
+  if (end > used) throw NoDataExeption();
+  return AsRecord(data + end);
+}
+
+const _tag_VXPARAMINFO* FastHolderImpl::Find(const char* name) const {
+  for (const _tag_VXPARAMINFO* r = First(); r != nullptr; r = Next(r)) {
+    if (r->name[0] == name[0] && std::strcmp(r->name, name) == 0) return r;
+  }
+  return nullptr;
+}
+
+void FastHolderImpl::Clear() {
+  body_.count = 0;
+  body_.children.Clear();
+  used = 0;
+}
+
+void FastHolderImpl::Recount() {
+  for (std::uint32_t offset = 0; offset < used; offset = CheckedNextOffset(offset)) {
+    ++body_.count;
+  }
+}
+
+// The same step as Next, for images that came from outside. Every byte that
+// the size computation reads, and every item of an array, is first shown to
+// lie below `used` in 64-bit arithmetic, so a damaged image ends the walk with
+// an exception instead of a read past the buffer or a wrapped length.
+std::uint32_t FastHolderImpl::CheckedNextOffset(std::uint32_t offset) const {
+  const std::uint64_t limit = used;
+  const std::uint64_t t = static_cast<std::uint64_t>(offset) + data[offset];
+  if (t >= limit) throw NoDataExeption();
+  const unsigned char type = data[t];
+  auto require = [](bool inside) {
+    if (!inside) throw NoDataExeption();
+  };
+  auto word = [&](std::uint64_t at) {
+    require(at + 4 <= limit);
+    return static_cast<std::uint64_t>(vxbus_detail::LoadU32(data + at));
+  };
+  auto textEndsInside = [&](std::uint64_t from) {
+    return from < limit && std::memchr(data + from, 0, limit - from) != nullptr;
+  };
+  auto binaryEndsInside = [&](std::uint64_t from) { return from + 4 + word(from) <= limit; };
+  switch (type) {
+    case PT_STRING:
+      require(textEndsInside(t + 1));
+      break;
+    case PT_BINARY:
+      require(binaryEndsInside(t + 1));
+      break;
+    case PT_ARRAY | PT_INT32:
+    case PT_ARRAY | PT_PARAMHANDLE:
+      require(t + 5 + 4 * word(t + 1) <= limit);
+      break;
+    case PT_ARRAY | PT_INT64:
+      require(t + 5 + 8 * word(t + 1) <= limit);
+      break;
+    case PT_ARRAY | PT_STRING:
+    case PT_ARRAY | PT_BINARY: {
+      const std::uint64_t c = word(t + 1);
+      const std::uint64_t items = t + 5 + 4 * c;
+      require(items <= limit);
+      // A string item is whole when a NUL follows its start inside the image,
+      // that is when it starts at or before the image's last NUL.
+      std::uint64_t lastNul = limit;
+      if (type == (PT_ARRAY | PT_STRING)) {
+        for (std::uint64_t p = limit; p > items;) {
+          if (data[--p] == 0) {
+            lastNul = p;
+            break;
+          }
+        }
+      }
+      for (std::uint64_t i = 0; i < c; ++i) {
+        std::uint64_t item = items + word(t + 5 + 4 * i);
+        require(type == (PT_ARRAY | PT_STRING) ? lastNul < limit && item <= lastNul
+                                               : binaryEndsInside(item));
+      }
+      break;
+    }
+    default:
+      break;  // fixed sizes, or a byte for which GetSize throws DataDamaged
+  }
+  const std::uint64_t end = t + reinterpret_cast<const _tag_VXPARAMVALUE*>(data + t)->GetSize();
+  require(end <= limit);
+  return static_cast<std::uint32_t>(end);
+}
+
+}  // namespace vxbus

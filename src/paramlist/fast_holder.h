@@ -1,0 +1,117 @@
+// A parameter list: one flat image of records, the count of its records and
+// the nested lists it keeps alive.
+#ifndef VXBUS_PARAMLIST_FAST_HOLDER_H_
+#define VXBUS_PARAMLIST_FAST_HOLDER_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "paramlist/child_array.h"
+#include "paramlist/list_image.h"
+#include "runtime/referenced_ptr.h"
+#include "transport/transport_channel.h"
+#include "vxbus.h"
+
+namespace vxbus {
+
+class FastHolderImpl;
+using ListRef = MTObjects::MTReferencedPtr<FastHolderImpl>;
+
+// Child index that refers to no list.
+constexpr std::uint32_t kNullIndex = 0xFFFFFFFFu;
+
+// Stored type bytes of the two kinds of value that hold child indexes.
+constexpr unsigned char kTypeHandle = PT_PARAMHANDLE;
+constexpr unsigned char kTypeHandleArray = PT_ARRAY | PT_PARAMHANDLE;
+
+struct ListBody {
+  std::uint32_t count = 0;
+  FastHolderImpl* owner = nullptr;
+  RefPtrArray<FastHolderImpl> children;
+};
+
+class FastHolderImpl : public MTObjects::MTReferencedTypeBase, public VXMemoryBufferTpl2<0> {
+ public:
+  FastHolderImpl();
+  ~FastHolderImpl() override;
+
+  // Lists live on the private heap. A refused allocation makes `new` give
+  // null instead of throwing, so creation can report it as a null handle.
+  static void* operator new(std::size_t size) noexcept;
+  static void operator delete(void* pointer) noexcept;
+
+  std::uint32_t Used() const { return used; }
+  const unsigned char* Data() const { return data; }
+  std::uint32_t Count() const { return body_.count; }
+  std::uint32_t ChildCount() const { return body_.children.Size(); }
+  std::uint32_t ChildCapacity() const { return body_.children.Capacity(); }
+  // The nested list at position i (i below ChildCount()), with no reference added.
+  FastHolderImpl* Child(std::uint32_t i) const { return body_.children[i].get(); }
+  const ListRef& ChildRef(std::uint32_t i) const { return body_.children[i]; }
+  // Adds a reference of this list's own; clone and the reader use it.
+  void AppendChild(const ListRef& child) { body_.children.Push(child); }
+
+  // Walking. Pointers point into the image and die with its next change.
+  const _tag_VXPARAMINFO* First() const;
+  const _tag_VXPARAMINFO* Next(const _tag_VXPARAMINFO* record) const;  // throws on an overrun
+  const _tag_VXPARAMINFO* Find(const char* name) const;
+
+  // Removing; each gives the record that now stands in the removed one's place.
+  const _tag_VXPARAMINFO* Remove(const _tag_VXPARAMINFO* record);
+  const _tag_VXPARAMINFO* RemoveByName(const char* name);
+  // Null, with nothing changed, for a record that is not one of this list's.
+  const _tag_VXPARAMINFO* RemoveByInfo(const _tag_VXPARAMINFO* record);
+  // Empties the list and keeps both allocations.
+  void Clear();
+
+  // Every setter removes the record of that name and appends the new one.
+  void SetString(const char* name, const char* text);
+  void SetInt32(const char* name, std::uint32_t value);
+  void SetInt64(const char* name, std::uint64_t value);
+  void SetBinary(const char* name, const void* bytes, std::uint32_t length);
+  void SetHandle(const char* name, const ListRef& list);
+  void SetStringArray(const char* name, const char* const* texts, std::uint32_t count);
+  void SetInt32Array(const char* name, const void* values, std::uint32_t count);
+  void SetInt64Array(const char* name, const void* values, std::uint32_t count);
+  void SetBinaryArray(const char* name, const _tag_BINARYITEM* items, std::uint32_t count);
+  void SetBinaryArray(const char* name, const void* const* bytes, const std::uint32_t* lengths,
+                      std::uint32_t count);
+  void SetHandleArray(const char* name, const ListRef* lists, std::uint32_t count);
+
+  // Counts the records of an image filled by other means, adding to the
+  // count. Throws NoDataExeption or DataDamaged on a damaged image; it never
+  // reads outside the used bytes, so it is the check for untrusted images.
+  void Recount();
+
+  // The stream form of a tree of lists on a channel, image after image in
+  // pre-order with the size pair of the next list between two images.
+  std::int32_t WriteList(ChannelRef& channel, bool hasNext, std::uint32_t nextSize,
+                         std::uint32_t nextChildCount);
+  std::int32_t ReadList(ChannelRef& channel, std::uint32_t size, std::uint32_t childCount,
+                        bool hasNext, std::uint32_t* nextSize, std::uint32_t* nextChildCount);
+
+ protected:
+  bool IsObjectValid() const override { return true; }
+
+ private:
+  // Removes the old record of `name`, reserves the whole new record in one
+  // growth and appends its header.
+  void BeginRecord(const char* name, unsigned char type, std::uint32_t valueSize);
+  // Count word, then a gap for the offset or index table; gives the offset of
+  // the gap.
+  std::uint32_t AppendTable(std::uint32_t count);
+  // Keeps child indexes right when the record at `record` goes.
+  void ReleaseChildrenOf(const unsigned char* record);
+  template <class Renumber>
+  void RenumberChildIndexes(const unsigned char* skip, Renumber renumber);
+  // Offset of the record behind the one at `offset`, checked against `used`
+  // before any byte is read.
+  std::uint32_t CheckedNextOffset(std::uint32_t offset) const;
+  std::int32_t ReadOntoImage(ChannelRef& channel, std::uint32_t length);
+
+  ListBody body_;
+};
+
+}  // namespace vxbus
+
+#endif  // VXBUS_PARAMLIST_FAST_HOLDER_H_

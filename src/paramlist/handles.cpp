@@ -1,0 +1,168 @@
+// Creating, sharing, closing, cloning and copying lists through handles.
+#include <cstring>
+#include <new>
+
+#include "paramlist/handle.h"
+#include "runtime/memory_buffer.h"
+#include "vxbus.h"
+
+using MTObjects::ReferenceAccess;
+using vxbus::FastHolderImpl;
+using vxbus::HandleFromList;
+using vxbus::ListFromHandle;
+using vxbus::ListRef;
+
+extern "C" VXBUS_API const HVXPARAMLIST VX_INVALID_PARAMLIST = {nullptr};
+
+namespace {
+
+std::uint32_t Load32(const unsigned char* p) {
+  return vxbus_detail::LoadU32(p);
+}
+
+// Scratch arrays for one record: 512 bytes on the stack, more on the private
+// heap until the end of that record.
+using Scratch = vxbus::VXMemoryBufferTpl<512>;
+
+// Sets one record of `from` on `to` under the record's own name. A type byte
+// that no setter takes causes no Set; the walk's next step then reports it.
+void CopyRecord(const FastHolderImpl& from, const _tag_VXPARAMINFO* record, FastHolderImpl& to) {
+  const char* name = record->name;
+  const _tag_VXPARAMVALUE* value = record->GetValue();
+  const unsigned char* t = value->Bytes();
+  switch (value->type) {
+    case PT_STRING:
+      to.SetString(name, reinterpret_cast<const char*>(t + 1));
+      return;
+    case PT_INT32:
+      to.SetInt32(name, Load32(t + 1));
+      return;
+    case PT_INT64: {
+      std::uint64_t v;
+      std::memcpy(&v, t + 1, 8);
+      to.SetInt64(name, v);
+      return;
+    }
+    case PT_BINARY:
+      to.SetBinary(name, t + 5, Load32(t + 1));
+      return;
+    case PT_PARAMHANDLE: {
+      // The nested list is shared, not copied. An index that names no entry
+      // (the null index) copies as a null handle.
+      std::uint32_t id = Load32(t + 1);
+      to.SetHandle(name, id < from.ChildCount() ? from.ChildRef(id) : ListRef());
+      return;
+    }
+    case PT_ARRAY | PT_STRING: {
+      std::uint32_t c = value->Count();
+      Scratch scratch;
+      scratch.Resize(8ull * c + 4);
+      auto* texts = reinterpret_cast<const char**>(scratch.data);
+      for (std::uint32_t i = 0; i < c; ++i)
+        texts[i] = value->GetString(i);
+      to.SetStringArray(name, texts, c);
+      return;
+    }
+    case PT_ARRAY | PT_INT32:
+      to.SetInt32Array(name, t + 5, value->Count());
+      return;
+    case PT_ARRAY | PT_INT64:
+      to.SetInt64Array(name, t + 5, value->Count());
+      return;
+    case PT_ARRAY | PT_BINARY: {
+      std::uint32_t c = value->Count();
+      Scratch scratch;
+      scratch.Resize(12ull * c + 4);
+      auto* items = reinterpret_cast<_tag_BINARYITEM*>(scratch.data);
+      for (std::uint32_t i = 0; i < c; ++i) {
+        const _tag_BINARYVALUE* item = value->GetBinary(i);
+        items[i].length = item->length;
+        items[i].data = item->data;
+      }
+      to.SetBinaryArray(name, items, c);
+      return;
+    }
+    case PT_ARRAY | PT_PARAMHANDLE: {
+      // Kept as applications have always seen it: the array is filled from
+      // the first c children by position, not from the stored indexes, and
+      // these references are never released, so each of those children
+      // outlives all of its parents.
+      std::uint32_t c = value->Count();
+      Scratch scratch;
+      scratch.Resize(8ull * c + 4);
+      auto* lists = reinterpret_cast<ListRef*>(scratch.data);
+      for (std::uint32_t i = 0; i < c; ++i) {
+        new (&lists[i]) ListRef(i < from.ChildCount() ? from.Child(i) : nullptr);
+      }
+      to.SetHandleArray(name, lists, c);
+      return;
+    }
+    default:
+      return;
+  }
+}
+
+}  // namespace
+
+HVXPARAMLIST VXCreateParamList(void) {
+  FastHolderImpl* list = new FastHolderImpl;
+  if (list == nullptr) return VX_INVALID_PARAMLIST;
+  ReferenceAccess::AddRef(list);
+  return HandleFromList(list);
+}
+
+HVXPARAMLIST VXReferenceHandle(HVXPARAMLIST list) {
+  if (FastHolderImpl* l = ListFromHandle(list)) ReferenceAccess::AddRef(l);
+  return list;
+}
+
+std::int32_t VXCloseHandle(HVXPARAMLIST list) {
+  if (FastHolderImpl* l = ListFromHandle(list)) ReferenceAccess::Release(l);
+  return 0;
+}
+
+// Same contents in a new image of exactly the source's size; the nested lists
+// are shared, so the ids in the copied image stay right.
+HVXPARAMLIST VXCloneHandle(HVXPARAMLIST list) {
+  const FastHolderImpl* from = ListFromHandle(list);
+  if (from == nullptr) return VX_INVALID_PARAMLIST;
+  ListRef clone(new FastHolderImpl);
+  if (!clone) return VX_INVALID_PARAMLIST;
+  clone->AppendExact(from->Data(), from->Used());
+  for (std::uint32_t i = 0; i < from->ChildCount(); ++i)
+    clone->AppendChild(from->ChildRef(i));
+  clone->Recount();
+  return HandleFromList(clone.Detach());
+}
+
+// Merges the source's records into the destination, one Set each, in the
+// source's order. A null or same destination is refused: the walk would
+// write into the list it reads.
+std::int32_t VXCopyHandle(HVXPARAMLIST source, HVXPARAMLIST destination) {
+  const FastHolderImpl* from = ListFromHandle(source);
+  if (from == nullptr) return 0;
+  const _tag_VXPARAMINFO* record = from->First();
+  if (record == nullptr) return 0;
+  FastHolderImpl* to = ListFromHandle(destination);
+  if (to == nullptr || to == from) return 0;
+  for (; record != nullptr; record = from->Next(record))
+    CopyRecord(*from, record, *to);
+  return 0;
+}
+
+// Borrowed: no reference is added.
+HVXPARAMLIST VXGetHandleById(HVXPARAMLIST list, std::uint32_t id) {
+  const FastHolderImpl* l = ListFromHandle(list);
+  if (l == nullptr || id >= l->ChildCount()) return VX_INVALID_PARAMLIST;
+  return HandleFromList(l->Child(id));
+}
+
+std::uint32_t VXGetHandleSize(HVXPARAMLIST list) {
+  const FastHolderImpl* l = ListFromHandle(list);
+  return l == nullptr ? 0 : l->Used();
+}
+
+std::uint32_t VXGetParamCount(HVXPARAMLIST list) {
+  const FastHolderImpl* l = ListFromHandle(list);
+  return l == nullptr ? 0 : l->Count();
+}

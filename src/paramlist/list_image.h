@@ -1,0 +1,117 @@
+// The flat byte image under a parameter list: 32-bit bookkeeping, no inline
+// bytes, and an allocation that is always exactly as large as the last need.
+#ifndef VXBUS_PARAMLIST_LIST_IMAGE_H_
+#define VXBUS_PARAMLIST_LIST_IMAGE_H_
+
+#include <cstdint>
+#include <cstring>
+
+#include "runtime/private_heap.h"
+#include "vxbus.h"
+
+namespace vxbus {
+
+// Rounds up to a multiple of 4, in the 32-bit arithmetic of the image.
+inline std::uint32_t Round4(std::uint32_t n) {
+  return (n + 3u) & ~3u;
+}
+
+// Header length of a record whose name has `nameLength` bytes: the name, at
+// least one zero byte and the type byte, rounded so the value is 4-aligned.
+inline std::uint32_t HeaderLength(std::uint32_t nameLength) {
+  return (nameLength + 6u) & ~3u;
+}
+
+template <std::uint32_t N>
+class VXMemoryBufferTpl2 {
+  // Only the list image exists, and it has neither inline bytes nor slack.
+  static_assert(N == 0, "the list image is the only instance");
+
+ public:
+  using NoDataExeption = ::NoDataExeption;
+
+  VXMemoryBufferTpl2() : used(0), capacity(0), data(nullptr) {}
+  ~VXMemoryBufferTpl2() { PrivateFree(data); }
+  VXMemoryBufferTpl2(const VXMemoryBufferTpl2&) = delete;
+  VXMemoryBufferTpl2& operator=(const VXMemoryBufferTpl2&) = delete;
+
+  // Makes room for n more bytes. Grows to exactly the need, never shrinks.
+  // The sum is 32-bit and unchecked: callers keep images far below 4 GiB.
+  void Reserve(std::uint32_t n) {
+    std::uint32_t need = used + n;
+    if (need <= capacity) return;
+    capacity = need;
+    data = static_cast<unsigned char*>(PrivateReallocate(data, capacity));
+  }
+
+  void Append32(std::uint32_t value) { AppendExact(&value, 4); }
+  void Append64(std::uint64_t value) { AppendExact(&value, 8); }
+
+  // The text and its NUL; a null text is stored as one zero byte. The pad up
+  // to the next multiple of 4 is left as the allocation holds it.
+  void AppendString(const char* text) {
+    if (text == nullptr) {
+      Reserve(4);
+      data[used] = 0;
+      used += 4;
+      return;
+    }
+    std::uint32_t n = static_cast<std::uint32_t>(std::strlen(text)) + 1;
+    AppendBytes(text, n);
+  }
+
+  // n bytes, then used advances by round4(n); the pad is not written.
+  void AppendBytes(const void* bytes, std::uint32_t n) {
+    std::uint32_t rounded = Round4(n);
+    Reserve(rounded);
+    if (n != 0) std::memcpy(data + used, bytes, n);
+    used += rounded;
+  }
+
+  // n bytes with no rounding: copies of whole images.
+  void AppendExact(const void* bytes, std::uint32_t n) {
+    Reserve(n);
+    if (n != 0) std::memcpy(data + used, bytes, n);
+    used += n;
+  }
+
+  // Offset byte, name, zero padding, type byte. The zero padding is what
+  // terminates the name.
+  void AppendHeader(const char* name, std::uint32_t nameLength, unsigned char type) {
+    std::uint32_t h = HeaderLength(nameLength);
+    Reserve(h);
+    unsigned char* p = data + used;
+    p[0] = static_cast<unsigned char>(h - 1);
+    std::memcpy(p + 1, name, nameLength);
+    std::memset(p + 1 + nameLength, 0, h - nameLength - 2);
+    p[h - 1] = type;
+    used += h;
+  }
+
+  // Opens n bytes at `offset`, moving what lies behind it up. The gap's
+  // contents are left as they are.
+  void InsertGap(std::uint32_t offset, std::uint32_t n) {
+    Reserve(n);
+    std::memmove(data + offset + n, data + offset, used - offset);
+    used += n;
+  }
+
+  unsigned char* At(std::uint32_t offset) {
+    if (offset >= used) throw NoDataExeption();
+    return data + offset;
+  }
+  std::uint32_t Load32At(std::uint32_t offset) {
+    std::uint32_t v;
+    std::memcpy(&v, At(offset), 4);
+    return v;
+  }
+  void Store32At(std::uint32_t offset, std::uint32_t value) { std::memcpy(At(offset), &value, 4); }
+
+  std::uint32_t used;
+  std::uint32_t capacity;
+  unsigned char* data;
+};
+
+}  // namespace vxbus
+
+#endif  // VXBUS_PARAMLIST_LIST_IMAGE_H_
