@@ -1,0 +1,68 @@
+// The channel over a pair of local pipes, for two processes on one machine.
+// The listener reads "<base>_in" and writes "<base>_out"; the connecting
+// process writes "_in" and reads "_out".
+#ifndef VXBUS_TRANSPORT_PIPE_CHANNEL_H_
+#define VXBUS_TRANSPORT_PIPE_CHANNEL_H_
+
+#include <atomic>
+#include <cstdint>
+#include <string>
+
+#include "platform/local_pipe.h"
+#include "transport/transport_channel.h"
+
+namespace vxbus {
+
+// Names of the pipes that this process listens on; empty until SetPipeNames.
+extern std::string listenerPipeInName;
+extern std::string listenerPipeOutName;
+
+// How long AcceptPipeChannel waits for a client on "_in": 10 s. Only tests
+// shorten it.
+extern std::atomic<std::uint32_t> g_pipeAcceptWaitMs;
+
+class PipeChannel : public ITransportChannel {
+ public:
+  // Takes ownership of both pipes. `peerName` names the pipe this side
+  // writes, `localName` the one it reads.
+  PipeChannel(platform::PipeHandle readPipe, platform::PipeHandle writePipe,
+              const std::string& peerName, const std::string& localName);
+  ~PipeChannel() override;
+
+  PipeChannel(const PipeChannel&) = delete;
+  PipeChannel& operator=(const PipeChannel&) = delete;
+
+  std::int32_t ReadStoppable(void* buffer, std::uint32_t length,
+                             const std::atomic<bool>* stopFlag) override;
+  std::int32_t Read(void* buffer, std::uint32_t length) override;
+  std::int32_t Write(const void* bytes, std::uint32_t length) override;
+  std::string GetPeerAddress() override;
+  std::string GetLocalAddress() override;
+  // A pipe always reports ready: the read that follows does the waiting.
+  std::int32_t WaitReadable(std::uint32_t timeoutMs) override;
+  std::int32_t WaitReadableForever() override;
+  void Reserved() override;
+
+ private:
+  platform::PipeReadEvent* readEvent;
+  platform::PipeHandle readHandle;
+  platform::PipeHandle writeHandle;
+  std::string peerAddress;
+  std::string localAddress;
+};
+
+// Sets both listener names from a base name; an empty one changes nothing,
+// so the names of an earlier start stay.
+void SetPipeNames(const std::string& baseName);
+
+// One round of the listener on the names of SetPipeNames; null when nobody
+// came within g_pipeAcceptWaitMs or the pipes could not be made.
+ChannelRef AcceptPipeChannel();
+
+// Connects to the listener of `baseName`; null at once for an empty name or
+// one that nobody listens on.
+ChannelRef ConnectPipeChannel(const std::string& baseName);
+
+}  // namespace vxbus
+
+#endif  // VXBUS_TRANSPORT_PIPE_CHANNEL_H_

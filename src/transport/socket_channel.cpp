@@ -1,0 +1,194 @@
+#include "transport/socket_channel.h"
+
+#include <chrono>
+#include <limits>
+#include <new>
+
+#include "runtime/log.h"
+#include "runtime/object_counters.h"
+#include "runtime/process_state.h"
+
+namespace vxbus {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr int kSocketBufferBytes = 65536;
+// The time-limit line always shows this code, whatever the platform calls
+// its would-block error, so that monitoring can match one text everywhere.
+constexpr int kTimeLimitErrorCode = 10035;
+// An outward connect waits at most two rounds of 2 s and 1 ms.
+constexpr int kConnectRounds = 2;
+constexpr std::int64_t kConnectRoundMs = 2001;
+// A full send buffer is waited for 10 s and 1 ms, whatever the limit is.
+constexpr std::int64_t kWriteWaitMs = 10001;
+
+std::int64_t MillisecondsSince(Clock::time_point start) {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+}
+
+std::int64_t TimeLimitMs() {
+  return g_limits.limits.IO_TIMEOUT_MS;
+}
+
+// About half the limit, rounded up to whole seconds, plus 1 ms: a plain read
+// gives up after one such quiet period.
+std::int64_t QuietPeriodMs() {
+  std::int64_t seconds = (TimeLimitMs() + 1999) / 2000;
+  if (seconds < 0) seconds = 0;
+  return seconds * 1000 + 1;
+}
+
+bool StopWaitAllowed(const std::atomic<bool>* stopFlag) {
+  return stopFlag != nullptr && !stopFlag->load(std::memory_order_relaxed);
+}
+
+std::string EndpointText(const platform::Ipv4Endpoint& endpoint) {
+  return platform::FormatDottedAddress(endpoint.address) + ":" + std::to_string(endpoint.port);
+}
+
+// Results above the largest count that the contract can return are refused
+// before anything touches the socket.
+constexpr std::uint32_t kLargestCount =
+    static_cast<std::uint32_t>(std::numeric_limits<std::int32_t>::max());
+
+}  // namespace
+
+void ApplyConnectedSocketOptions(platform::SocketHandle socket) {
+  platform::SetNoDelay(socket, true);
+  platform::SetNonBlocking(socket, true);
+  platform::SetReceiveBufferSize(socket, kSocketBufferBytes);
+  platform::SetSendBufferSize(socket, kSocketBufferBytes);
+}
+
+SocketChannel::SocketChannel(platform::SocketHandle socket) : socketHandle(socket) {
+  platform::Ipv4Endpoint endpoint;
+  if (platform::GetPeerEndpoint(socketHandle, &endpoint)) peerAddress = EndpointText(endpoint);
+  if (platform::GetLocalEndpoint(socketHandle, &endpoint)) localAddress = EndpointText(endpoint);
+}
+
+SocketChannel::~SocketChannel() {
+  platform::CloseSocket(socketHandle);
+}
+
+std::int32_t SocketChannel::Read(void* buffer, std::uint32_t length) {
+  return ReadStoppable(buffer, length, nullptr);
+}
+
+std::int32_t SocketChannel::ReadStoppable(void* buffer, std::uint32_t length,
+                                          const std::atomic<bool>* stopFlag) {
+  if (length > g_limits.limits.MAX_READ_SIZE || length > kLargestCount) return -1;
+  const Clock::time_point start = Clock::now();
+  if (length == 0) return 0;
+
+  auto* position = static_cast<unsigned char*>(buffer);
+  std::uint32_t remaining = length;
+  for (;;) {
+    g_transportReceiveCalls.fetch_add(1);
+    std::int64_t count = platform::Receive(socketHandle, position, remaining);
+    if (count > 0) {
+      position += count;
+      remaining -= static_cast<std::uint32_t>(count);
+      if (remaining == 0) return static_cast<std::int32_t>(length);
+      continue;
+    }
+    if (count == 0) {
+      VX_LOG(kLogInfo, "Receive failed: socket closed");
+      return -1;
+    }
+    int error = platform::LastSocketError();
+    if (!platform::IsWouldBlock(error)) {
+      VX_LOG(kLogInfo, "Receive failed with code ", error);
+      return -1;
+    }
+    // A reader that may wait for its stop flag has no overall deadline.
+    if (!StopWaitAllowed(stopFlag) && MillisecondsSince(start) >= TimeLimitMs()) {
+      VX_LOG(kLogInfo, "Receive failed with code ", kTimeLimitErrorCode);
+      return -1;
+    }
+    if (platform::WaitReadable(socketHandle, QuietPeriodMs()) == 1) continue;
+    if (!StopWaitAllowed(stopFlag)) return -1;
+  }
+}
+
+std::int32_t SocketChannel::Write(const void* bytes, std::uint32_t length) {
+  if (length > kLargestCount) return -1;
+  const Clock::time_point start = Clock::now();
+  if (length == 0) return 0;
+
+  const auto* position = static_cast<const unsigned char*>(bytes);
+  std::uint32_t remaining = length;
+  for (;;) {
+    g_transportSendCalls.fetch_add(1);
+    std::int64_t count = platform::Send(socketHandle, position, remaining);
+    if (count >= 0) {
+      position += count;
+      remaining -= static_cast<std::uint32_t>(count);
+      if (remaining == 0) return static_cast<std::int32_t>(length);
+      continue;
+    }
+    if (!platform::IsWouldBlock(platform::LastSocketError())) return -1;
+    if (MillisecondsSince(start) >= TimeLimitMs()) return -1;
+    if (platform::WaitWritable(socketHandle, kWriteWaitMs) != 1) return -1;
+  }
+}
+
+std::string SocketChannel::GetPeerAddress() {
+  return peerAddress;
+}
+
+std::string SocketChannel::GetLocalAddress() {
+  return localAddress;
+}
+
+std::int32_t SocketChannel::WaitReadable(std::uint32_t timeoutMs) {
+  return platform::WaitReadable(socketHandle, timeoutMs);
+}
+
+std::int32_t SocketChannel::WaitReadableForever() {
+  return platform::WaitReadable(socketHandle, platform::kWaitForever);
+}
+
+void SocketChannel::Reserved() {}
+
+ChannelRef ConnectSocketChannel(const char* host, std::uint16_t port) {
+  platform::SocketHandle socket = platform::CreateStreamSocket();
+  if (socket == platform::kInvalidSocket) return ChannelRef();
+
+  // A dotted address is taken as it stands and never sent to a resolver.
+  platform::Ipv4Endpoint endpoint;
+  endpoint.port = port;
+  if (!platform::ParseDottedAddress(host, &endpoint.address) &&
+      !platform::ResolveHostAddress(host, &endpoint.address)) {
+    platform::CloseSocket(socket);
+    return ChannelRef();
+  }
+
+  ApplyConnectedSocketOptions(socket);
+  if (platform::Connect(socket, endpoint) != 0) {
+    if (!platform::IsWouldBlock(platform::LastSocketError())) {
+      platform::CloseSocket(socket);
+      return ChannelRef();
+    }
+    int result = 0;
+    for (int round = 0; round < kConnectRounds && result == 0; ++round)
+      result = platform::WaitConnected(socket, kConnectRoundMs);
+    if (result != 1) {
+      platform::CloseSocket(socket);
+      return ChannelRef();
+    }
+  }
+
+  auto* channel = new (std::nothrow) SocketChannel(socket);
+  if (channel == nullptr) {
+    platform::CloseSocket(socket);
+    return ChannelRef();
+  }
+  return ChannelRef(channel);
+}
+
+ChannelRef WrapAcceptedSocket(platform::SocketHandle socket) {
+  return ChannelRef(new SocketChannel(socket));
+}
+
+}  // namespace vxbus

@@ -1,0 +1,54 @@
+// The channel over one connected IPv4 TCP socket.
+#ifndef VXBUS_TRANSPORT_SOCKET_CHANNEL_H_
+#define VXBUS_TRANSPORT_SOCKET_CHANNEL_H_
+
+#include <cstdint>
+#include <mutex>
+#include <string>
+
+#include "platform/socket.h"
+#include "transport/transport_channel.h"
+
+namespace vxbus {
+
+// The four settings that every connected socket gets, in this order: no
+// delay, non-blocking, and 64 KiB receive and send buffers. Their results are
+// not looked at.
+void ApplyConnectedSocketOptions(platform::SocketHandle socket);
+
+class SocketChannel : public ITransportChannel {
+ public:
+  // Takes ownership of a connected socket and learns both addresses; an
+  // address that cannot be learned stays empty.
+  explicit SocketChannel(platform::SocketHandle socket);
+  ~SocketChannel() override;
+
+  SocketChannel(const SocketChannel&) = delete;
+  SocketChannel& operator=(const SocketChannel&) = delete;
+
+  std::int32_t ReadStoppable(void* buffer, std::uint32_t length,
+                             const std::atomic<bool>* stopFlag) override;
+  std::int32_t Read(void* buffer, std::uint32_t length) override;
+  std::int32_t Write(const void* bytes, std::uint32_t length) override;
+  std::string GetPeerAddress() override;
+  std::string GetLocalAddress() override;
+  std::int32_t WaitReadable(std::uint32_t timeoutMs) override;
+  std::int32_t WaitReadableForever() override;
+  void Reserved() override;
+
+ private:
+  platform::SocketHandle socketHandle;
+  [[maybe_unused]] std::mutex socketMutex;  // kept with the object; no operation takes it
+  std::string peerAddress;
+  std::string localAddress;
+};
+
+// Connects outward to a dotted address or a host name; null on failure.
+ChannelRef ConnectSocketChannel(const char* host, std::uint16_t port);
+
+// Wraps a socket that a listener accepted and configured; never null.
+ChannelRef WrapAcceptedSocket(platform::SocketHandle socket);
+
+}  // namespace vxbus
+
+#endif  // VXBUS_TRANSPORT_SOCKET_CHANNEL_H_
