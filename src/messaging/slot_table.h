@@ -1,0 +1,49 @@
+// The process-wide table of slots: numbered functions that every peer may
+// call. The dispatch thread is its only reader.
+#ifndef VXBUS_MESSAGING_SLOT_TABLE_H_
+#define VXBUS_MESSAGING_SLOT_TABLE_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <mutex>
+
+#include "vxbus.h"
+
+namespace vxbus {
+
+class VXSlotTable {
+ public:
+  struct Entry {
+    std::uint32_t slotId;
+    VXSlotFunction slotFunction;
+    void* userData;
+  };
+
+  // The one table of the process. It lives from load to unload and is never
+  // destroyed, so a dispatch thread still running at exit finds it intact.
+  static VXSlotTable& Instance();
+
+  // Held by the dispatch thread across each slot function; recursive so that
+  // a slot function may register and unregister slots, itself included.
+  std::recursive_mutex& Mutex() { return mutex_; }
+
+  // A second registration of an id replaces function and user data in place.
+  void Register(std::uint32_t slotId, VXSlotFunction slotFunction, void* userData);
+  // False when the id is not registered.
+  bool Unregister(std::uint32_t slotId);
+  // Copies the entry of `slotId` into `entry`; false when there is none. The
+  // caller that is about to run the function holds Mutex() already.
+  bool Find(std::uint32_t slotId, Entry* entry);
+  std::size_t Size();
+
+ private:
+  VXSlotTable() = default;
+
+  std::recursive_mutex mutex_;
+  std::map<std::uint32_t, Entry> slots_;
+};
+
+}  // namespace vxbus
+
+#endif  // VXBUS_MESSAGING_SLOT_TABLE_H_

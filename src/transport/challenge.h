@@ -1,0 +1,39 @@
+// The challenge that the accepting side of the handshake sends, and the
+// answer that proves the connecting side holds the shared secret.
+#ifndef VXBUS_TRANSPORT_CHALLENGE_H_
+#define VXBUS_TRANSPORT_CHALLENGE_H_
+
+#include <cstddef>
+#include <cstdint>
+#include <random>
+
+namespace vxbus {
+
+constexpr std::size_t kChallengeBytes = 1024;
+constexpr std::size_t kAuthBlockBytes = 256;
+constexpr std::size_t kAnswerBytes = 16;
+
+// Fills `out` with kChallengeBytes bytes from the process-wide generator,
+// which is seeded once when the library is loaded and never again.
+void FillChallenge(unsigned char* out);
+
+// The same rule over a caller's generator, so that tests can replay it.
+void FillChallenge(std::mt19937& generator, unsigned char* out);
+
+// The byte that one draw v yields, or -1 when v must be drawn again. The byte
+// is v modulo 257 cut to 8 bits, so both 0 and 256 give byte 0 and byte 0
+// comes twice as often as any other; that unevenness is part of the scheme.
+// Only 0xFFFFFFFF, whose quotient by 257 reaches 0xFF00FF, is thrown away.
+int ChallengeByteOfDraw(std::uint32_t v);
+
+// Draws until ChallengeByteOfDraw accepts.
+unsigned char DrawChallengeByte(std::mt19937& generator);
+
+// MD5 over the 256-byte authentication block followed by the challenge.
+void ComputeAnswer(const unsigned char authBlock[kAuthBlockBytes],
+                   const unsigned char challenge[kChallengeBytes],
+                   unsigned char digest[kAnswerBytes]);
+
+}  // namespace vxbus
+
+#endif  // VXBUS_TRANSPORT_CHALLENGE_H_
