@@ -1,0 +1,73 @@
+#include "messaging/message.h"
+
+#include <atomic>
+#include <cstring>
+
+#include "paramlist/fast_holder.h"
+#include "runtime/object_counters.h"
+#include "session/application.h"
+
+namespace vxbus {
+
+std::atomic<std::uint32_t> g_lastMessageId{0};
+
+namespace {
+ListRef g_nullList;  // what a message without lists hands out
+const char kNoName[] = "";
+}  // namespace
+
+void IVXMessage::ISyncEvent::Set() {
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    signalled_ = 1;
+  }
+  condition_.notify_all();
+}
+
+void IVXMessage::ISyncEvent::Wait() {
+  std::unique_lock<std::mutex> lock(mutex_);
+  condition_.wait(lock, [this] { return signalled_ != 0; });
+}
+
+std::uint32_t IVXMessage::NextMessageId() {
+  return ++g_lastMessageId;
+}
+
+IVXMessage::IVXMessage(EventRef event, SessionRef session, std::uint32_t id, std::uint32_t state,
+                       const unsigned char* headerTail)
+    : syncEvent_(std::move(event)), id_(id), state_(state), session_(std::move(session)) {
+  if (headerTail)
+    std::memcpy(headerTail_, headerTail, sizeof headerTail_);
+  else
+    std::memset(headerTail_, 0, sizeof headerTail_);
+  ++g_liveMessages;
+}
+
+// The session goes first, then the event.
+IVXMessage::~IVXMessage() {
+  session_.Reset();
+  syncEvent_.Reset();
+  --g_liveMessages;
+}
+
+void IVXMessage::Complete(bool /*discardOutput*/) {
+  if (syncEvent_.IsValid()) syncEvent_->Set();
+}
+
+ListRef& IVXMessage::GetInputList() {
+  return g_nullList;
+}
+ListRef& IVXMessage::GetOutputList() {
+  return g_nullList;
+}
+
+const char* IVXMessage::GetApplicationName() const {
+  if (session_.IsValid()) return session_->name.c_str();
+  return kNoName;
+}
+
+void IVXMessage::WaitForCompletion() {
+  if (syncEvent_.IsValid()) syncEvent_->Wait();
+}
+
+}  // namespace vxbus

@@ -1,0 +1,40 @@
+// Reading one frame off a session's channel.
+#include <cstring>
+
+#include "messaging/slot_call_message.h"
+#include "session/application.h"
+
+namespace vxbus {
+
+bool VXAPPImpl::ReceiveMessage(MessageRef& out) {
+  out.Reset();
+  unsigned char header[16] = {0xFF, 0xFF, 0xFF, 0xFF};
+  // Only this first read may wait for as long as the peer stays silent; the
+  // rest of the frame is bounded by the channel's time limit.
+  if (channel->ReadStoppable(header, sizeof header, &stopRequested) < 0) return false;
+  std::uint32_t id, state;
+  std::memcpy(&id, header, 4);
+  std::memcpy(&state, header + 4, 4);
+
+  if (state == kStateCall || state == kStateOneWay) {
+    MessageRef message(new VXSlotCallMessage(SessionRef(this), header));
+    if (message->Receive(nullptr) < 0) return false;
+    out = std::move(message);
+    return true;
+  }
+  if (state == kStateReply) {
+    // A reply to an id we don't wait for ends the session; its body is not read.
+    MessageRef message;
+    pendingCalls->Take(id, message);
+    if (!message.IsValid()) return false;
+    message->SetReplyState();
+    // Taken from the table already: if the body fails now, the call is
+    // neither pending nor completed. That gap is kept on purpose.
+    if (message->Receive(header + 8) < 0) return false;
+    out = std::move(message);
+    return true;
+  }
+  return false;  // state 0 or above 3: nothing more is consumed
+}
+
+}  // namespace vxbus

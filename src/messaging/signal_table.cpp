@@ -1,0 +1,45 @@
+#include "messaging/signal_table.h"
+
+#include <algorithm>
+
+#include "session/application.h"
+
+namespace vxbus {
+
+VXSignalTable g_signalTable;
+
+void VXSignalTable::RemoveSession(const VXAPPImpl* session) {
+  std::lock_guard<std::recursive_mutex> lock(mutex);
+  for (auto& entry : signals) {
+    auto& list = entry.second;
+    list.erase(
+        std::remove_if(list.begin(), list.end(),
+                       [session](const VXSubscriber& s) { return s.session.get() == session; }),
+        list.end());
+  }
+}
+
+}  // namespace vxbus
+
+using vxbus::g_signalTable;
+
+// Registering a name that exists throws its subscribers out without a word.
+_tag_VX_ERROR VXRegisterSignal(const char* signalName) {
+  std::lock_guard<std::recursive_mutex> lock(g_signalTable.mutex);
+  g_signalTable.signals[signalName] = vxbus::VXSignalTable::SubscriberList();
+  return VX_SUCCESS;
+}
+
+_tag_VX_ERROR VXRegisterSignals(const _tag_SIGNAL_DESCRIPTION* signals, int count) {
+  for (int i = 0; i < count; ++i)
+    VXRegisterSignal(signals[i].signalName);
+  return VX_SUCCESS;
+}
+
+_tag_VX_ERROR VXUnregisterSignal(const char* signalName) {
+  std::lock_guard<std::recursive_mutex> lock(g_signalTable.mutex);
+  auto it = g_signalTable.signals.find(signalName);
+  if (it == g_signalTable.signals.end()) return VX_ERROR_NO_SIGNAL;
+  g_signalTable.signals.erase(it);
+  return VX_SUCCESS;
+}

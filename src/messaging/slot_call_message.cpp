@@ -1,0 +1,115 @@
+#include "messaging/slot_call_message.h"
+
+#include <cstring>
+
+#include "paramlist/fast_holder.h"
+#include "paramlist/handle.h"
+#include "runtime/memory_buffer.h"
+#include "runtime/private_heap.h"
+#include "session/application.h"
+
+namespace vxbus {
+
+namespace {
+std::uint32_t LoadWord(const unsigned char* p) {
+  std::uint32_t v;
+  std::memcpy(&v, p, 4);
+  return v;
+}
+ListRef NewListUnlessOneWay(std::uint32_t state) {
+  return state == kStateOneWay ? ListRef() : ListRef(new FastHolderImpl);
+}
+}  // namespace
+
+VXSlotCallBody::VXSlotCallBody(std::uint32_t id, ListRef in, ListRef out)
+    : slotId(id), input(std::move(in)), output(std::move(out)) {}
+
+VXSlotCallBody::VXSlotCallBody(ListRef in, ListRef out)
+    : VXSlotCallBody(0xFFFFFFFFu, std::move(in), std::move(out)) {}
+
+std::int32_t VXSlotCallBody::Write(ChannelRef& channel, bool isRequest, std::uint32_t messageId,
+                                   std::uint32_t state) {
+  // A missing or invalid list goes out as an empty one, for this frame alone.
+  ListRef list = isRequest ? input : output;
+  if (!list.IsValid()) list = new FastHolderImpl;
+
+  VXMemoryBufferTpl<128> header;
+  header.Append32(messageId);
+  header.Append32(state);
+  if (isRequest) header.Append32(slotId);
+  header.Append32(list->Used());
+  header.Append32(list->ChildCount());
+  std::int32_t written = channel->Write(header.data, static_cast<std::uint32_t>(header.used));
+  if (written < 0) return written;
+  return list->WriteList(channel, false, 0, 0);
+}
+
+std::int32_t VXSlotCallBody::Read(ChannelRef& channel, bool isRequest, const unsigned char* tail) {
+  ListRef& target = isRequest ? input : output;
+  VXMemoryBufferTpl<128> header;
+  header.AppendPadded(tail, 8);
+  if (isRequest) {
+    // A request's header has one word more: the slot id stood first in the tail.
+    slotId = header.Read32(0);
+    header.Resize(12);
+    std::int32_t got = channel->Read(header.data + 8, 4);
+    if (got < 0) return got;
+  }
+  std::uint32_t childCount = header.Read32(header.used - 4);
+  std::uint32_t size = header.Read32(header.used - 8);
+  std::uint32_t nextSize = 0, nextChildCount = 0;
+  return target->ReadList(channel, size, childCount, false, &nextSize, &nextChildCount);
+}
+
+VXSlotCallMessage::VXSlotCallMessage(EventRef event, SessionRef session, std::uint32_t slotId,
+                                     HVXPARAMLIST input, VXNotifyCallback callback, void* userData)
+    : IVXMessage(event, std::move(session), NextMessageId(),
+                 (event.IsValid() || callback) ? kStateCall : kStateOneWay, nullptr),
+      body_(slotId, ListRef(ListFromHandle(input)), ListRef()),
+      received_(0),
+      callback_(callback),
+      userData_(userData) {
+  body_.output = NewListUnlessOneWay(state_);
+}
+
+VXSlotCallMessage::VXSlotCallMessage(SessionRef session, const unsigned char* header)
+    : IVXMessage(EventRef(), std::move(session), LoadWord(header), LoadWord(header + 4),
+                 header + 8),
+      body_(ListRef(new FastHolderImpl), ListRef()),
+      received_(1),
+      callback_(nullptr),
+      userData_(nullptr) {
+  body_.output = NewListUnlessOneWay(state_);
+}
+
+void* VXSlotCallMessage::operator new(std::size_t size) {
+  return PrivateAllocate(size);
+}
+void VXSlotCallMessage::operator delete(void* pointer) {
+  PrivateFree(pointer);
+}
+
+std::int32_t VXSlotCallMessage::Send() {
+  // A received call leaves as a reply, whatever its slot did.
+  if (received_ && state_ == kStateCall) state_ = kStateReply;
+  bool isRequest = state_ != kStateReply;
+  return body_.Write(session_->channel, isRequest, id_, state_);
+}
+
+std::int32_t VXSlotCallMessage::Receive(const unsigned char* headerTail) {
+  if (!session_.IsValid()) return -1;
+  bool isRequest = state_ != kStateReply;
+  ListRef& target = isRequest ? body_.input : body_.output;
+  if (!target.IsValid()) return -1;
+  return body_.Read(session_->channel, isRequest, headerTail ? headerTail : headerTail_);
+}
+
+void VXSlotCallMessage::Complete(bool discardOutput) {
+  if (discardOutput) body_.output.Reset();
+  if (callback_)
+    callback_(GetApplicationName(), body_.slotId, HandleFromList(body_.input.get()),
+              HandleFromList(body_.output.get()), userData_);
+  if (syncEvent_.IsValid()) syncEvent_->Set();
+}
+
+}  // namespace vxbus

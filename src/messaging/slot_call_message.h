@@ -1,0 +1,59 @@
+// The one concrete message: calls, notifications, signal traffic and the
+// replies to all of them. A received request is turned into its own reply.
+#ifndef VXBUS_MESSAGING_SLOT_CALL_MESSAGE_H_
+#define VXBUS_MESSAGING_SLOT_CALL_MESSAGE_H_
+
+#include <cstddef>
+#include <cstdint>
+
+#include "messaging/message.h"
+#include "transport/transport_channel.h"
+
+namespace vxbus {
+
+// Slot id and the two lists, and the frame work on them.
+class VXSlotCallBody {
+ public:
+  VXSlotCallBody(std::uint32_t slotId, ListRef input, ListRef output);
+  VXSlotCallBody(ListRef input, ListRef output);  // slot id -1
+
+  // Header and list body of one frame; negative on failure.
+  std::int32_t Write(ChannelRef& channel, bool isRequest, std::uint32_t messageId,
+                     std::uint32_t state);
+  // The rest of a frame behind its first 8 header bytes, `tail` the next 8.
+  std::int32_t Read(ChannelRef& channel, bool isRequest, const unsigned char* tail);
+
+  std::uint32_t slotId;
+  ListRef input;
+  ListRef output;  // declared last so that it is released first
+};
+
+class VXSlotCallMessage : public IVXMessage {
+ public:
+  // For sending. The state is a call when there is a valid event or a
+  // callback, one-way otherwise. The message shares the caller's list.
+  VXSlotCallMessage(EventRef event, SessionRef session, std::uint32_t slotId, HVXPARAMLIST input,
+                    VXNotifyCallback callback, void* userData);
+  // For receiving: from the 16 header bytes read off the channel.
+  VXSlotCallMessage(SessionRef session, const unsigned char* header);
+
+  static void* operator new(std::size_t size);
+  static void operator delete(void* pointer);
+
+  std::int32_t Send() override;
+  std::int32_t Receive(const unsigned char* headerTail) override;
+  void Complete(bool discardOutput) override;
+  std::uint32_t GetSlotId() const override { return body_.slotId; }
+  ListRef& GetInputList() override { return body_.input; }
+  ListRef& GetOutputList() override { return body_.output; }
+
+ private:
+  VXSlotCallBody body_;
+  std::uint8_t received_;
+  VXNotifyCallback callback_;
+  void* userData_;
+};
+
+}  // namespace vxbus
+
+#endif  // VXBUS_MESSAGING_SLOT_CALL_MESSAGE_H_

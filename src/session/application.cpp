@@ -1,0 +1,46 @@
+#include "session/application.h"
+
+#include "runtime/object_counters.h"
+
+namespace vxbus {
+
+VXAPPImpl::VXAPPImpl() : pendingCalls(new VXPendingCalls) {
+  ++g_liveApplications;
+}
+
+// Runs on whichever thread lets go last, often a session thread itself, so it
+// detaches and never joins.
+VXAPPImpl::~VXAPPImpl() {
+  --g_liveApplications;
+  pendingCalls.reset();
+  if (readerThread.joinable()) readerThread.detach();
+  if (writerThread.joinable()) writerThread.detach();
+}
+
+bool VXAPPImpl::IsObjectValid() const {
+  return readerThreadHeld_.load() && established.load();
+}
+
+void VXAPPImpl::SetReaderThread(std::thread thread) {
+  readerThread = std::move(thread);
+  readerThreadHeld_.store(true);
+}
+
+void VXAPPImpl::JoinReaderThread() {
+  std::lock_guard<std::mutex> lock(joinMutex_);
+  if (!readerThread.joinable() || readerThread.get_id() == std::this_thread::get_id()) return;
+  readerThread.join();
+  readerThreadHeld_.store(false);
+}
+
+}  // namespace vxbus
+
+namespace vxbus {
+
+void VXAPPImpl::ThreadEnded() {
+  if (--runningThreads_ != 0) return;
+  sendQueue.Clear();
+  pendingCalls->Clear();
+}
+
+}  // namespace vxbus

@@ -1,0 +1,44 @@
+#include "session/application_registry.h"
+
+namespace vxbus {
+
+ApplicationRegistry g_applications;
+
+VXAPPImpl* ApplicationRegistry::FindLocked(const char* appId) {
+  if (appId == nullptr) return nullptr;
+  auto it = map_.find(VXNameKey(appId));
+  return it == map_.end() ? nullptr : it->second.get();
+}
+
+SessionRef ApplicationRegistry::Find(const char* appId) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return SessionRef(FindLocked(appId));
+}
+
+void ApplicationRegistry::Assign(const std::string& appId, VXAPPImpl* session) {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  auto it = map_.find(VXNameKey(appId.c_str()));
+  if (it != map_.end()) {
+    it->second = session;
+    return;
+  }
+  map_.emplace(VXNameKey(appId), SessionRef(session));
+  size_.store(map_.size(), std::memory_order_relaxed);
+}
+
+void ApplicationRegistry::Erase(const std::string& appId) {
+  SessionRef dropped;  // released after the unlock
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  auto it = map_.find(VXNameKey(appId.c_str()));
+  if (it == map_.end()) return;
+  dropped = std::move(it->second);
+  map_.erase(it);
+  size_.store(map_.size(), std::memory_order_relaxed);
+}
+
+SessionRef ApplicationRegistry::First() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return map_.empty() ? SessionRef() : map_.begin()->second;
+}
+
+}  // namespace vxbus

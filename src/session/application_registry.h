@@ -1,0 +1,47 @@
+// The process-wide registry of established sessions, keyed by the peer's appID.
+#ifndef VXBUS_SESSION_APPLICATION_REGISTRY_H_
+#define VXBUS_SESSION_APPLICATION_REGISTRY_H_
+
+#include <atomic>
+#include <cstddef>
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "runtime/name_key.h"
+#include "session/application.h"
+
+namespace vxbus {
+
+class ApplicationRegistry {
+ public:
+  // Recursive; VXCall holds it across its look-up and its push.
+  std::recursive_mutex& Mutex() { return mutex_; }
+
+  // A new reference, or null. A null or unknown appID finds nothing. The key
+  // borrows the text, so a look-up allocates nothing.
+  SessionRef Find(const char* appId);
+  // The same for a caller that holds the mutex.
+  VXAPPImpl* FindLocked(const char* appId);
+
+  // Makes the entry hold `session`, inserting an owning key or replacing the
+  // reference of an existing one.
+  void Assign(const std::string& appId, VXAPPImpl* session);
+  void Erase(const std::string& appId);
+  SessionRef First();
+
+  // Read without the mutex by the accept paths and the shutdown; the value
+  // may be a moment old.
+  std::size_t Size() const { return size_.load(std::memory_order_relaxed); }
+
+ private:
+  std::map<VXNameKey, SessionRef> map_;
+  std::recursive_mutex mutex_;
+  std::atomic<std::size_t> size_{0};
+};
+
+extern ApplicationRegistry g_applications;
+
+}  // namespace vxbus
+
+#endif  // VXBUS_SESSION_APPLICATION_REGISTRY_H_

@@ -1,0 +1,86 @@
+#include "session/message_queue.h"
+
+#include <chrono>
+#include <new>
+
+#include "runtime/private_heap.h"
+
+namespace vxbus {
+
+VXMessageQueue g_dispatchQueue;
+
+VXMessageQueue::~VXMessageQueue() {
+  Clear();
+}
+
+void VXMessageQueue::Clear() {
+  FreeList(fifo_);
+  fifo_ = nullptr;
+  std::lock_guard<std::mutex> lock(mutex_);
+  FreeList(head_.exchange(nullptr));
+}
+
+void VXMessageQueue::FreeList(Node* node) {
+  while (node) {
+    Node* next = node->next;
+    node->~Node();
+    PrivateFree(node);
+    node = next;
+  }
+}
+
+void VXMessageQueue::Push(const MessageRef& message) {
+  Node* node = new (PrivateAllocate(sizeof(Node))) Node{nullptr, message};
+  Node* old = head_.load(std::memory_order_relaxed);
+  do {
+    node->next = old;
+  } while (!head_.compare_exchange_weak(old, node, std::memory_order_release,
+                                        std::memory_order_relaxed));
+  // Only the push onto an empty stack wakes the consumer; a wake-up for the
+  // rest of this batch is already on its way. The mutex closes the gap
+  // between the consumer's last look and its sleep.
+  if (old != nullptr) return;
+  std::lock_guard<std::mutex> lock(mutex_);
+  notEmpty_.notify_one();
+}
+
+VXMessageQueue::Node* VXMessageQueue::TakeBatch(std::int32_t limitMs) {
+  Node* batch = head_.exchange(nullptr, std::memory_order_acquire);
+  if (batch || limitMs == 0) return batch;
+  auto take = [this, &batch] {
+    batch = head_.exchange(nullptr, std::memory_order_acquire);
+    return batch != nullptr;
+  };
+  std::unique_lock<std::mutex> lock(mutex_);
+  if (limitMs < 0) {
+    notEmpty_.wait(lock, take);
+  } else {
+    auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
+    notEmpty_.wait_until(lock, deadline, take);
+  }
+  return batch;
+}
+
+void VXMessageQueue::Pop(MessageRef& out, std::int32_t limitMs) {
+  if (!fifo_) {
+    Node* batch = TakeBatch(limitMs);
+    if (!batch) {
+      out.Reset();
+      return;
+    }
+    // The stack holds the newest first; reverse it so the oldest comes out first.
+    while (batch) {
+      Node* next = batch->next;
+      batch->next = fifo_;
+      fifo_ = batch;
+      batch = next;
+    }
+  }
+  Node* node = fifo_;
+  fifo_ = node->next;
+  out = std::move(node->message);
+  node->~Node();
+  PrivateFree(node);
+}
+
+}  // namespace vxbus

@@ -1,0 +1,161 @@
+#include "session/session_threads.h"
+
+#include "messaging/signal_table.h"
+#include "runtime/log.h"
+#include "runtime/process_state.h"
+#include "session/app_id_tokens.h"
+#include "session/application_registry.h"
+
+namespace vxbus {
+
+namespace {
+
+void OpenGate(std::mutex& mutex, bool& flag, std::condition_variable& condition) {
+  {
+    std::lock_guard<std::mutex> lock(mutex);
+    flag = true;
+  }
+  condition.notify_one();
+}
+
+void WaitGate(std::mutex& mutex, bool& flag, std::condition_variable& condition) {
+  std::unique_lock<std::mutex> lock(mutex);
+  condition.wait(lock, [&flag] { return flag; });
+}
+
+// Tells the session that one of its threads is done, on every way out.
+class ThreadExit {
+ public:
+  explicit ThreadExit(VXAPPImpl* session) : session_(session) {}
+  ~ThreadExit() { session_->ThreadEnded(); }
+  ThreadExit(const ThreadExit&) = delete;
+  ThreadExit& operator=(const ThreadExit&) = delete;
+
+ private:
+  VXAPPImpl* session_;
+};
+
+void LogNotInitialized(const VXAPPImpl* session) {
+  VX_LOG(kLogWarning, "Application '", session->name, "' is not initialized");
+}
+
+void CallConnectListener(VXAPPImpl* session) {
+  VXConnectListener listener = g_connectListener.load(std::memory_order_relaxed);
+  if (!listener) return;
+  AppIdParts parts = SplitAppId(session->name);
+  listener(session->localAddress.c_str(), session->remoteAddress.c_str(), session->name.c_str(),
+           parts.hasHost ? parts.host.c_str() : nullptr, parts.PortNumber(),
+           parts.hasName ? parts.name.c_str() : nullptr);
+}
+
+void CallDisconnectListener(VXAPPImpl* session) {
+  VXDisconnectListener listener = g_disconnectListener.load(std::memory_order_relaxed);
+  if (!listener) return;
+  AppIdParts parts = SplitAppId(session->name);
+  listener(session->name.c_str(), parts.hasHost ? parts.host.c_str() : nullptr, parts.PortNumber(),
+           parts.hasName ? parts.name.c_str() : nullptr);
+}
+
+void ReaderThread(VXAPPImpl* raw) {
+  SessionRef session(raw);
+  ThreadExit exit(raw);
+  WaitGate(raw->readerMutex, raw->readerGo, raw->readerGoCondition);
+  if (!raw->established) {
+    OpenGate(raw->readerMutex, raw->readerUp, raw->readerUpCondition);
+    LogNotInitialized(raw);
+    return;
+  }
+  g_applications.Assign(raw->name, raw);
+  OpenGate(raw->readerMutex, raw->readerUp, raw->readerUpCondition);
+  VX_LOG(kLogInfo, "Application connected:", raw->name);
+  CallConnectListener(raw);
+
+  for (;;) {
+    if (g_shuttingDown.load(std::memory_order_relaxed)) break;
+    if (raw->stopRequested.load()) break;
+    std::int32_t ready = raw->channel->WaitReadable(kReaderPollMs);
+    if (ready < 0) break;
+    if (ready == 0) continue;
+    MessageRef message;
+    if (!raw->ReceiveMessage(message) || !message.IsValid()) break;
+    if (message->GetState() == kStateReply) {
+      // Completed here and never queued, so that a slot function blocked in
+      // a call on the dispatch thread still gets its answer.
+      message->Complete(false);
+    } else {
+      g_dispatchQueue.Push(message);
+    }
+  }
+
+  const char* cause = g_shuttingDown.load(std::memory_order_relaxed) ? "Global shutdown: "
+                      : raw->stopRequested.load()                    ? "Local shutdown: "
+                                                                     : "Remote disconnect: ";
+  VX_LOG(kLogInfo, cause, '"', raw->name, '"', " stopped");
+  g_signalTable.RemoveSession(raw);
+  CallDisconnectListener(raw);
+  // The writer learns of a remote end from this flag; registry and queues
+  // are the writer's to clean.
+  raw->stopRequested.store(true);
+}
+
+void WriterThread(VXAPPImpl* raw) {
+  SessionRef session(raw);
+  ThreadExit exit(raw);
+  WaitGate(raw->writerMutex, raw->writerGo, raw->writerGoCondition);
+  OpenGate(raw->writerMutex, raw->writerUp, raw->writerUpCondition);
+  if (!raw->established) {
+    LogNotInitialized(raw);
+    return;
+  }
+
+  while (!g_shuttingDown.load(std::memory_order_relaxed) && !raw->stopRequested.load()) {
+    MessageRef message;
+    raw->sendQueue.Pop(message, kWriterPollMs);
+    if (!message) continue;
+    if (!message.IsValid()) continue;
+    // Entered before the first byte goes out, so no reply can overtake it.
+    if (message->GetState() == kStateCall) raw->pendingCalls->Insert(message);
+    if (message->Send() >= 0) continue;
+    // A failed reply or one-way frame is dropped; only a failed call ends
+    // this loop. Send turns a received call's state into a reply.
+    if (message->GetState() != kStateCall) continue;
+    MessageRef failed;
+    raw->pendingCalls->Take(message->GetId(), failed);
+    if (failed.IsValid()) {
+      failed->SetReplyState();
+      g_dispatchQueue.Push(failed);  // completed by the dispatch thread
+    }
+    break;
+  }
+
+  g_applications.Erase(raw->name);
+  // Every caller that found the session under the registry lock has pushed
+  // by now: fail what is queued, then what waits for a reply.
+  for (;;) {
+    MessageRef message;
+    raw->sendQueue.Pop(message, 0);
+    if (!message.IsValid()) break;
+    message->Complete(true);
+  }
+  raw->pendingCalls->ForEach([](MessageRef& message) { message->Complete(true); });
+}
+
+}  // namespace
+
+bool StartThreads(VXAPPImpl* session) {
+  session->SetReaderThread(std::thread(ReaderThread, session));
+  session->writerThread = std::thread(WriterThread, session);
+  return true;
+}
+
+bool ReleaseThreads(VXAPPImpl* session) {
+  VX_LOG(kLogInfo, "Start management threads for ", session->name);
+  OpenGate(session->readerMutex, session->readerGo, session->readerGoCondition);
+  OpenGate(session->writerMutex, session->writerGo, session->writerGoCondition);
+  WaitGate(session->readerMutex, session->readerUp, session->readerUpCondition);
+  WaitGate(session->writerMutex, session->writerUp, session->writerUpCondition);
+  VX_LOG(kLogInfo, "Startup completed for ", session->name);
+  return true;
+}
+
+}  // namespace vxbus

@@ -1,0 +1,51 @@
+#include "support/channel_pair.h"
+
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+
+#include "platform/socket.h"
+#include "transport/pipe_channel.h"
+#include "transport/socket_channel.h"
+
+namespace vxbus {
+namespace testing {
+
+ChannelPair MakeSocketChannelPair() {
+  platform::Ipv4Endpoint endpoint;
+  platform::ParseDottedAddress("127.0.0.1", &endpoint.address);
+  platform::SocketHandle listener = platform::CreateStreamSocket();
+  platform::Bind(listener, endpoint);  // port 0: the system picks one
+  platform::Listen(listener, 1);
+  platform::GetLocalEndpoint(listener, &endpoint);
+  ChannelPair pair;
+  pair.first = ConnectSocketChannel("127.0.0.1", endpoint.port);
+  platform::SocketHandle accepted = platform::Accept(listener, nullptr);
+  ApplyConnectedSocketOptions(accepted);
+  pair.second = WrapAcceptedSocket(accepted);
+  platform::CloseSocket(listener);
+  return pair;
+}
+
+std::string UniquePipeName(const std::string& stem) {
+  static std::atomic<int> counter{0};
+  return "vxbus_test_" + stem + "_" + std::to_string(getpid()) + "_" + std::to_string(++counter);
+}
+
+ChannelPair MakePipeChannelPair() {
+  std::string name = UniquePipeName("pair");
+  SetPipeNames(name);
+  ChannelPair pair;
+  std::thread listener([&pair] { pair.second = AcceptPipeChannel(); });
+  // The listener's pipes may not exist yet: a connect fails at once then.
+  for (int attempt = 0; attempt < 5000 && !pair.first; ++attempt) {
+    pair.first = ConnectPipeChannel(name);
+    if (!pair.first) std::this_thread::yield();
+  }
+  listener.join();
+  return pair;
+}
+
+}  // namespace testing
+}  // namespace vxbus
