@@ -28,6 +28,9 @@ extern std::atomic<VXDisconnectListener> g_disconnectListener;
 extern std::atomic<VXAuthFailedListener> g_authFailedListener;
 extern std::atomic<VXUnknownConnectListener> g_unknownConnectListener;
 
+// The process's appID: host name, ":", port in decimal, "/", application name.
+std::string BuildOwnAppId(std::int32_t port, const char* appName);
+
 }  // namespace vxbus
 
 #endif  // VXBUS_RUNTIME_PROCESS_STATE_H_

@@ -1,0 +1,58 @@
+// Blocking calls and notifications to a slot of a peer.
+#include "messaging/flow_id.h"
+#include "messaging/slot_call_message.h"
+#include "paramlist/handle.h"
+#include "session/application_registry.h"
+#include "vxbus.h"
+
+using namespace vxbus;
+
+HVXPARAMLIST VXCall(const char* applicationName, std::uint32_t slotId, HVXPARAMLIST list) {
+  MessageRef message;
+  {
+    SessionRef session;  // dropped after the registry lock is left
+    // The lock spans the look-up and the push, so a session found here can't
+    // be erased and drained before the message stands in its queue.
+    std::lock_guard<std::recursive_mutex> lock(g_applications.Mutex());
+    session = g_applications.FindLocked(applicationName);
+    if (!session.IsValid()) return VX_INVALID_PARAMLIST;
+    IVXMessage::EventRef event(new IVXMessage::ISyncEvent);
+    message = new VXSlotCallMessage(event, session, slotId, list, nullptr, nullptr);
+    session->sendQueue.Push(message);
+  }
+  // No time limit: a call lasts as long as its session does.
+  message->WaitForCompletion();
+  return VXReferenceHandle(HandleFromList(message->GetOutputList().get()));
+}
+
+// Unlike VXCall the push happens after the look-up's lock was left: a session
+// that ends in between may have drained already, and the message then stays
+// in the dead queue without completion.
+_tag_VX_ERROR VXNotify(const char* applicationName, std::uint32_t slotId, HVXPARAMLIST list,
+                       VXNotifyCallback callback, void* userData) {
+  SessionRef session = g_applications.Find(applicationName);
+  if (!session.IsValid()) return VX_ERROR_NO_APPLICATION;
+  MessageRef message(
+      new VXSlotCallMessage(IVXMessage::EventRef(), session, slotId, list, callback, userData));
+  session->sendQueue.Push(message);
+  return VX_SUCCESS;
+}
+
+HVXPARAMLIST VXCallWithFlow(std::uint32_t flowId, const char* applicationName, std::uint32_t slotId,
+                            HVXPARAMLIST list) {
+  StoreFlowId(list, flowId);
+  return VXCall(applicationName, slotId, list);
+}
+
+_tag_VX_ERROR VXNotifyWithFlow(std::uint32_t flowId, const char* applicationName,
+                               std::uint32_t slotId, HVXPARAMLIST list, VXNotifyCallback callback,
+                               void* userData) {
+  StoreFlowId(list, flowId);
+  return VXNotify(applicationName, slotId, list, callback, userData);
+}
+
+_tag_VX_ERROR VXEmitWithFlow(std::uint32_t flowId, const char* signalName, HVXPARAMLIST list,
+                             VXNotifyCallback callback, void* userData) {
+  StoreFlowId(list, flowId);
+  return VXEmit(signalName, list, callback, userData);
+}

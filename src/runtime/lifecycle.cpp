@@ -1,0 +1,148 @@
+// Start and stop of the library in a process.
+//
+// Initialise calls are counted and only the first does the work; only the
+// VXShutdown that matches it undoes it. Slots, signals, listeners and open
+// gates stay over a shutdown.
+#include <atomic>
+#include <cstring>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "messaging/dispatch_thread.h"
+#include "messaging/signal_table.h"
+#include "messaging/signals.h"
+#include "platform/host.h"
+#include "platform/socket.h"
+#include "runtime/process_state.h"
+#include "session/application_registry.h"
+#include "session/message_queue.h"
+#include "transport/connection_threads.h"
+
+namespace vxbus {
+namespace {
+
+std::recursive_mutex g_initLock;
+std::atomic<std::int32_t> g_initCount{0};
+std::thread g_tcpThread;
+std::thread g_pipeThread;
+std::thread g_dispatchThread;
+
+constexpr char kAnyAddress[] = "0.0.0.0";
+
+bool IsSet(const char* text) {
+  return text != nullptr && *text != '\0';
+}
+
+// Non-zero words of the caller replace the defaults; the secret block is
+// taken unconditionally, also when it is all zero.
+void MergeLimits(const VXLimits* limits) {
+  if (limits == nullptr || limits->size != g_defaultLimits.size) return;
+  std::uint32_t* target = &g_limits.limits.MAX_CONNECTIONS;
+  const std::uint32_t* given = &limits->limits.MAX_CONNECTIONS;
+  constexpr int kWords = 8;  // MAX_CONNECTIONS to IO_TIMEOUT_MS
+  for (int i = 0; i < kWords; ++i)
+    if (given[i] != 0) target[i] = given[i];
+  std::memcpy(g_limits.limits.authBlock, limits->limits.authBlock,
+              sizeof g_limits.limits.authBlock);
+}
+
+_tag_VX_ERROR InitializeCommon(const char* pipeName, const char* bindAddress, const char* appName,
+                               std::int32_t port, const VXLimits* limits) {
+  std::lock_guard<std::recursive_mutex> lock(g_initLock);
+  const std::int32_t count = ++g_initCount;
+  if (count == 1) {
+    platform::StartSocketLibrary();
+    g_limits = g_defaultLimits;
+    MergeLimits(limits);
+  }
+  // The count stays raised on every path below; each call needs its shutdown.
+  if (platform::GetHostName(g_hostName, sizeof g_hostName) != 0) return VX_ERROR_FAILED;
+  std::string appId = BuildOwnAppId(port, appName);
+  g_shuttingDown = false;
+  if (count != 1) return appId == g_ownAppId ? VX_SUCCESS : VX_ERROR_NAME_IN_USE;
+
+  g_ownAppId = appId;
+  VXRegisterSlot(VX_SLOT_CONNECT_SIGNAL, SubscribeSlot, &g_signalTable.signals);
+  VXRegisterSlot(VX_SLOT_DISCONNECT_SIGNAL, UnsubscribeSlot, &g_signalTable.signals);
+  g_connThreadInfo->Set(bindAddress, static_cast<std::uint16_t>(port));
+  // Assigning over a thread that still runs ends the process; after a
+  // correct shutdown none does.
+  g_tcpThread = std::thread(TcpConnectionThread);
+  g_connPipeThreadInfo->SetPipeName(pipeName);
+  g_pipeThread = std::thread(PipeConnectionThread);
+  g_dispatchThread = std::thread(DispatchThread);
+  return VX_SUCCESS;
+}
+
+}  // namespace
+
+// The full 32-bit port is printed, while the listener uses its low 16 bits.
+std::string BuildOwnAppId(std::int32_t port, const char* appName) {
+  std::string appId(g_hostName);
+  appId += ':';
+  appId += std::to_string(port);
+  appId += '/';
+  appId += appName ? appName : "";
+  return appId;
+}
+
+}  // namespace vxbus
+
+using namespace vxbus;
+
+_tag_VX_ERROR VXInitialize(const char* appName, std::int32_t port, const VXLimits* limits) {
+  return InitializeCommon(nullptr, kAnyAddress, appName, port, limits);
+}
+
+_tag_VX_ERROR VXInitializeEx(const char* bindAddress, const char* appName, std::int32_t port,
+                             const VXLimits* limits) {
+  std::uint32_t parsed;
+  bool usable = IsSet(bindAddress) && platform::ParseDottedAddress(bindAddress, &parsed);
+  return InitializeCommon(nullptr, usable ? bindAddress : kAnyAddress, appName, port, limits);
+}
+
+_tag_VX_ERROR VXInitializeWithPipeChannel(const char* pipeName, const char* bindAddress,
+                                          const char* appName, std::int32_t port,
+                                          const VXLimits* limits) {
+  return InitializeCommon(pipeName, IsSet(bindAddress) ? bindAddress : kAnyAddress, appName, port,
+                          limits);
+}
+
+// No lock and no test of initialisation: it may run before the first
+// initialise call, which then overwrites what it stored.
+_tag_VX_ERROR VXStartListeners(const char* pipeName, const char* bindAddress, std::uint16_t port) {
+  g_connThreadInfo->Set(bindAddress, port);
+  g_connPipeThreadInfo->SetPipeName(pipeName);
+  return VXConnectionReady();
+}
+
+// Stops, in order: new pipe connections, new TCP connections, the sessions,
+// the dispatch thread, the socket library.
+_tag_VX_ERROR VXShutdown(void) {
+  std::lock_guard<std::recursive_mutex> lock(g_initLock);
+  if (g_initCount.load() == 0) return VX_SUCCESS;
+  if (g_initCount.fetch_sub(1) != 1) return VX_SUCCESS;
+
+  g_shuttingDown = true;
+  VXConnectionReady();  // a thread still at its gate can run to its end
+  if (g_pipeThread.joinable()) g_pipeThread.join();
+  if (g_tcpThread.joinable()) g_tcpThread.join();
+
+  // No sleep and no limit: each writer erases its entry within its poll.
+  while (SessionRef session = g_applications.First()) {
+    if (session->IsSessionValid()) {
+      session->stopRequested = true;
+      session->JoinReaderThread();
+    } else {
+      std::this_thread::yield();  // its writer has yet to erase the entry
+    }
+  }
+
+  g_dispatchQueue.Push(MessageRef());  // wakes the dispatch thread for its last test
+  // No test for existence: without a dispatch thread this raises the
+  // invalid-argument system error, as it always has.
+  g_dispatchThread.join();
+  platform::StopSocketLibrary();
+  return VX_SUCCESS;
+}

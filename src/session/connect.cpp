@@ -1,0 +1,56 @@
+// Opening and closing sessions to peers.
+#include "session/application.h"
+#include "session/application_registry.h"
+#include "transport/pipe_channel.h"
+#include "transport/socket_channel.h"
+
+namespace vxbus {
+namespace {
+
+// The caller's own reference ends here; on success the session lives on in
+// its threads and its registry entry, on failure it goes with its threads.
+_tag_VX_ERROR ConnectOver(const ChannelRef& channel, char* appIdBuffer,
+                          std::uint32_t appIdBufferSize, const unsigned char* secret,
+                          std::int32_t secretLength) {
+  SessionRef session(new VXAPPImpl);
+  return static_cast<_tag_VX_ERROR>(
+      session->ConnectApplication(channel, appIdBuffer, appIdBufferSize, secret, secretLength));
+}
+
+bool IsSet(const char* text) {
+  return text != nullptr && *text != '\0';
+}
+
+}  // namespace
+}  // namespace vxbus
+
+using namespace vxbus;
+
+_tag_VX_ERROR VXConnect(const char* host, std::int32_t port, char* appIdBuffer,
+                        std::uint32_t appIdBufferSize, const unsigned char* secret,
+                        std::int32_t secretLength) {
+  ChannelRef channel = ConnectSocketChannel(host, static_cast<std::uint16_t>(port));
+  return ConnectOver(channel, appIdBuffer, appIdBufferSize, secret, secretLength);
+}
+
+// A pipe name wins over a host and a port; with neither usable, the pipe
+// path fails on its empty name.
+_tag_VX_ERROR VXConnectEx(const char* pipeName, const char* host, std::int32_t port,
+                          char* appIdBuffer, std::uint32_t appIdBufferSize,
+                          const unsigned char* secret, std::int32_t secretLength) {
+  bool useTcp = IsSet(host) && port != 0 && !IsSet(pipeName);
+  ChannelRef channel = useTcp ? ConnectSocketChannel(host, static_cast<std::uint16_t>(port))
+                              : ConnectPipeChannel(pipeName ? pipeName : "");
+  return ConnectOver(channel, appIdBuffer, appIdBufferSize, secret, secretLength);
+}
+
+// Waits for the reader, and so for the disconnect listener, but not for the
+// writer, which may keep the entry for one more poll period.
+_tag_VX_ERROR VXDisconnect(const char* applicationName) {
+  SessionRef session = g_applications.Find(applicationName);
+  if (session.IsValid()) {
+    session->stopRequested = true;
+    session->JoinReaderThread();
+  }
+  return VX_SUCCESS;
+}

@@ -1,0 +1,33 @@
+#include "transport/connection_threads.h"
+
+namespace vxbus {
+
+MTObjects::MTReferencedPtr<ConnThreadInfo> g_connThreadInfo(new ConnThreadInfo);
+MTObjects::MTReferencedPtr<ConnPipeThreadInfo> g_connPipeThreadInfo(new ConnPipeThreadInfo);
+
+void ConnThreadInfo::Set(const char* bindAddress, std::uint16_t port) {
+  platform::Ipv4Endpoint address;
+  address.port = port;
+  if (bindAddress == nullptr || !platform::ParseDottedAddress(bindAddress, &address.address))
+    address.address = 0;
+  std::lock_guard<std::mutex> lock(mutex_);
+  enabled_ = 1;
+  address_ = address;
+}
+
+platform::Ipv4Endpoint ConnThreadInfo::Address() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return address_;
+}
+
+void ConnPipeThreadInfo::SetPipeName(const char* pipeName) {
+  std::lock_guard<std::mutex> lock(mutex_);
+  pipeName_ = pipeName ? pipeName : "";
+}
+
+std::string ConnPipeThreadInfo::PipeName() {
+  std::lock_guard<std::mutex> lock(mutex_);
+  return pipeName_;
+}
+
+}  // namespace vxbus

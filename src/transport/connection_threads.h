@@ -1,0 +1,53 @@
+// The two process-wide threads that take in peers, and what they listen on.
+#ifndef VXBUS_TRANSPORT_CONNECTION_THREADS_H_
+#define VXBUS_TRANSPORT_CONNECTION_THREADS_H_
+
+#include <mutex>
+#include <string>
+
+#include "platform/socket.h"
+#include "runtime/referenced_ptr.h"
+
+namespace vxbus {
+
+// Where the TCP listener binds. Port 0 means no TCP listener is wanted.
+class ConnThreadInfo : public MTObjects::MTReferencedTypeBase {
+ public:
+  // An address text that is not a dotted IPv4 address means all local addresses.
+  void Set(const char* bindAddress, std::uint16_t port);
+  platform::Ipv4Endpoint Address();
+
+ protected:
+  bool IsObjectValid() const override { return true; }
+
+ private:
+  std::mutex mutex_;  // the address is written by the application, read by the thread
+  std::uint32_t enabled_ = 0;
+  platform::Ipv4Endpoint address_;
+};
+
+// The base name of the pipe listener; empty means no pipe listener.
+class ConnPipeThreadInfo : public MTObjects::MTReferencedTypeBase {
+ public:
+  void SetPipeName(const char* pipeName);
+  std::string PipeName();
+
+ protected:
+  bool IsObjectValid() const override { return true; }
+
+ private:
+  std::mutex mutex_;
+  std::string pipeName_;
+};
+
+extern MTObjects::MTReferencedPtr<ConnThreadInfo> g_connThreadInfo;
+extern MTObjects::MTReferencedPtr<ConnPipeThreadInfo> g_connPipeThreadInfo;
+
+// Both wait at their gates first and end on g_shuttingDown. Each runs the
+// handshake of every peer it takes on itself, one peer at a time.
+void TcpConnectionThread();
+void PipeConnectionThread();
+
+}  // namespace vxbus
+
+#endif  // VXBUS_TRANSPORT_CONNECTION_THREADS_H_

@@ -1,0 +1,155 @@
+// The exchange that opens every connection, on both sides:
+//   1 C->A appID   2 A->C appID   3 A->C challenge (1024 bytes)
+//   4 C->A answer (MD5 of secret block and challenge)
+//   5 C->A appID again   6 A->C appID again, only if A accepts.
+// Both session threads exist, parked at their gates, for the whole exchange,
+// and are released on failure as well.
+#include <cstring>
+
+#include "runtime/log.h"
+#include "runtime/process_state.h"
+#include "session/app_id_tokens.h"
+#include "session/application.h"
+#include "session/application_registry.h"
+#include "session/session_threads.h"
+#include "transport/app_id_block.h"
+#include "transport/challenge.h"
+
+namespace vxbus {
+
+namespace {
+
+constexpr auto kChallengeLength = static_cast<std::int32_t>(kChallengeBytes);
+constexpr auto kAnswerLength = static_cast<std::int32_t>(kAnswerBytes);
+
+bool IsConnected(const std::string& appId) {
+  SessionRef existing = g_applications.Find(appId.c_str());
+  return existing.IsValid();
+}
+
+// Host, then the text between ":" and "/"; false when either is missing.
+bool SplitHostAndPort(const std::string& appId, std::string& host, std::string& port) {
+  AppIdTokenizer tokens(appId);
+  return tokens.Next(':', host) && tokens.Next('/', port);
+}
+
+void CallUnknownConnectListener(const VXAPPImpl* session) {
+  VXUnknownConnectListener listener = g_unknownConnectListener.load(std::memory_order_relaxed);
+  if (listener) listener(session->localAddress.c_str(), session->remoteAddress.c_str());
+}
+
+void CallAuthFailedListener(const VXAPPImpl* session, const std::string& appId) {
+  VXAuthFailedListener listener = g_authFailedListener.load(std::memory_order_relaxed);
+  if (listener)
+    listener(session->localAddress.c_str(), session->remoteAddress.c_str(), appId.c_str());
+}
+
+}  // namespace
+
+bool VXAPPImpl::AcceptApplication(const ChannelRef& newChannel) {
+  channel = newChannel;
+  if (channel.IsValid() && StartThreads(this)) {
+    ITransportChannel& link = *channel;
+    remoteAddress = link.GetPeerAddress();
+    localAddress = link.GetLocalAddress();
+    std::string appId = ReadAppId(link);
+    if (appId.empty()) {
+      VX_LOG(kLogWarning, "Stage 1: no appID specified");
+      CallUnknownConnectListener(this);
+    } else {
+      WriteAppId(link, g_ownAppId);
+      const std::string firstAppId = appId;
+      unsigned char challenge[kChallengeBytes];
+      FillChallenge(challenge);
+      bool credentialsOk = false;
+      if (link.Write(challenge, kChallengeBytes) == kChallengeLength) {
+        unsigned char expected[kAnswerBytes], answer[kAnswerBytes];
+        ComputeAnswer(g_limits.limits.authBlock, challenge, expected);
+        std::memset(challenge, 0, sizeof challenge);
+        credentialsOk = link.Read(answer, kAnswerBytes) == kAnswerLength &&
+                        std::memcmp(expected, answer, kAnswerBytes) == 0;
+      }
+      if (!credentialsOk) {
+        VX_LOG(kLogWarning, "Stage 2: credentials failed");
+        CallAuthFailedListener(this, firstAppId);
+      } else {
+        // The second naming is the one that counts.
+        appId = ReadAppId(link);
+        std::string host, port;
+        if (appId.empty()) {
+          VX_LOG(kLogWarning, "Stage 1: no appID specified");
+          CallUnknownConnectListener(this);
+        } else if (IsConnected(appId)) {
+          VX_LOG(kLogError, "Application already connected: '", appId, "'");
+        } else if (!SplitHostAndPort(appId, host, port)) {
+          VX_LOG(kLogWarning, "Stage 4: No host or name");
+          CallUnknownConnectListener(this);
+        } else {
+          peerHost = host;
+          peerPort = port;
+          WriteAppId(link, g_ownAppId);
+          name = appId;
+          established = true;
+        }
+      }
+    }
+  }
+  ReleaseThreads(this);
+  return established;
+}
+
+std::int32_t VXAPPImpl::ConnectApplication(const ChannelRef& newChannel, char* appIdBuffer,
+                                           std::uint32_t appIdBufferSize,
+                                           const unsigned char* secret, std::int32_t secretLength) {
+  std::int32_t result = VX_ERROR_FAILED;
+  // Nothing is sent when the secret is too long.
+  if (StartThreads(this) && secretLength <= 256) {
+    channel = newChannel;
+    if (channel.IsValid())
+      result = RunConnectExchange(appIdBuffer, appIdBufferSize, secret, secretLength);
+  }
+  ReleaseThreads(this);
+  return result;
+}
+
+std::int32_t VXAPPImpl::RunConnectExchange(char* appIdBuffer, std::uint32_t appIdBufferSize,
+                                           const unsigned char* secret, std::int32_t secretLength) {
+  ITransportChannel& link = *channel;
+  localAddress = link.GetLocalAddress();
+  remoteAddress = link.GetPeerAddress();
+  WriteAppId(link, g_ownAppId);
+  std::string appId = ReadAppId(link);
+  if (appId.empty()) return VX_ERROR_FAILED;
+  if (IsConnected(appId)) return VX_ERROR_NAME_IN_USE;
+
+  unsigned char challenge[kChallengeBytes];
+  if (link.Read(challenge, kChallengeBytes) != kChallengeLength) return VX_ERROR_FAILED;
+  unsigned char block[256] = {};
+  if (secret && secretLength > 0)
+    std::memcpy(block, secret, static_cast<std::size_t>(secretLength));
+  unsigned char answer[kAnswerBytes];
+  ComputeAnswer(block, challenge, answer);
+  if (link.Write(answer, kAnswerBytes) != kAnswerLength) return VX_ERROR_FAILED;
+  WriteAppId(link, g_ownAppId);
+
+  // A refusal shows only as silence and a closed connection.
+  appId = ReadAppId(link);
+  if (appId.empty()) return VX_ERROR_NAME_IN_USE;
+  std::string host, port;
+  if (!SplitHostAndPort(appId, host, port)) {
+    CallUnknownConnectListener(this);
+    return VX_ERROR_FAILED;
+  }
+  peerHost = host;
+  peerPort = port;
+  name = appId;
+  established = true;
+  if (appIdBuffer && appIdBufferSize) {
+    std::memset(appIdBuffer, 0, appIdBufferSize);
+    if (appIdBufferSize >= appId.size() + 1)
+      std::memcpy(appIdBuffer, appId.c_str(), appId.size() + 1);
+  }
+  return VX_SUCCESS;
+}
+
+}  // namespace vxbus

@@ -1,0 +1,39 @@
+// Starting a second application for tests that need two processes, and
+// talking to it line by line over its standard input and output.
+#ifndef VXBUS_TESTS_SUPPORT_CHILD_PROCESS_H_
+#define VXBUS_TESTS_SUPPORT_CHILD_PROCESS_H_
+
+#include <chrono>
+#include <string>
+#include <vector>
+
+namespace vxbus {
+namespace testing {
+
+class ChildProcess {
+ public:
+  // Starts `program` with `arguments`; check Running() afterwards.
+  ChildProcess(const std::string& program, const std::vector<std::string>& arguments);
+  ~ChildProcess();  // kills the child if it still runs
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+
+  bool Running() const { return pid_ > 0; }
+  bool WriteLine(const std::string& line);
+  // The next line the child wrote, without its newline; false on time-out or end.
+  bool ReadLine(std::string& line, std::chrono::milliseconds limit);
+  // Waits for the child to end; its exit status, or -1 on time-out.
+  int Wait(std::chrono::milliseconds limit);
+  void Kill();
+
+ private:
+  long pid_ = -1;
+  int toChild_ = -1;
+  int fromChild_ = -1;
+  std::string pending_;  // bytes read past the last line handed out
+};
+
+}  // namespace testing
+}  // namespace vxbus
+
+#endif  // VXBUS_TESTS_SUPPORT_CHILD_PROCESS_H_

@@ -1,0 +1,60 @@
+#include "support/peer.h"
+
+#include "platform/socket.h"
+
+namespace vxbus {
+namespace testing {
+
+int FreeTcpPort() {
+  platform::Ipv4Endpoint endpoint;
+  platform::ParseDottedAddress("127.0.0.1", &endpoint.address);
+  platform::SocketHandle s = platform::CreateStreamSocket();
+  platform::Bind(s, endpoint);
+  platform::GetLocalEndpoint(s, &endpoint);
+  platform::CloseSocket(s);
+  return endpoint.port;
+}
+
+Peer::Peer(const PeerOptions& options) : options_(options) {
+  std::vector<std::string> arguments = {"--name", options.name, "--port",
+                                        std::to_string(options.port)};
+  if (!options.pipe.empty()) arguments.insert(arguments.end(), {"--pipe", options.pipe});
+  if (!options.secretHex.empty())
+    arguments.insert(arguments.end(), {"--secret-hex", options.secretHex});
+  if (options.maxConnections)
+    arguments.insert(arguments.end(),
+                     {"--max-connections", std::to_string(options.maxConnections)});
+  process_ = std::make_unique<ChildProcess>(VXBUS_TEST_PEER_PATH, arguments);
+  std::string ready = Expect("ready ");
+  if (!ready.empty()) appId_ = ready.substr(6);
+}
+
+Peer::~Peer() = default;
+
+std::string Peer::Expect(const std::string& prefix, std::chrono::milliseconds limit) {
+  auto deadline = std::chrono::steady_clock::now() + limit;
+  for (;;) {
+    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+        deadline - std::chrono::steady_clock::now());
+    std::string line;
+    if (left.count() <= 0 || !process_->ReadLine(line, left)) return "";
+    lines_.push_back(line);
+    if (line.compare(0, prefix.size(), prefix) == 0) return line;
+  }
+}
+
+int Peer::CountLines(const std::string& prefix) const {
+  int n = 0;
+  for (const auto& line : lines_)
+    if (line.compare(0, prefix.size(), prefix) == 0) ++n;
+  return n;
+}
+
+bool Peer::Quit() {
+  if (!Send("quit")) return false;
+  std::string bye = Expect("bye ");
+  return process_->Wait(std::chrono::seconds(30)) == 0 && !bye.empty();
+}
+
+}  // namespace testing
+}  // namespace vxbus

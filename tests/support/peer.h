@@ -1,0 +1,58 @@
+// A running vxbus_test_peer: a second application on this machine.
+#ifndef VXBUS_TESTS_SUPPORT_PEER_H_
+#define VXBUS_TESTS_SUPPORT_PEER_H_
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "support/child_process.h"
+
+namespace vxbus {
+namespace testing {
+
+// A TCP port on loopback that nothing listens on at this moment.
+int FreeTcpPort();
+
+struct PeerOptions {
+  std::string name = "peer";
+  int port = 0;
+  std::string pipe;
+  std::string secretHex;
+  int maxConnections = 0;
+};
+
+class Peer {
+ public:
+  explicit Peer(const PeerOptions& options);
+  ~Peer();
+
+  // True once the peer said it is ready; its appID and port are known then.
+  bool Ready() const { return !appId_.empty(); }
+  const std::string& AppId() const { return appId_; }
+  int Port() const { return options_.port; }
+
+  bool Send(const std::string& command) { return process_->WriteLine(command); }
+  // Reads lines until one starts with `prefix`, and gives it; empty on time-out.
+  std::string Expect(const std::string& prefix,
+                     std::chrono::milliseconds limit = std::chrono::seconds(15));
+  // Every line read so far.
+  const std::vector<std::string>& Lines() const { return lines_; }
+  int CountLines(const std::string& prefix) const;
+
+  // Asks the peer to shut down; true when it did so cleanly.
+  bool Quit();
+  void Kill() { process_->Kill(); }
+
+ private:
+  PeerOptions options_;
+  std::unique_ptr<ChildProcess> process_;
+  std::string appId_;
+  std::vector<std::string> lines_;
+};
+
+}  // namespace testing
+}  // namespace vxbus
+
+#endif  // VXBUS_TESTS_SUPPORT_PEER_H_

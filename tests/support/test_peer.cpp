@@ -1,0 +1,237 @@
+// A second application for tests, driven line by line over standard input
+// and reporting what happens to it on standard output. It uses only the
+// exported interface of the shared library, as any application would.
+//
+//   vxbus_test_peer --name NAME [--port N] [--pipe BASE] [--secret-hex HEX]
+//                   [--max-connections N]
+//
+// Commands: quit | connect HOST PORT [SECRETHEX] | connect-pipe BASE [SECRETHEX]
+//           | call APPID SLOT | register-signal NAME | emit NAME
+//           | subscribe APPID SIGNAL SLOT | unsubscribe APPID SIGNAL SLOT
+//           | disconnect APPID | counters
+#include <unistd.h>
+
+#include <condition_variable>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <mutex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "vxbus.h"
+
+namespace {
+
+std::mutex g_outputMutex;
+std::string g_ownAppId;
+
+void Say(const std::string& line) {
+  std::lock_guard<std::mutex> lock(g_outputMutex);
+  std::fwrite(line.data(), 1, line.size(), stdout);
+  std::fputc('\n', stdout);
+  std::fflush(stdout);
+}
+
+std::string Text(const char* s) {
+  return s ? s : "(null)";
+}
+
+std::vector<unsigned char> FromHex(const std::string& hex) {
+  std::vector<unsigned char> bytes;
+  for (std::size_t i = 0; i + 1 < hex.size(); i += 2)
+    bytes.push_back(static_cast<unsigned char>(std::stoi(hex.substr(i, 2), nullptr, 16)));
+  return bytes;
+}
+
+std::mutex g_listeningMutex;
+std::condition_variable g_listeningCondition;
+bool g_listening = false;
+
+void LogSink(std::uint32_t level, std::uint32_t, const char* text) {
+  Say("log " + std::to_string(level) + " " + text);
+  if (std::strncmp(text, "listen for incoming connection on", 33) == 0) {
+    std::lock_guard<std::mutex> lock(g_listeningMutex);
+    g_listening = true;
+    g_listeningCondition.notify_all();
+  }
+}
+
+void OnConnect(const char* local, const char* remote, const char* appId, const char* host,
+               std::int32_t port, const char* name) {
+  Say("connected " + Text(appId) + " " + Text(host) + " " + std::to_string(port) + " " +
+      Text(name) + " " + Text(local) + " " + Text(remote));
+}
+void OnDisconnect(const char* appId, const char*, std::int32_t, const char*) {
+  Say("disconnected " + Text(appId));
+}
+void OnAuthFailed(const char* local, const char* remote, const char* appId) {
+  Say("authfailed " + Text(local) + " " + Text(remote) + " " + Text(appId));
+}
+void OnUnknown(const char* local, const char* remote) {
+  Say("unknown " + Text(local) + " " + Text(remote));
+}
+
+// 1: echoes the input and says who served it.
+_tag_VX_ERROR Echo(HVXPARAMLIST input, HVXPARAMLIST output, VXSlotContext*) {
+  VXCopyHandle(input, output);
+  VXSetStringValue(output, "servedBy", g_ownAppId.c_str());
+  return VX_SUCCESS;
+}
+
+// 2: never answers while the process lives.
+_tag_VX_ERROR Block(HVXPARAMLIST, HVXPARAMLIST, VXSlotContext*) {
+  Say("blocking");
+  for (;;)
+    std::this_thread::sleep_for(std::chrono::hours(1));
+}
+
+// 3: calls slot 1 of the application named in "target" and returns its reply.
+_tag_VX_ERROR Forward(HVXPARAMLIST input, HVXPARAMLIST output, VXSlotContext*) {
+  HVXPARAMLIST reply = VXCall(VXGetStringValue(input, "target"), 1, input);
+  VXSetHandleValue(output, "reply", reply);
+  VXCloseHandle(reply);
+  return VX_SUCCESS;
+}
+
+// 6: reports what a notification looked like on arrival.
+_tag_VX_ERROR Record(HVXPARAMLIST input, HVXPARAMLIST output, VXSlotContext* context) {
+  Say(std::string("notified from ") + context->senderName + " output=" +
+      (output.value ? "list" : "null") + " count=" + std::to_string(VXGetParamCount(input)));
+  return VX_SUCCESS;
+}
+
+_tag_VX_ERROR CountReplies(const char* app, std::uint32_t slot, HVXPARAMLIST, HVXPARAMLIST output,
+                           void*) {
+  Say("reply from " + Text(app) + " slot " + std::to_string(slot) +
+      (output.value ? " output=list" : " output=null"));
+  return VX_SUCCESS;
+}
+
+void Command(const std::string& line) {
+  std::istringstream in(line);
+  std::string verb;
+  in >> verb;
+  if (verb == "connect" || verb == "connect-pipe") {
+    std::string target, secretHex;
+    int port = 0;
+    in >> target;
+    if (verb == "connect") in >> port;
+    in >> secretHex;
+    std::vector<unsigned char> secret = FromHex(secretHex);
+    char appId[256] = {};
+    _tag_VX_ERROR result = verb == "connect"
+                               ? VXConnect(target.c_str(), port, appId, sizeof appId, secret.data(),
+                                           static_cast<int>(secret.size()))
+                               : VXConnectEx(target.c_str(), nullptr, 0, appId, sizeof appId,
+                                             secret.data(), static_cast<int>(secret.size()));
+    Say("connect-result " + std::to_string(result) + " " + appId);
+  } else if (verb == "call") {
+    std::string appId;
+    std::uint32_t slot = 0;
+    in >> appId >> slot;
+    HVXPARAMLIST list = VXCreateParamList();
+    VXSetStringValue(list, "from", g_ownAppId.c_str());
+    HVXPARAMLIST reply = VXCall(appId.c_str(), slot, list);
+    Say("call-result " + std::string(reply.value ? "list" : "null") + " " +
+        Text(VXGetStringValue(reply, "servedBy")));
+    VXCloseHandle(reply);
+    VXCloseHandle(list);
+  } else if (verb == "register-signal") {
+    std::string name;
+    in >> name;
+    VXRegisterSignal(name.c_str());
+    Say("registered " + name);
+  } else if (verb == "emit") {
+    std::string name;
+    in >> name;
+    HVXPARAMLIST list = VXCreateParamList();
+    VXSetStringValue(list, "signal", name.c_str());
+    _tag_VX_ERROR result = VXEmit(name.c_str(), list, nullptr, nullptr);
+    VXCloseHandle(list);
+    Say("emit-result " + std::to_string(result));
+  } else if (verb == "subscribe" || verb == "unsubscribe") {
+    std::string appId, signal;
+    std::uint32_t slot = 0;
+    in >> appId >> signal >> slot;
+    if (verb == "subscribe")
+      VXConnectSignal(appId.c_str(), signal.c_str(), slot);
+    else
+      VXDisconnectSignal(appId.c_str(), signal.c_str(), slot);
+    Say(verb + "d");
+  } else if (verb == "notify-back") {
+    std::string appId;
+    std::uint32_t slot = 0;
+    in >> appId >> slot;
+    VXNotify(appId.c_str(), slot, VX_INVALID_PARAMLIST, CountReplies, nullptr);
+    Say("notify-sent");
+  } else if (verb == "disconnect") {
+    std::string appId;
+    in >> appId;
+    VXDisconnect(appId.c_str());
+    Say("disconnect-done");
+  } else if (verb == "counters") {
+    VXObjectCounters c = DEBUG_VXObjectCount();
+    Say("counters " + std::to_string(c.applications) + " " + std::to_string(c.messages) + " " +
+        std::to_string(c.paramLists));
+  } else {
+    Say("unknown-command " + verb);
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  std::string name = "peer", pipe, secretHex;
+  int port = 0;
+  std::uint32_t maxConnections = 0;
+  for (int i = 1; i + 1 < argc; i += 2) {
+    std::string key = argv[i], value = argv[i + 1];
+    if (key == "--name") name = value;
+    if (key == "--port") port = std::atoi(value.c_str());
+    if (key == "--pipe") pipe = value;
+    if (key == "--secret-hex") secretHex = value;
+    if (key == "--max-connections")
+      maxConnections = static_cast<std::uint32_t>(std::atoi(value.c_str()));
+  }
+  VXSetLogLevel(0xF, 0, LogSink);
+  VXSetConnectListener(OnConnect);
+  VXSetDisconnectListener(OnDisconnect);
+  VXSetAuthFailedListener(OnAuthFailed);
+  VXSetUnknownConnectListener(OnUnknown);
+  std::vector<unsigned char> secret = FromHex(secretHex);
+  VXSetAuthenticationInfo(secret.data(), static_cast<int>(secret.size()));
+
+  VXLimits limits{};
+  limits.size = sizeof limits;
+  limits.limits.MAX_CONNECTIONS = maxConnections;  // 0 keeps the default
+  std::memcpy(limits.limits.authBlock, secret.data(), secret.size());
+  if (VXInitializeWithPipeChannel(pipe.empty() ? nullptr : pipe.c_str(), nullptr, name.c_str(),
+                                  port, &limits) != VX_SUCCESS) {
+    Say("init-failed");
+    return 1;
+  }
+  char host[1024] = {};
+  gethostname(host, sizeof host);
+  g_ownAppId = std::string(host) + ":" + std::to_string(port) + "/" + name;
+  const _tag_SLOT_DESCRIPTION slots[] = {
+      {1, Echo, nullptr}, {2, Block, nullptr}, {3, Forward, nullptr}, {6, Record, nullptr}};
+  VXRegisterSlots(slots, 4);
+  VXConnectionReady();
+  if (port != 0) {  // ready means a peer can connect now
+    std::unique_lock<std::mutex> lock(g_listeningMutex);
+    g_listeningCondition.wait_for(lock, std::chrono::seconds(10), [] { return g_listening; });
+  }
+  Say("ready " + g_ownAppId);
+
+  std::string line;
+  while (std::getline(std::cin, line) && line != "quit")
+    Command(line);
+  VXShutdown();
+  VXObjectCounters c = DEBUG_VXObjectCount();
+  Say("bye " + std::to_string(c.applications) + " " + std::to_string(c.messages));
+  return 0;
+}
