@@ -8,6 +8,7 @@
 #include <mutex>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "messaging/dispatch_thread.h"
 #include "messaging/signal_table.h"
@@ -17,6 +18,7 @@
 #include "runtime/process_state.h"
 #include "session/application_registry.h"
 #include "session/message_queue.h"
+#include "session/session_threads.h"
 #include "transport/connection_threads.h"
 
 namespace vxbus {
@@ -29,6 +31,12 @@ std::thread g_pipeThread;
 std::thread g_dispatchThread;
 
 constexpr char kAnyAddress[] = "0.0.0.0";
+
+void StopAndJoinReader(const SessionRef& session) {
+  if (!session->IsSessionValid()) return;
+  session->stopRequested = true;
+  session->JoinReaderThread();
+}
 
 bool IsSet(const char* text) {
   return text != nullptr && *text != '\0';
@@ -124,20 +132,38 @@ _tag_VX_ERROR VXShutdown(void) {
   if (g_initCount.load() == 0) return VX_SUCCESS;
   if (g_initCount.fetch_sub(1) != 1) return VX_SUCCESS;
 
-  g_shuttingDown = true;
+  // Writers leave the registry on the flag within their 200 ms poll, mostly
+  // long before the sessions are visited below, while their readers may sit
+  // in a 5 s channel wait. So the sessions are taken while the flag is set,
+  // under the registry lock: a reader registered later sees the flag at the
+  // top of its loop and ends by itself. Unjoined, a reader would outlive the
+  // shutdown and, once a new initialise cleared the flag, keep serving its
+  // peer with no writer and no registry entry.
+  std::vector<SessionRef> running;
+  {
+    std::lock_guard<std::recursive_mutex> registryLock(g_applications.Mutex());
+    g_shuttingDown = true;
+    running = g_applications.Sessions();
+  }
   VXConnectionReady();  // a thread still at its gate can run to its end
   if (g_pipeThread.joinable()) g_pipeThread.join();
   if (g_tcpThread.joinable()) g_tcpThread.join();
 
+  for (const SessionRef& session : running)
+    StopAndJoinReader(session);
+  running.clear();
   // No sleep and no limit: each writer erases its entry within its poll.
   while (SessionRef session = g_applications.First()) {
-    if (session->IsSessionValid()) {
-      session->stopRequested = true;
-      session->JoinReaderThread();
-    } else {
+    if (session->IsSessionValid())
+      StopAndJoinReader(session);
+    else
       std::this_thread::yield();  // its writer has yet to erase the entry
-    }
   }
+
+  // Writers are never joined. Their sessions are out of the registry now;
+  // wait until they, and readers of sessions that had left it before, are
+  // out of the library too. A reader notices the shutdown within its poll.
+  WaitForSessionThreadsToEnd(std::chrono::seconds(10));
 
   g_dispatchQueue.Push(MessageRef());  // wakes the dispatch thread for its last test
   // No test for existence: without a dispatch thread this raises the

@@ -10,6 +10,35 @@ namespace vxbus {
 
 namespace {
 
+// Counts the session threads that still run, so that a shutdown can make
+// sure none of them is still inside the library when it returns.
+class LiveThreads {
+ public:
+  void Started() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    ++count_;
+  }
+  void Ended() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    if (--count_ == 0) allEnded_.notify_all();
+  }
+  bool WaitForNone(std::chrono::milliseconds limit) {
+    std::unique_lock<std::mutex> lock(mutex_);
+    return allEnded_.wait_for(lock, limit, [this] { return count_ == 0; });
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable allEnded_;
+  int count_ = 0;
+};
+// Never destroyed: a detached thread may still report its end while the
+// process runs its exit handlers.
+LiveThreads& LiveSessionThreads() {
+  static LiveThreads* threads = new LiveThreads;
+  return *threads;
+}
+
 void OpenGate(std::mutex& mutex, bool& flag, std::condition_variable& condition) {
   {
     std::lock_guard<std::mutex> lock(mutex);
@@ -140,12 +169,28 @@ void WriterThread(VXAPPImpl* raw) {
   raw->pendingCalls->ForEach([](MessageRef& message) { message->Complete(true); });
 }
 
+// The thread's last act, after every reference of its own is gone.
+template <void (*Body)(VXAPPImpl*)>
+void Run(VXAPPImpl* session) {
+  Body(session);
+  LiveSessionThreads().Ended();
+}
+
 }  // namespace
 
 bool StartThreads(VXAPPImpl* session) {
-  session->SetReaderThread(std::thread(ReaderThread, session));
-  session->writerThread = std::thread(WriterThread, session);
+  LiveSessionThreads().Started();
+  session->SetReaderThread(std::thread(Run<ReaderThread>, session));
+  LiveSessionThreads().Started();
+  session->writerThread = std::thread(Run<WriterThread>, session);
+  // Nothing ever joins a writer; letting it go now means no thread object
+  // is left joinable when its session outlives the thread.
+  session->writerThread.detach();
   return true;
+}
+
+bool WaitForSessionThreadsToEnd(std::chrono::milliseconds limit) {
+  return LiveSessionThreads().WaitForNone(limit);
 }
 
 bool ReleaseThreads(VXAPPImpl* session) {

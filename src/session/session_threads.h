@@ -3,6 +3,8 @@
 #ifndef VXBUS_SESSION_SESSION_THREADS_H_
 #define VXBUS_SESSION_SESSION_THREADS_H_
 
+#include <chrono>
+
 #include "session/application.h"
 
 namespace vxbus {
@@ -13,6 +15,9 @@ bool StartThreads(VXAPPImpl* session);
 // Lets both threads go and waits until the reader has registered the session
 // (when it is established). Always true.
 bool ReleaseThreads(VXAPPImpl* session);
+
+// Waits until no session thread runs any more; false when `limit` passed first.
+bool WaitForSessionThreadsToEnd(std::chrono::milliseconds limit);
 
 // The poll periods that bound how long a local stop takes.
 constexpr std::uint32_t kReaderPollMs = 5000;

@@ -97,6 +97,7 @@ class SessionTest : public ::testing::Test {
   }
   void TearDown() override {
     EXPECT_TRUE(WaitUntil([] { return g_applications.Size() == 0; }));
+    EXPECT_TRUE(WaitForSessionThreadsToEnd(std::chrono::seconds(10)));
     EXPECT_TRUE(WaitUntil([this] {
       VXObjectCounters now = DEBUG_VXObjectCount();
       return now.applications == livesBefore_.applications && now.messages == livesBefore_.messages;
