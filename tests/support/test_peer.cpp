@@ -208,7 +208,7 @@ int main(int argc, char** argv) {
   VXLimits limits{};
   limits.size = sizeof limits;
   limits.limits.MAX_CONNECTIONS = maxConnections;  // 0 keeps the default
-  std::memcpy(limits.limits.authBlock, secret.data(), secret.size());
+  if (!secret.empty()) std::memcpy(limits.limits.authBlock, secret.data(), secret.size());
   if (VXInitializeWithPipeChannel(pipe.empty() ? nullptr : pipe.c_str(), nullptr, name.c_str(),
                                   port, &limits) != VX_SUCCESS) {
     Say("init-failed");
