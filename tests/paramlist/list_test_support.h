@@ -1,21 +1,71 @@
-// Helpers shared by the holder and printer tests: reference counts of lists
-// and a fixture that checks every test gives back all the lists it made.
+// Helpers for the list tests: byte patterns with filler, handles that close
+// themselves, reference counts, and a fixture that checks every test gives
+// back all the lists it made.
 #ifndef VXBUS_TESTS_PARAMLIST_LIST_TEST_SUPPORT_H_
 #define VXBUS_TESTS_PARAMLIST_LIST_TEST_SUPPORT_H_
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <string>
 
-#include "paramlist/fast_holder.h"
+#include "paramlist/handle.h"
 #include "runtime/referenced_ptr.h"
-#include "vxbus.h"
 
 namespace vxbus {
 namespace testing {
 
+inline std::string Hex(const unsigned char* data, std::size_t n) {
+  static const char kDigits[] = "0123456789abcdef";
+  std::string s;
+  for (std::size_t i = 0; i < n; ++i)
+    s += {kDigits[data[i] >> 4], kDigits[data[i] & 15], ' '};
+  return s;
+}
+
+inline std::string ImageHex(HVXPARAMLIST list) {
+  return Hex(ListFromHandle(list)->Data(), ListFromHandle(list)->Used());
+}
+
+// `pattern` is hex pairs; "xx" is filler, a byte the store leaves as the
+// allocation held it. Blanks and '|' only separate.
+inline ::testing::AssertionResult BytesMatch(const unsigned char* data, std::size_t n,
+                                             const std::string& pattern) {
+  std::string expected, actual = Hex(data, n);
+  for (char c : pattern) {
+    if (c == ' ' || c == '|') continue;
+    expected += c;
+    if (expected.size() % 3 == 2) expected += ' ';
+  }
+  for (std::size_t i = 0; i < expected.size() && i < actual.size(); ++i)
+    if (expected[i] == 'x') actual[i] = 'x';
+  if (actual == expected) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "\n  bytes: " << actual << "\nexpected: " << expected;
+}
+
+inline ::testing::AssertionResult ImageMatches(HVXPARAMLIST list, const std::string& pattern) {
+  return BytesMatch(ListFromHandle(list)->Data(), ListFromHandle(list)->Used(), pattern);
+}
+
+// Closes its handle at the end of the scope, so that a failed assertion does
+// not also show up as a leaked list.
+class ScopedList {
+ public:
+  ScopedList() : handle_(VXCreateParamList()) {}
+  explicit ScopedList(HVXPARAMLIST adopted) : handle_(adopted) {}
+  ~ScopedList() { VXCloseHandle(handle_); }
+  ScopedList(const ScopedList&) = delete;
+  ScopedList& operator=(const ScopedList&) = delete;
+
+  operator HVXPARAMLIST() const { return handle_; }  // NOLINT: used as a handle
+  FastHolderImpl* operator->() const { return ListFromHandle(handle_); }
+
+ private:
+  HVXPARAMLIST handle_;
+};
+
 inline std::int32_t RefCount(HVXPARAMLIST list) {
-  return MTObjects::ReferenceAccess::Count(static_cast<FastHolderImpl*>(list.value));
+  return MTObjects::ReferenceAccess::Count(ListFromHandle(list));
 }
 
 inline std::uint32_t LiveLists() {
@@ -30,6 +80,28 @@ class LeakCheckedTest : public ::testing::Test {
  private:
   std::uint32_t liveAtStart_ = 0;
 };
+
+// One parameter of every scalar and array type but the handle array, whose
+// copy has quirks of its own; `child` is nested under "h".
+inline void FillEveryType(HVXPARAMLIST l, HVXPARAMLIST child) {
+  static const unsigned char bytes[] = {9, 8, 7, 6, 5};
+  static const char* texts[] = {"one", nullptr, "three"};
+  static const std::uint32_t dwords[] = {1, 2, 3};
+  static const std::uint64_t qwords[] = {0x100000001ull, ~0ull};
+  static const _tag_BINARYITEM items[] = {{5, bytes}, {0, nullptr}, {1, bytes + 2}};
+  VXSetStringValue(l, "s", "text");
+  VXSetStringValue(l, "", nullptr);
+  VXSetInt32Value(l, "i", 0xFFFFFFFFu);
+  VXSetInt64Value(l, "q", 1ull << 40);
+  VXSetBinaryValue(l, "b", bytes, 3);
+  VXSetBinaryValue(l, "b0", nullptr, 0);
+  VXSetHandleValue(l, "h", child);
+  VXSetHandleValue(l, "null", VX_INVALID_PARAMLIST);
+  VXSetStringArray(l, "sa", 3, texts);
+  VXSetInt32Array(l, "ia", 3, dwords);
+  VXSetInt64Array(l, "qa", 2, qwords);
+  VXSetBinaryItemArray(l, "ba", 3, items);
+}
 
 }  // namespace testing
 }  // namespace vxbus
