@@ -25,18 +25,21 @@ using vxbus::g_signalTable;
 
 // Registering a name that exists throws its subscribers out without a word.
 _tag_VX_ERROR VXRegisterSignal(const char* signalName) {
+  if (signalName == nullptr) return VX_ERROR_FAILED;  // nothing to name the entry by
   std::lock_guard<std::recursive_mutex> lock(g_signalTable.mutex);
   g_signalTable.signals[signalName] = vxbus::VXSignalTable::SubscriberList();
   return VX_SUCCESS;
 }
 
 _tag_VX_ERROR VXRegisterSignals(const _tag_SIGNAL_DESCRIPTION* signals, int count) {
+  if (signals == nullptr) return VX_SUCCESS;
   for (int i = 0; i < count; ++i)
     VXRegisterSignal(signals[i].signalName);
   return VX_SUCCESS;
 }
 
 _tag_VX_ERROR VXUnregisterSignal(const char* signalName) {
+  if (signalName == nullptr) return VX_ERROR_NO_SIGNAL;
   std::lock_guard<std::recursive_mutex> lock(g_signalTable.mutex);
   auto it = g_signalTable.signals.find(signalName);
   if (it == g_signalTable.signals.end()) return VX_ERROR_NO_SIGNAL;

@@ -83,6 +83,7 @@ _tag_VX_ERROR VXDisconnectSignal(const char* applicationName, const char* signal
 
 _tag_VX_ERROR VXEmit(const char* signalName, HVXPARAMLIST list, VXNotifyCallback callback,
                      void* userData) {
+  if (signalName == nullptr) return VX_ERROR_NO_SIGNAL;  // no name is never registered
   std::unique_lock<std::recursive_mutex> lock(g_signalTable.mutex);
   auto it = g_signalTable.signals.find(signalName);
   if (it == g_signalTable.signals.end()) return VX_ERROR_NO_SIGNAL;
