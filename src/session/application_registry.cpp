@@ -41,4 +41,13 @@ SessionRef ApplicationRegistry::First() {
   return map_.empty() ? SessionRef() : map_.begin()->second;
 }
 
+std::vector<SessionRef> ApplicationRegistry::Sessions() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  std::vector<SessionRef> sessions;
+  sessions.reserve(map_.size());
+  for (auto& entry : map_)
+    sessions.push_back(entry.second);
+  return sessions;
+}
+
 }  // namespace vxbus

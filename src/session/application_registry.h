@@ -7,6 +7,7 @@
 #include <map>
 #include <mutex>
 #include <string>
+#include <vector>
 
 #include "runtime/name_key.h"
 #include "session/application.h"
@@ -29,6 +30,8 @@ class ApplicationRegistry {
   void Assign(const std::string& appId, VXAPPImpl* session);
   void Erase(const std::string& appId);
   SessionRef First();
+  // A new reference on every session registered at this moment.
+  std::vector<SessionRef> Sessions();
 
   // Read without the mutex by the accept paths and the shutdown; the value
   // may be a moment old.
