@@ -56,18 +56,18 @@ _tag_VX_ERROR VXSetAuthenticationInfo(const void* data, std::int32_t length) {
 }
 
 _tag_VX_ERROR VXSetConnectListener(VXConnectListener listener) {
-  g_connectListener.store(listener, std::memory_order_relaxed);
+  g_connectListener.store(listener, std::memory_order_release);
   return VX_SUCCESS;
 }
 _tag_VX_ERROR VXSetDisconnectListener(VXDisconnectListener listener) {
-  g_disconnectListener.store(listener, std::memory_order_relaxed);
+  g_disconnectListener.store(listener, std::memory_order_release);
   return VX_SUCCESS;
 }
 _tag_VX_ERROR VXSetAuthFailedListener(VXAuthFailedListener listener) {
-  g_authFailedListener.store(listener, std::memory_order_relaxed);
+  g_authFailedListener.store(listener, std::memory_order_release);
   return VX_SUCCESS;
 }
 _tag_VX_ERROR VXSetUnknownConnectListener(VXUnknownConnectListener listener) {
-  g_unknownConnectListener.store(listener, std::memory_order_relaxed);
+  g_unknownConnectListener.store(listener, std::memory_order_release);
   return VX_SUCCESS;
 }

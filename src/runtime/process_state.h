@@ -23,6 +23,8 @@ extern std::string g_ownAppId;
 extern MTObjects::MTReferencedPtr<MTObjects::ISyncEvent> tcpListenerGate;
 extern MTObjects::MTReferencedPtr<MTObjects::ISyncEvent> pipeListenerGate;
 
+// Set with release and read with acquire, so that what an application set up
+// before installing a listener is visible inside it.
 extern std::atomic<VXConnectListener> g_connectListener;
 extern std::atomic<VXDisconnectListener> g_disconnectListener;
 extern std::atomic<VXAuthFailedListener> g_authFailedListener;

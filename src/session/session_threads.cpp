@@ -69,7 +69,7 @@ void LogNotInitialized(const VXAPPImpl* session) {
 }
 
 void CallConnectListener(VXAPPImpl* session) {
-  VXConnectListener listener = g_connectListener.load(std::memory_order_relaxed);
+  VXConnectListener listener = g_connectListener.load(std::memory_order_acquire);
   if (!listener) return;
   AppIdParts parts = SplitAppId(session->name);
   listener(session->localAddress.c_str(), session->remoteAddress.c_str(), session->name.c_str(),
@@ -78,7 +78,7 @@ void CallConnectListener(VXAPPImpl* session) {
 }
 
 void CallDisconnectListener(VXAPPImpl* session) {
-  VXDisconnectListener listener = g_disconnectListener.load(std::memory_order_relaxed);
+  VXDisconnectListener listener = g_disconnectListener.load(std::memory_order_acquire);
   if (!listener) return;
   AppIdParts parts = SplitAppId(session->name);
   listener(session->name.c_str(), parts.hasHost ? parts.host.c_str() : nullptr, parts.PortNumber(),

@@ -34,12 +34,12 @@ bool SplitHostAndPort(const std::string& appId, std::string& host, std::string& 
 }
 
 void CallUnknownConnectListener(const VXAPPImpl* session) {
-  VXUnknownConnectListener listener = g_unknownConnectListener.load(std::memory_order_relaxed);
+  VXUnknownConnectListener listener = g_unknownConnectListener.load(std::memory_order_acquire);
   if (listener) listener(session->localAddress.c_str(), session->remoteAddress.c_str());
 }
 
 void CallAuthFailedListener(const VXAPPImpl* session, const std::string& appId) {
-  VXAuthFailedListener listener = g_authFailedListener.load(std::memory_order_relaxed);
+  VXAuthFailedListener listener = g_authFailedListener.load(std::memory_order_acquire);
   if (listener)
     listener(session->localAddress.c_str(), session->remoteAddress.c_str(), appId.c_str());
 }

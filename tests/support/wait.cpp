@@ -15,11 +15,11 @@ bool WaitUntil(const std::function<bool()>& condition, std::chrono::milliseconds
   return true;
 }
 
+// Notifies under the lock: a waiter may destroy the Signal as soon as it
+// returns, so nothing may touch it after the unlock.
 void Signal::Raise() {
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    raised_ = true;
-  }
+  std::lock_guard<std::mutex> lock(mutex_);
+  raised_ = true;
   condition_.notify_all();
 }
 
