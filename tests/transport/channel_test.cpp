@@ -1,0 +1,253 @@
+// Socket and pipe channels over real loopback connections and pipe pairs.
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <mutex>
+#include <regex>
+#include <thread>
+#include <vector>
+
+#include "runtime/log.h"
+#include "runtime/object_counters.h"
+#include "runtime/process_state.h"
+#include "support/channel_pair.h"
+#include "support/peer.h"
+#include "support/wait.h"
+#include "transport/pipe_channel.h"
+#include "transport/socket_channel.h"
+
+namespace vxbus {
+namespace testing {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+using Bytes = std::vector<unsigned char>;
+
+std::mutex g_logMutex;
+std::vector<std::pair<std::uint32_t, std::string>> g_logLines;
+
+// Keeps every log line of its lifetime, from any thread.
+struct LogCapture {
+  LogCapture() {
+    std::lock_guard<std::mutex> lock(g_logMutex);
+    g_logLines.clear();
+    VXSetLogLevel(0xFFFFFFFFu, 0, [](std::uint32_t level, std::uint32_t, const char* text) {
+      std::lock_guard<std::mutex> lock(g_logMutex);
+      g_logLines.emplace_back(level, text);
+    });
+  }
+  ~LogCapture() { VXSetLogLevel(0, 0, nullptr); }
+  std::vector<std::pair<std::uint32_t, std::string>> Lines() {
+    std::lock_guard<std::mutex> lock(g_logMutex);
+    return g_logLines;
+  }
+};
+
+Bytes Pattern(std::size_t size) {
+  Bytes bytes(size);
+  for (std::size_t i = 0; i < size; ++i)
+    bytes[i] = static_cast<unsigned char>(i * 131 + (i >> 8));
+  return bytes;
+}
+
+std::int64_t MillisecondsSince(Clock::time_point start) {
+  return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
+}
+
+// Every test may shorten the limits; they are put back afterwards.
+class ChannelTest : public ::testing::Test {
+ protected:
+  ~ChannelTest() override { g_limits = saved_; }
+  VXLimits::Values& limits() { return g_limits.limits; }
+
+ private:
+  VXLimits saved_ = g_limits;
+};
+
+struct SocketKind {
+  static ChannelPair Make() { return MakeSocketChannelPair(); }
+  static constexpr const char* kClosedLine = "Receive failed: socket closed";
+};
+struct PipeKind {
+  static ChannelPair Make() { return MakePipeChannelPair(); }
+  static constexpr const char* kClosedLine = nullptr;  // pipes log nothing
+};
+
+template <class Kind>
+class BothChannels : public ChannelTest {};
+using Kinds = ::testing::Types<SocketKind, PipeKind>;
+TYPED_TEST_SUITE(BothChannels, Kinds);
+
+// Both directions at once, each far beyond what the socket buffers or the
+// pipes hold, so every read takes several rounds.
+TYPED_TEST(BothChannels, CarriesLargeTransfersBothWaysAtOnce) {
+  ChannelPair pair = TypeParam::Make();
+  const std::uint32_t size = 2 * 1024 * 1024 + 17;
+  const Bytes sent = Pattern(size);
+  Bytes atFirst(size), atSecond(size);
+  std::int32_t results[4] = {};
+  const std::uint32_t receives = g_transportReceiveCalls;
+  std::thread threads[] = {
+      std::thread([&] { results[0] = pair.first->Write(sent.data(), size); }),
+      std::thread([&] { results[1] = pair.second->Write(sent.data(), size); }),
+      std::thread([&] { results[2] = pair.first->Read(atFirst.data(), size); }),
+      std::thread([&] { results[3] = pair.second->Read(atSecond.data(), size); }),
+  };
+  for (auto& thread : threads)
+    thread.join();
+  for (std::int32_t result : results)
+    EXPECT_EQ(result, static_cast<std::int32_t>(size));
+  EXPECT_TRUE(atFirst == sent && atSecond == sent);
+  EXPECT_GT(g_transportReceiveCalls - receives, 4u);
+}
+
+// A read above the size limit and a zero length touch nothing, even with the
+// peer gone; every other call counts once per receive or send.
+TYPED_TEST(BothChannels, CountsOneCallPerTransferAndNoneWithoutOne) {
+  this->limits().MAX_READ_SIZE = 1000;
+  ChannelPair pair = TypeParam::Make();
+  const Bytes sent = Pattern(1001);
+  Bytes got(1001);
+  const std::uint32_t receives = g_transportReceiveCalls, sends = g_transportSendCalls;
+  EXPECT_EQ(pair.second->Read(got.data(), 1001), -1);
+  EXPECT_EQ(pair.first->Write(sent.data(), 1001), 1001);  // writes have no such bound
+  ASSERT_EQ(pair.second->WaitReadable(5000), 1);
+  EXPECT_EQ(pair.second->Read(got.data(), 1000), 1000);
+  EXPECT_EQ(pair.second->Read(got.data() + 1000, 1), 1);
+  EXPECT_TRUE(got == sent);
+  pair.first.Reset();
+  EXPECT_EQ(pair.second->Read(got.data(), 0), 0);
+  EXPECT_EQ(pair.second->Write(got.data(), 0), 0);
+  EXPECT_EQ(g_transportReceiveCalls - receives, 2u);
+  EXPECT_EQ(g_transportSendCalls - sends, 1u);
+}
+
+// Well past the limit (a socket re-checks after 1 s, a pipe after each
+// 300 ms) the read still waits; once the flag is set it gives up.
+TYPED_TEST(BothChannels, StoppableReadWaitsUntilItsFlagIsSet) {
+  this->limits().IO_TIMEOUT_MS = 300;
+  ChannelPair pair = TypeParam::Make();
+  std::atomic<bool> stop{false};
+  std::atomic<std::int32_t> result{-2};
+  Signal done;
+  std::thread reader([&] {
+    unsigned char byte;
+    result = pair.second->ReadStoppable(&byte, 1, &stop);
+    done.Raise();
+  });
+  EXPECT_FALSE(done.WaitFor(std::chrono::milliseconds(1500)));
+  stop = true;
+  EXPECT_TRUE(done.WaitFor());
+  pair.first.Reset();  // ends a read that missed its flag, so join can't hang
+  reader.join();
+  EXPECT_EQ(result.load(), -1);
+}
+
+TYPED_TEST(BothChannels, PeerClosingMidReadFailsTheRead) {
+  ChannelPair pair = TypeParam::Make();
+  LogCapture log;
+  ASSERT_EQ(pair.first->Write(Pattern(10).data(), 10), 10);
+  pair.first.Reset();
+  EXPECT_EQ(pair.second->WaitReadable(5000), 1);  // the end of a stream is readable
+  Bytes got(20);
+  EXPECT_EQ(pair.second->Read(got.data(), 20), -1);
+  const auto lines = log.Lines();
+  if (TypeParam::kClosedLine == nullptr) {
+    EXPECT_TRUE(lines.empty());
+  } else {
+    ASSERT_EQ(lines.size(), 1u);
+    EXPECT_EQ(lines[0].first, 8u);
+    EXPECT_EQ(lines[0].second, TypeParam::kClosedLine);
+  }
+}
+
+// Writing to a gone peer must fail, not raise a signal that ends the process.
+TYPED_TEST(BothChannels, WritingToAClosedPeerFails) {
+  ChannelPair pair = TypeParam::Make();
+  pair.second.Reset();
+  const Bytes bytes(8 * 1024 * 1024, 'x');
+  EXPECT_EQ(pair.first->Write(bytes.data(), static_cast<std::uint32_t>(bytes.size())), -1);
+  EXPECT_EQ(pair.first->Write(bytes.data(), 1), -1);
+}
+
+using SocketChannelTest = ChannelTest;
+
+// A quiet period is half the limit rounded up to whole seconds, plus 1 ms.
+TEST_F(SocketChannelTest, PlainReadGivesUpAfterHalfTheLimitOfSilence) {
+  limits().IO_TIMEOUT_MS = 2000;
+  ChannelPair pair = MakeSocketChannelPair();
+  LogCapture log;
+  EXPECT_EQ(pair.second->WaitReadable(20), 0);
+  unsigned char byte;
+  const Clock::time_point start = Clock::now();
+  EXPECT_EQ(pair.second->Read(&byte, 1), -1);
+  const std::int64_t elapsed = MillisecondsSince(start);
+  EXPECT_GE(elapsed, 1000);
+  EXPECT_LT(elapsed, 1900) << "a silent read ends after half the limit";
+  EXPECT_TRUE(log.Lines().empty());
+}
+
+// Data that trickles in does not reset the clock of a plain read.
+TEST_F(SocketChannelTest, TricklingReadFailsOnceTheWholeLimitHasPassed) {
+  limits().IO_TIMEOUT_MS = 600;
+  ChannelPair pair = MakeSocketChannelPair();
+  LogCapture log;
+  Signal stop;
+  std::thread trickler([&] {
+    unsigned char byte = 7;
+    while (!stop.WaitFor(std::chrono::milliseconds(40)) && pair.first->Write(&byte, 1) == 1) {
+    }
+  });
+  Bytes got(100000);
+  const Clock::time_point start = Clock::now();
+  EXPECT_EQ(pair.second->Read(got.data(), 100000), -1);
+  EXPECT_LT(MillisecondsSince(start), 10000);
+  stop.Raise();
+  trickler.join();
+  const auto lines = log.Lines();
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0].second, "Receive failed with code 10035");
+}
+
+TEST_F(SocketChannelTest, AddressesAreDottedAddressAndPortAndAClosedPortRefuses) {
+  ChannelPair pair = MakeSocketChannelPair();
+  const std::regex dotted("127\\.0\\.0\\.1:[1-9][0-9]*");
+  EXPECT_TRUE(std::regex_match(pair.first->GetLocalAddress(), dotted));
+  EXPECT_TRUE(std::regex_match(pair.first->GetPeerAddress(), dotted));
+  EXPECT_EQ(pair.first->GetPeerAddress(), pair.second->GetLocalAddress());
+  EXPECT_EQ(pair.first->GetLocalAddress(), pair.second->GetPeerAddress());
+  EXPECT_NE(pair.first->GetLocalAddress(), pair.first->GetPeerAddress());
+  EXPECT_FALSE(ConnectSocketChannel("127.0.0.1", static_cast<std::uint16_t>(FreeTcpPort())));
+}
+
+TEST(PipeChannelTest, AddressesNameThePipesSwappedBetweenTheSides) {
+  ChannelPair pair = MakePipeChannelPair();
+  const std::string in = listenerPipeInName, out = listenerPipeOutName;
+  ASSERT_GT(in.size(), 3u);
+  EXPECT_EQ(out, in.substr(0, in.size() - 3) + "_out");
+  EXPECT_EQ(pair.second->GetLocalAddress(), in);
+  EXPECT_EQ(pair.second->GetPeerAddress(), out);
+  EXPECT_EQ(pair.first->GetLocalAddress(), out);
+  EXPECT_EQ(pair.first->GetPeerAddress(), in);
+}
+
+TEST(PipeChannelTest, ConnectAndAcceptWithoutAPartnerFail) {
+  const std::string base = UniquePipeName("alone");
+  Clock::time_point start = Clock::now();
+  EXPECT_FALSE(ConnectPipeChannel(""));
+  EXPECT_FALSE(ConnectPipeChannel(base));
+  EXPECT_LT(MillisecondsSince(start), 5000) << "no wait for a listener";
+
+  const std::uint32_t savedWait = g_pipeAcceptWaitMs.exchange(200);
+  SetPipeNames(base);
+  start = Clock::now();
+  EXPECT_FALSE(AcceptPipeChannel());
+  EXPECT_GE(MillisecondsSince(start), 200);
+  EXPECT_LT(MillisecondsSince(start), 5000);
+  g_pipeAcceptWaitMs = savedWait;
+  EXPECT_FALSE(ConnectPipeChannel(base)) << "the listener is gone after its round";
+}
+
+}  // namespace
+}  // namespace testing
+}  // namespace vxbus
