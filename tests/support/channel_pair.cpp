@@ -7,6 +7,7 @@
 
 #include "platform/socket.h"
 #include "transport/pipe_channel.h"
+#include "support/wait.h"
 #include "transport/socket_channel.h"
 
 namespace vxbus {
@@ -39,10 +40,10 @@ ChannelPair MakePipeChannelPair() {
   ChannelPair pair;
   std::thread listener([&pair] { pair.second = AcceptPipeChannel(); });
   // The listener's pipes may not exist yet: a connect fails at once then.
-  for (int attempt = 0; attempt < 5000 && !pair.first; ++attempt) {
+  WaitUntil([&pair, &name] {
     pair.first = ConnectPipeChannel(name);
-    if (!pair.first) std::this_thread::yield();
-  }
+    return static_cast<bool>(pair.first);
+  });
   listener.join();
   return pair;
 }
