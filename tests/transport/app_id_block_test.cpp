@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <cstring>
+
 #include <string>
 #include <vector>
 
@@ -13,9 +15,9 @@ using testing::MemoryChannel;
 using Bytes = MemoryChannel::Bytes;
 
 Bytes Block(std::uint32_t n, const std::string& body) {
-  Bytes out = {static_cast<unsigned char>(n), static_cast<unsigned char>(n >> 8),
-               static_cast<unsigned char>(n >> 16), static_cast<unsigned char>(n >> 24)};
-  out.insert(out.end(), body.begin(), body.end());
+  Bytes out(4 + body.size());
+  std::memcpy(out.data(), &n, 4);
+  std::memcpy(out.data() + 4, body.data(), body.size());
   return out;
 }
 
