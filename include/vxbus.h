@@ -118,6 +118,14 @@ inline bool IsNullObject(const void* p) {
 #endif
   return p == nullptr;
 }
+// The bytes of a value run on past the one-byte member that starts them. The
+// same barrier keeps an optimising compiler from bounding reads by that member.
+inline const unsigned char* Unbounded(const unsigned char* p) {
+#if defined(__GNUC__)
+  __asm__("" : "+r"(p));
+#endif
+  return p;
+}
 inline std::uint32_t LoadU32(const unsigned char* p) {
   std::uint32_t v;
   std::memcpy(&v, p, sizeof v);
@@ -136,7 +144,7 @@ struct _tag_VXPARAMVALUE {
   // Thrown by GetSize for a type byte that no stored value can have.
   struct VXBUS_API DataDamaged {};
 
-  const unsigned char* Bytes() const { return &type; }
+  const unsigned char* Bytes() const { return vxbus_detail::Unbounded(&type); }
   std::uint32_t Count() const { return vxbus_detail::LoadU32(Bytes() + 1); }
 
   int GetType() const { return vxbus_detail::IsNullObject(this) ? 0 : type; }
