@@ -1,11 +1,12 @@
 // What the two-process tests of this layer share: this process runs as the
-// application "tester" on no TCP port, and after each test, once it has shut
-// down, no session, no message and no extra list may be left.
+// application "tester" on no TCP port, and once it has shut down after a
+// test no session, no message and no extra list may be left.
 #ifndef VXBUS_TESTS_MESSAGING_BUS_TEST_FIXTURE_H_
 #define VXBUS_TESTS_MESSAGING_BUS_TEST_FIXTURE_H_
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <mutex>
 #include <string>
 #include <thread>
@@ -19,123 +20,128 @@
 namespace vxbus {
 namespace testing {
 
-// Slot of this process that peers call to learn that every request they
-// sent before it has been dispatched here.
-constexpr std::uint32_t kBarrierSlot = 11;
-
-inline _tag_VX_ERROR AnswerBarrier(HVXPARAMLIST, HVXPARAMLIST output, VXSlotContext*) {
-  VXSetStringValue(output, "servedBy", "tester");
-  return VX_SUCCESS;
-}
-
-// One run of a slot or callback of this process, as it was seen.
-struct Delivery {
-  std::uint32_t slot = 0;
-  std::string sender;  // "(null)" for a null application name
-  std::string signal;  // the "signal" text the peer's emission carries
-  bool hasOutput = false;
-  std::thread::id thread;
-};
-
-// Collects deliveries from any thread.
+// Runs of slots 21 to 24 of this process: the slot, and "sender signal".
 class DeliveryLog {
  public:
-  void Add(const Delivery& delivery) {
+  void Add(std::uint32_t slot, const std::string& from) {
     std::lock_guard<std::mutex> lock(mutex_);
-    deliveries_.push_back(delivery);
-  }
-  std::vector<Delivery> Snapshot() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return deliveries_;
-  }
-  std::size_t Size() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return deliveries_.size();
+    slots_.push_back(slot);
+    from_.push_back(from);
   }
   std::vector<std::uint32_t> Slots() {
     std::lock_guard<std::mutex> lock(mutex_);
-    std::vector<std::uint32_t> slots;
-    for (const Delivery& d : deliveries_)
-      slots.push_back(d.slot);
-    return slots;
+    return slots_;
+  }
+  std::vector<std::string> From() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    return from_;
   }
 
  private:
   std::mutex mutex_;
-  std::vector<Delivery> deliveries_;
+  std::vector<std::uint32_t> slots_;
+  std::vector<std::string> from_;
 };
 
-// A slot function that logs into the DeliveryLog given as its user data.
-inline _tag_VX_ERROR RecordSlot(std::uint32_t slot, HVXPARAMLIST input, HVXPARAMLIST output,
-                                VXSlotContext* context) {
+template <std::uint32_t kSlot>
+_tag_VX_ERROR RecordAt(HVXPARAMLIST input, HVXPARAMLIST, VXSlotContext* context) {
   const char* signal = VXGetStringValue(input, "signal");
   static_cast<DeliveryLog*>(context->userData)
-      ->Add(Delivery{slot, context->senderName ? context->senderName : "(null)",
-                     signal ? signal : "", output.value != nullptr, std::this_thread::get_id()});
+      ->Add(kSlot, std::string(context->senderName ? context->senderName : "") + " " +
+                       (signal ? signal : ""));
   return VX_SUCCESS;
 }
 
-template <std::uint32_t kSlot>
-_tag_VX_ERROR RecordAt(HVXPARAMLIST input, HVXPARAMLIST output, VXSlotContext* context) {
-  return RecordSlot(kSlot, input, output, context);
+// Completion callbacks of notifications and emissions.
+struct Completions {
+  std::atomic<int> calls{0}, nullApplications{0}, nullOutputs{0};
+  std::atomic<std::thread::id> thread{};
+};
+
+inline _tag_VX_ERROR CountCompletion(const char* application, std::uint32_t, HVXPARAMLIST,
+                                     HVXPARAMLIST output, void* userData) {
+  auto* done = static_cast<Completions*>(userData);
+  if (!application) ++done->nullApplications;
+  if (!output.value) ++done->nullOutputs;
+  done->thread = std::this_thread::get_id();
+  ++done->calls;
+  return VX_SUCCESS;
+}
+
+// Peers call it to learn that what they sent here before has been dispatched.
+constexpr std::uint32_t kBarrierSlot = 11;
+inline _tag_VX_ERROR AnswerBarrier(HVXPARAMLIST, HVXPARAMLIST output, VXSlotContext*) {
+  VXSetStringValue(output, "servedBy", "tester");
+  return VX_SUCCESS;
 }
 
 class BusTest : public ::testing::Test {
  protected:
   void SetUp() override {
     listsBefore_ = DEBUG_VXObjectCount().paramLists;
-    VXRegisterSlot(kBarrierSlot, AnswerBarrier, nullptr);
+    const _tag_SLOT_DESCRIPTION slots[] = {{kBarrierSlot, AnswerBarrier, nullptr},
+                                           {21, RecordAt<21>, &delivered_},
+                                           {22, RecordAt<22>, &delivered_},
+                                           {23, RecordAt<23>, &delivered_},
+                                           {24, RecordAt<24>, &delivered_}};
+    VXRegisterSlots(slots, 5);
     ASSERT_EQ(VXInitialize("tester", 0, nullptr), VX_SUCCESS);
   }
   void TearDown() override {
     EXPECT_EQ(VXShutdown(), VX_SUCCESS);
-    VXUnregisterSlot(kBarrierSlot);
-    // Sessions of failed connects are let go by their own threads, which
-    // nobody joins: give them a moment, within a bound.
-    WaitUntil([this] {
+    for (std::uint32_t slot : {kBarrierSlot, 21u, 22u, 23u, 24u})
+      VXUnregisterSlot(slot);
+    // Sessions of failed connects are let go by their own threads, unjoined.
+    EXPECT_TRUE(WaitUntil([this] {
       VXObjectCounters now = DEBUG_VXObjectCount();
       return now.applications == 0 && now.messages == 0 && now.paramLists == listsBefore_;
-    });
-    VXObjectCounters after = DEBUG_VXObjectCount();
-    EXPECT_EQ(after.applications, 0u);
-    EXPECT_EQ(after.messages, 0u);
-    EXPECT_EQ(after.paramLists, listsBefore_);
+    }));
   }
 
-  static PeerOptions TcpPeer(const std::string& name) {
+  static PeerOptions TcpPeer(const std::string& name, const std::string& secretHex = "") {
     PeerOptions options;
     options.name = name;
     options.port = FreeTcpPort();
+    options.secretHex = secretHex;
     return options;
   }
 
-  // Connects over loopback TCP; the peer's appID on success, else empty.
-  // Returns once the peer has registered this process too, so that what
-  // the peer sends here is not dropped for want of a session.
-  static std::string ConnectTcp(Peer& peer) {
+  // VXConnect over loopback; `appId` gets the buffer. On success it returns
+  // once the peer has registered this process, so that nothing the peer
+  // sends here is dropped for want of a session.
+  static int Connect(Peer& peer, const std::string& secret = "", std::string* appId = nullptr) {
     char buffer[256] = {};
-    if (VXConnect("127.0.0.1", peer.Port(), buffer, sizeof buffer, nullptr, 0) != VX_SUCCESS)
-      return "";
-    return PeerKnowsUs(peer) ? buffer : "";
+    int result = VXConnect("127.0.0.1", peer.Port(), buffer, sizeof buffer,
+                           reinterpret_cast<const unsigned char*>(secret.data()),
+                           static_cast<int>(secret.size()));
+    if (appId) *appId = buffer;
+    if (result == VX_SUCCESS && peer.Expect("connected " + g_ownAppId).empty())
+      return VX_ERROR_FAILED;
+    return result;
   }
 
-  // Waits for the peer's connect listener to report this process.
-  static bool PeerKnowsUs(Peer& peer) { return !peer.Expect("connected " + g_ownAppId).empty(); }
-
-  // Lets the peer call this process once: when its answer is back, every
-  // request the peer sent here before has been run by the dispatch thread.
+  // The peer calls this process: on return every request it sent here
+  // before has been run.
   static void AwaitDispatchOf(Peer& peer) {
     peer.Send("call " + g_ownAppId + " " + std::to_string(kBarrierSlot));
     EXPECT_EQ(peer.Expect("call-result "), "call-result list tester");
   }
 
-  // A call to the peer: when it returns, every request this process sent
-  // to the peer before it has been run there.
+  // A call to the peer: on return every request sent there before has run.
   static void AwaitDispatchAt(const std::string& appId) {
     VXCloseHandle(VXCall(appId.c_str(), 1, VX_INVALID_PARAMLIST));
   }
 
+  // The peer emits `signal`; on return this process has run every delivery.
+  static void EmitAt(Peer& peer, const std::string& signal) {
+    peer.Send("emit " + signal);
+    EXPECT_EQ(peer.Expect("emit-result "), "emit-result 0");
+    AwaitDispatchOf(peer);
+  }
+
   std::uint32_t listsBefore_ = 0;
+  DeliveryLog delivered_;
+  Completions done_;
 };
 
 }  // namespace testing

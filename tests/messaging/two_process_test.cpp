@@ -1,234 +1,110 @@
-// Two and three real applications: this test process and peers started as
-// separate processes, talking over loopback TCP.
-#include <gtest/gtest.h>
-
+// This process and peers started as separate processes, over loopback TCP.
 #include <atomic>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "runtime/process_state.h"
-#include "support/peer.h"
-#include "support/wait.h"
-#include "vxbus.h"
+#include "bus_test_fixture.h"
 
 namespace vxbus {
+namespace testing {
 namespace {
 
-using testing::Peer;
-using testing::PeerOptions;
+using TwoProcessTest = BusTest;
 
-PeerOptions Options(const std::string& name, const std::string& secretHex = "") {
-  PeerOptions options;
-  options.name = name;
-  options.port = testing::FreeTcpPort();
-  options.secretHex = secretHex;
-  return options;
-}
-
-std::atomic<int> g_callbacks{0};
-std::atomic<int> g_nullOutputs{0};
-_tag_VX_ERROR CountCompletion(const char*, std::uint32_t, HVXPARAMLIST, HVXPARAMLIST output,
-                              void*) {
-  if (output.value == nullptr) ++g_nullOutputs;
-  ++g_callbacks;
-  return VX_SUCCESS;
-}
-
-_tag_VX_ERROR EchoHere(HVXPARAMLIST input, HVXPARAMLIST output, VXSlotContext* context) {
-  VXCopyHandle(input, output);
-  VXSetStringValue(output, "servedBy", "tester");
-  VXSetStringValue(output, "caller", context->senderName);
-  return VX_SUCCESS;
-}
-
-class TwoProcessTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    g_callbacks = 0;
-    g_nullOutputs = 0;
-    listsBefore_ = DEBUG_VXObjectCount().paramLists;
-    ASSERT_EQ(VXInitialize("tester", 0, nullptr), VX_SUCCESS);
-  }
-  void TearDown() override {
-    EXPECT_EQ(VXShutdown(), VX_SUCCESS);
-    VXObjectCounters after = DEBUG_VXObjectCount();
-    EXPECT_EQ(after.applications, 0u);
-    EXPECT_EQ(after.messages, 0u);
-    EXPECT_EQ(after.paramLists, listsBefore_);
-  }
-
-  // Connects with `secret` and gives the result; `appId` gets the peer's name.
-  static int Connect(const Peer& peer, const std::string& secret, std::string* appId = nullptr) {
-    char buffer[256] = {};
-    int result = VXConnect("127.0.0.1", peer.Port(), buffer, sizeof buffer,
-                           reinterpret_cast<const unsigned char*>(secret.data()),
-                           static_cast<int>(secret.size()));
-    if (appId) *appId = buffer;
-    return result;
-  }
-
-  std::uint32_t listsBefore_ = 0;
-};
-
-TEST_F(TwoProcessTest, ConnectsWithoutAnySecretAndNamesThePeer) {
-  Peer peer(Options("plain"));
-  ASSERT_TRUE(peer.Ready());
+TEST_F(TwoProcessTest, HandshakeComparesSecretBlocksAndRefusesASecondSession) {
+  Peer open(TcpPeer("open")), guarded(TcpPeer("guarded", "616263"));
+  Peer padded(TcpPeer("padded", "61626300"));
+  ASSERT_TRUE(open.Ready() && guarded.Ready() && padded.Ready());
+  EXPECT_EQ(Connect(open, std::string(257, 'k')), VX_ERROR_FAILED);  // longer than the block
   std::string appId;
-  EXPECT_EQ(Connect(peer, "", &appId), VX_SUCCESS);
-  EXPECT_EQ(appId, peer.AppId());
-  EXPECT_NE(peer.Expect("connected " + g_ownAppId), "");
-  EXPECT_TRUE(peer.Quit());
-}
-
-TEST_F(TwoProcessTest, SecretsCompareAsTheirZeroPaddedBlocks) {
-  Peer peer(Options("guarded", "616263"));
-  ASSERT_TRUE(peer.Ready());
-  EXPECT_EQ(Connect(peer, std::string("abc\0", 4)), VX_SUCCESS);  // trailing zero: same block
-  VXDisconnect(peer.AppId().c_str());
-  // Until the peer's writer has let go of the old session, the peer would
-  // refuse the name as a duplicate.
-  ASSERT_TRUE(testing::WaitUntil([&peer] {
-    peer.Send("counters");
-    return peer.Expect("counters ").rfind("counters 0 ", 0) == 0;
-  }));
-  EXPECT_EQ(Connect(peer, "abc"), VX_SUCCESS);
-  EXPECT_TRUE(peer.Quit());
-}
-
-TEST_F(TwoProcessTest, WrongSecretIsRefusedAndReportedOnTheAcceptingSide) {
-  Peer peer(Options("guarded", "616263"));
-  ASSERT_TRUE(peer.Ready());
-  EXPECT_EQ(Connect(peer, "abd"), VX_ERROR_NAME_IN_USE);
-  EXPECT_NE(peer.Expect("log 4 Stage 2: credentials failed"), "");
-  std::string report = peer.Expect("authfailed ");
-  EXPECT_NE(report.find(g_ownAppId), std::string::npos) << report;
-  EXPECT_EQ(VXCall(peer.AppId().c_str(), 1, VX_INVALID_PARAMLIST).value, nullptr);
-  EXPECT_TRUE(peer.Quit());
-}
-
-TEST_F(TwoProcessTest, SecondConnectIsRefusedAndTheFirstSessionGoesOn) {
-  Peer peer(Options("twice"));
-  ASSERT_TRUE(peer.Ready());
-  ASSERT_EQ(Connect(peer, ""), VX_SUCCESS);
-  EXPECT_EQ(Connect(peer, ""), VX_ERROR_NAME_IN_USE);
-  HVXPARAMLIST reply = VXCall(peer.AppId().c_str(), 1, VX_INVALID_PARAMLIST);
-  ASSERT_NE(reply.value, nullptr);
-  EXPECT_EQ(std::string(VXGetStringValue(reply, "servedBy")), peer.AppId());
+  EXPECT_EQ(Connect(open, "", &appId), VX_SUCCESS);
+  EXPECT_EQ(appId, open.AppId());
+  EXPECT_EQ(Connect(open), VX_ERROR_NAME_IN_USE);
+  HVXPARAMLIST reply = VXCall(open.AppId().c_str(), 1, VX_INVALID_PARAMLIST);
+  EXPECT_STREQ(VXGetStringValue(reply, "servedBy"), open.AppId().c_str());
   VXCloseHandle(reply);
-  EXPECT_TRUE(peer.Quit());
+
+  EXPECT_EQ(Connect(guarded, "abc"), VX_SUCCESS);
+  EXPECT_EQ(Connect(padded, "abc"), VX_SUCCESS);  // blocks are compared zero-padded
+
+  // A wrong secret between two peers: refused, and reported by the acceptor.
+  padded.Send("connect 127.0.0.1 " + std::to_string(guarded.Port()) + " 616264");
+  EXPECT_EQ(padded.Expect("connect-result ").rfind("connect-result -7", 0), 0u);
+  EXPECT_NE(guarded.Expect("log 4 Stage 2: credentials failed"), "");
+  EXPECT_NE(guarded.Expect("authfailed ").find(padded.AppId()), std::string::npos);
 }
 
-TEST_F(TwoProcessTest, SecretLongerThanTheBlockFailsBeforeAnyExchange) {
-  Peer peer(Options("long"));
-  ASSERT_TRUE(peer.Ready());
-  EXPECT_EQ(Connect(peer, std::string(257, 'k')), VX_ERROR_FAILED);
-  EXPECT_EQ(Connect(peer, ""), VX_SUCCESS);
-  EXPECT_TRUE(peer.Quit());
-}
+TEST_F(TwoProcessTest, CallsAndNotificationsRunBothWaysAndThroughAThirdProcess) {
+  Peer front(TcpPeer("front")), back(TcpPeer("back"));
+  ASSERT_TRUE(front.Ready() && back.Ready());
+  ASSERT_EQ(Connect(front), VX_SUCCESS);
+  const char* to = front.AppId().c_str();
 
-TEST_F(TwoProcessTest, CallsCarryNestedListsBothWays) {
-  VXRegisterSlot(11, EchoHere, nullptr);
-  Peer peer(Options("echo"));
-  ASSERT_TRUE(peer.Ready());
-  ASSERT_EQ(Connect(peer, ""), VX_SUCCESS);
-
-  HVXPARAMLIST list = VXCreateParamList();
-  HVXPARAMLIST inner = VXCreateParamList();
+  HVXPARAMLIST list = VXCreateParamList(), inner = VXCreateParamList();
   VXSetStringValue(inner, "s", "hi");
   VXSetHandleValue(list, "sub", inner);
-  VXSetInt32Value(list, "id", 7);
   VXCloseHandle(inner);
-  HVXPARAMLIST reply = VXCall(peer.AppId().c_str(), 1, list);
-  VXCloseHandle(list);
+  HVXPARAMLIST reply = VXCall(to, 1, list);  // slot 1 echoes
+  inner = VXGetHandleValue(reply, "sub");
+  EXPECT_STREQ(VXGetStringValue(inner, "s"), "hi");
+  VXCloseHandle(inner);
+  VXCloseHandle(reply);
+  AwaitDispatchOf(front);  // and the peer calls this process
+
+  reply = VXCall(to, 99, list);
   ASSERT_NE(reply.value, nullptr);
-  EXPECT_EQ(VXGetInt32Value(reply, "id"), 7u);
-  HVXPARAMLIST replyInner = VXGetHandleValue(reply, "sub");
-  EXPECT_STREQ(VXGetStringValue(replyInner, "s"), "hi");
-  VXCloseHandle(replyInner);
+  EXPECT_EQ(VXGetParamCount(reply), 0u) << "an unknown slot answers with an empty list";
   VXCloseHandle(reply);
 
-  // The other way: the peer calls a slot of this process.
-  peer.Send("call " + g_ownAppId + " 11");
-  EXPECT_EQ(peer.Expect("call-result "), "call-result list tester");
-  VXUnregisterSlot(11);
-  EXPECT_TRUE(peer.Quit());
-}
+  EXPECT_EQ(VXNotify(to, 6, list, nullptr, nullptr), VX_SUCCESS);
+  EXPECT_EQ(front.Expect("notified "), "notified from " + g_ownAppId + " output=null count=1");
+  EXPECT_EQ(VXNotify(to, 6, list, CountCompletion, &done_), VX_SUCCESS);
+  EXPECT_EQ(front.Expect("notified "), "notified from " + g_ownAppId + " output=list count=1");
 
-TEST_F(TwoProcessTest, UnknownSlotAnswersWithAnEmptyList) {
-  Peer peer(Options("empty"));
-  ASSERT_TRUE(peer.Ready());
-  ASSERT_EQ(Connect(peer, ""), VX_SUCCESS);
-  HVXPARAMLIST reply = VXCall(peer.AppId().c_str(), 99, VX_INVALID_PARAMLIST);
-  ASSERT_NE(reply.value, nullptr);
-  EXPECT_EQ(VXGetParamCount(reply), 0u);
+  // Slot 3 of the front peer calls slot 1 of the back peer.
+  front.Send("connect 127.0.0.1 " + std::to_string(back.Port()));
+  ASSERT_EQ(front.Expect("connect-result "), "connect-result 0 " + back.AppId());
+  VXCloseHandle(list);  // the notification may still be reading it
+  list = VXCreateParamList();
+  VXSetStringValue(list, "target", back.AppId().c_str());
+  reply = VXCall(to, 3, list);
+  HVXPARAMLIST forwarded = VXGetHandleValue(reply, "reply");
+  EXPECT_STREQ(VXGetStringValue(forwarded, "servedBy"), back.AppId().c_str());
+  VXCloseHandle(forwarded);
   VXCloseHandle(reply);
-  EXPECT_EQ(VXCall("nobody:1/none", 1, VX_INVALID_PARAMLIST).value, nullptr);
-  EXPECT_EQ(VXNotify("nobody:1/none", 1, VX_INVALID_PARAMLIST, nullptr, nullptr),
-            VX_ERROR_NO_APPLICATION);
-  EXPECT_TRUE(peer.Quit());
-}
-
-TEST_F(TwoProcessTest, NotificationsReachTheSlotAndCallBackOnce) {
-  Peer peer(Options("notified"));
-  ASSERT_TRUE(peer.Ready());
-  ASSERT_EQ(Connect(peer, ""), VX_SUCCESS);
-  HVXPARAMLIST list = VXCreateParamList();
-  VXSetInt32Value(list, "n", 1);
-  EXPECT_EQ(VXNotify(peer.AppId().c_str(), 6, list, nullptr, nullptr), VX_SUCCESS);
-  EXPECT_EQ(peer.Expect("notified "), "notified from " + g_ownAppId + " output=null count=1");
-  EXPECT_EQ(VXNotify(peer.AppId().c_str(), 6, list, CountCompletion, nullptr), VX_SUCCESS);
-  EXPECT_EQ(peer.Expect("notified "), "notified from " + g_ownAppId + " output=list count=1");
-  EXPECT_TRUE(testing::WaitUntil([] { return g_callbacks == 1; }));
   VXCloseHandle(list);
-  EXPECT_TRUE(peer.Quit());
-  EXPECT_EQ(g_callbacks, 1);
-  EXPECT_EQ(g_nullOutputs, 0);
+  EXPECT_TRUE(WaitUntil([] { return DEBUG_VXObjectCount().messages == 0; }));
+  EXPECT_EQ(done_.calls, 1);
+  EXPECT_EQ(done_.nullOutputs, 0);
 }
 
 TEST_F(TwoProcessTest, PeerKilledWithCallsOutstandingCompletesEachOnceWithNothing) {
-  Peer peer(Options("doomed"));
+  Peer peer(TcpPeer("doomed"));
   ASSERT_TRUE(peer.Ready());
-  ASSERT_EQ(Connect(peer, ""), VX_SUCCESS);
+  ASSERT_EQ(Connect(peer), VX_SUCCESS);
   constexpr int kCalls = 3, kNotifications = 4;
+  std::atomic<int> nullReplies{0};
   std::vector<std::thread> callers;
-  std::atomic<int> nullResults{0};
   for (int i = 0; i < kCalls; ++i)
-    callers.emplace_back([&peer, &nullResults] {
-      HVXPARAMLIST reply = VXCall(peer.AppId().c_str(), 2, VX_INVALID_PARAMLIST);
-      if (reply.value == nullptr) ++nullResults;
+    callers.emplace_back([&peer, &nullReplies] {
+      HVXPARAMLIST reply = VXCall(peer.AppId().c_str(), 2, VX_INVALID_PARAMLIST);  // blocks
+      if (reply.value == nullptr) ++nullReplies;
       VXCloseHandle(reply);
     });
   for (int i = 0; i < kNotifications; ++i)
-    VXNotify(peer.AppId().c_str(), 2, VX_INVALID_PARAMLIST, CountCompletion, nullptr);
-  ASSERT_NE(peer.Expect("blocking"), "");  // the first request sits in the peer's slot
+    VXNotify(peer.AppId().c_str(), 2, VX_INVALID_PARAMLIST, CountCompletion, &done_);
+  ASSERT_NE(peer.Expect("blocking"), "");
   peer.Kill();
-  for (auto& t : callers)
-    t.join();
-  EXPECT_EQ(nullResults, kCalls);
-  EXPECT_TRUE(testing::WaitUntil([] { return g_callbacks == kNotifications; }));
-  EXPECT_EQ(g_nullOutputs, kNotifications);
-}
-
-TEST_F(TwoProcessTest, SlotThatCallsAThirdProcessGetsItsReply) {
-  Peer front(Options("front"));
-  Peer back(Options("back"));
-  ASSERT_TRUE(front.Ready() && back.Ready());
-  front.Send("connect 127.0.0.1 " + std::to_string(back.Port()));
-  ASSERT_EQ(front.Expect("connect-result "), "connect-result 0 " + back.AppId());
-  ASSERT_EQ(Connect(front, ""), VX_SUCCESS);
-
-  HVXPARAMLIST list = VXCreateParamList();
-  VXSetStringValue(list, "target", back.AppId().c_str());
-  HVXPARAMLIST reply = VXCall(front.AppId().c_str(), 3, list);
-  VXCloseHandle(list);
-  HVXPARAMLIST forwarded = VXGetHandleValue(reply, "reply");
-  EXPECT_EQ(std::string(VXGetStringValue(forwarded, "servedBy") ?: ""), back.AppId());
-  VXCloseHandle(forwarded);
-  VXCloseHandle(reply);
-  EXPECT_TRUE(front.Quit());
-  EXPECT_TRUE(back.Quit());
+  for (auto& caller : callers)
+    caller.join();
+  EXPECT_EQ(nullReplies, kCalls);
+  // With no message left, no completion can come any more.
+  EXPECT_TRUE(WaitUntil([] { return DEBUG_VXObjectCount().messages == 0; }));
+  EXPECT_EQ(done_.calls, kNotifications);
+  EXPECT_EQ(done_.nullOutputs, kNotifications);
 }
 
 }  // namespace
+}  // namespace testing
 }  // namespace vxbus
