@@ -100,6 +100,9 @@ class FastHolderImpl : public MTObjects::MTReferencedTypeBase, public VXMemoryBu
   // Count word, then a gap for the offset or index table; gives the offset of
   // the gap.
   std::uint32_t AppendTable(std::uint32_t count);
+  // Both binary-array setters: `item(i)` gives the i-th data pointer and length.
+  template <class Item>
+  void SetBinaryItems(const char* name, std::uint32_t count, Item item);
   // Keeps child indexes right when the record at `record` goes.
   void ReleaseChildrenOf(const unsigned char* record);
   template <class Renumber>

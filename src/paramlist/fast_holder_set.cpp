@@ -2,6 +2,7 @@
 // reserved in one growth of the image, header and value are appended, and the
 // record counts. Setting an existing name therefore moves it to the end.
 #include <cstring>
+#include <utility>
 
 #include "paramlist/fast_holder.h"
 
@@ -97,37 +98,35 @@ void FastHolderImpl::SetInt64Array(const char* name, const void* values, std::ui
   ++body_.count;
 }
 
-void FastHolderImpl::SetBinaryArray(const char* name, const _tag_BINARYITEM* items,
-                                    std::uint32_t count) {
+template <class Item>
+void FastHolderImpl::SetBinaryItems(const char* name, std::uint32_t count, Item item) {
   std::uint32_t size = 4 + 4 * count;
   for (std::uint32_t i = 0; i < count; ++i)
-    size += 4 + Round4(items[i].length);
+    size += 4 + Round4(item(i).second);
   BeginRecord(name, PT_ARRAY | PT_BINARY, size);
   std::uint32_t table = AppendTable(count);
   std::uint32_t base = used;
   for (std::uint32_t i = 0; i < count; ++i) {
     Store32At(table + 4 * i, used - base);
-    std::uint32_t length = items[i].length;
+    auto [data, length] = item(i);
     Append32(length);
-    AppendBytes(items[i].data, length);
+    AppendBytes(data, length);
   }
   ++body_.count;
 }
 
+void FastHolderImpl::SetBinaryArray(const char* name, const _tag_BINARYITEM* items,
+                                    std::uint32_t count) {
+  SetBinaryItems(name, count, [items](std::uint32_t i) {
+    return std::pair<const void*, std::uint32_t>(items[i].data, items[i].length);
+  });
+}
+
 void FastHolderImpl::SetBinaryArray(const char* name, const void* const* bytes,
                                     const std::uint32_t* lengths, std::uint32_t count) {
-  std::uint32_t size = 4 + 4 * count;
-  for (std::uint32_t i = 0; i < count; ++i)
-    size += 4 + Round4(lengths[i]);
-  BeginRecord(name, PT_ARRAY | PT_BINARY, size);
-  std::uint32_t table = AppendTable(count);
-  std::uint32_t base = used;
-  for (std::uint32_t i = 0; i < count; ++i) {
-    Store32At(table + 4 * i, used - base);
-    Append32(lengths[i]);
-    AppendBytes(bytes[i], lengths[i]);
-  }
-  ++body_.count;
+  SetBinaryItems(name, count, [bytes, lengths](std::uint32_t i) {
+    return std::pair<const void*, std::uint32_t>(bytes[i], lengths[i]);
+  });
 }
 
 void FastHolderImpl::SetHandleArray(const char* name, const ListRef* lists, std::uint32_t count) {

@@ -55,19 +55,24 @@ _tag_VX_ERROR VXSetAuthenticationInfo(const void* data, std::int32_t length) {
   return VX_SUCCESS;
 }
 
-_tag_VX_ERROR VXSetConnectListener(VXConnectListener listener) {
-  g_connectListener.store(listener, std::memory_order_release);
+namespace {
+// A listener takes effect at once; a null one switches it off.
+template <class Listener>
+_tag_VX_ERROR Install(std::atomic<Listener>& slot, Listener listener) {
+  slot.store(listener, std::memory_order_release);
   return VX_SUCCESS;
+}
+}  // namespace
+
+_tag_VX_ERROR VXSetConnectListener(VXConnectListener listener) {
+  return Install(g_connectListener, listener);
 }
 _tag_VX_ERROR VXSetDisconnectListener(VXDisconnectListener listener) {
-  g_disconnectListener.store(listener, std::memory_order_release);
-  return VX_SUCCESS;
+  return Install(g_disconnectListener, listener);
 }
 _tag_VX_ERROR VXSetAuthFailedListener(VXAuthFailedListener listener) {
-  g_authFailedListener.store(listener, std::memory_order_release);
-  return VX_SUCCESS;
+  return Install(g_authFailedListener, listener);
 }
 _tag_VX_ERROR VXSetUnknownConnectListener(VXUnknownConnectListener listener) {
-  g_unknownConnectListener.store(listener, std::memory_order_release);
-  return VX_SUCCESS;
+  return Install(g_unknownConnectListener, listener);
 }
