@@ -8,14 +8,9 @@
 namespace vxbus {
 namespace {
 
-struct Entry {
-  std::uint32_t level;
-  std::uint32_t second;
-  std::string text;
-};
-std::vector<Entry> g_entries;
+std::vector<std::string> g_entries;  // "<level> <second> <text>"
 void Capture(std::uint32_t level, std::uint32_t second, const char* text) {
-  g_entries.push_back({level, second, text});
+  g_entries.push_back(std::to_string(level) + " " + std::to_string(second) + " " + text);
 }
 
 class LogTest : public ::testing::Test {
@@ -28,14 +23,10 @@ class LogTest : public ::testing::Test {
   }
 };
 
-TEST_F(LogTest, MaskSelectsLevelsIndividually) {
-  VXSetLogLevel(1 | 8, 0, Capture);
+TEST_F(LogTest, MaskSelectsLevelsAndTheSecondArgumentIsZero) {
+  VXSetLogLevel(1 | 8, 12345, Capture);  // any non-negative threshold lets through
   WriteAllLevels();
-  ASSERT_EQ(g_entries.size(), 2u);
-  EXPECT_EQ(g_entries[0].level, 1u);
-  EXPECT_EQ(g_entries[1].level, 8u);
-  EXPECT_EQ(g_entries[1].text, "level 8");
-  EXPECT_EQ(g_entries[1].second, 0u);
+  EXPECT_EQ(g_entries, (std::vector<std::string>{"1 0 level 1", "8 0 level 8"}));
 }
 
 TEST_F(LogTest, NegativeThresholdZeroMaskAndNullSinkSilenceEverything) {
@@ -46,17 +37,11 @@ TEST_F(LogTest, NegativeThresholdZeroMaskAndNullSinkSilenceEverything) {
   VXSetLogLevel(0xFFFFFFFF, 0, nullptr);
   WriteAllLevels();
   EXPECT_TRUE(g_entries.empty());
-  VXSetLogLevel(8, 12345, Capture);  // any non-negative threshold lets through
-  WriteAllLevels();
-  EXPECT_EQ(g_entries.size(), 1u);
 }
 
 TEST_F(LogTest, NothingIsComposedWhenTheLevelIsOff) {
   int composed = 0;
-  auto counted = [&composed]() {
-    ++composed;
-    return "x";
-  };
+  auto counted = [&composed] { return ++composed; };
   VXSetLogLevel(8, 0, Capture);
   VX_LOG(kLogError, counted());
   EXPECT_EQ(composed, 0);

@@ -1,3 +1,4 @@
+// The limits record: its defaults and the authentication block within it.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -17,26 +18,19 @@ TEST(Limits, DefaultsAreInForceAtLoad) {
   EXPECT_EQ(g_limits.limits.IO_TIMEOUT_MS, 60000);
 }
 
-TEST(Limits, AuthenticationInfoGoesIntoDefaultsAndRecordInForce) {
-  unsigned char secret[256];
+TEST(Limits, AuthBlockOfAtMost256BytesGoesIntoDefaultsAndRecordInForce) {
+  unsigned char secret[257];
   std::memset(secret, 0x5A, sizeof secret);
   EXPECT_EQ(VXSetAuthenticationInfo(secret, 257), VX_ERROR_FAILED);
   EXPECT_EQ(g_limits.limits.authBlock[0], 0);
   EXPECT_EQ(VXSetAuthenticationInfo(secret, 256), VX_SUCCESS);
   EXPECT_EQ(g_limits.limits.authBlock[255], 0x5A);
   EXPECT_EQ(g_defaultLimits.limits.authBlock[255], 0x5A);
-  EXPECT_EQ(VXSetAuthenticationInfo("abc", 3), VX_SUCCESS);  // the rest is zeroed
+  EXPECT_EQ(VXSetAuthenticationInfo("abc", 3), VX_SUCCESS);
   EXPECT_EQ(g_limits.limits.authBlock[2], 'c');
   EXPECT_EQ(g_limits.limits.authBlock[3], 0);
   EXPECT_EQ(VXSetAuthenticationInfo(nullptr, 0), VX_SUCCESS);
   EXPECT_EQ(g_defaultLimits.limits.authBlock[0], 0);
-}
-
-TEST(Gates, ConnectionReadyOpensBothForGood) {
-  EXPECT_EQ(VXConnectionReady(), VX_SUCCESS);
-  EXPECT_EQ(VXConnectionReady(), VX_SUCCESS);
-  EXPECT_TRUE(tcpListenerGate->Wait());
-  EXPECT_TRUE(pipeListenerGate->Wait());
 }
 
 }  // namespace

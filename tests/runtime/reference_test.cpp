@@ -1,3 +1,4 @@
+// Intrusive reference counts and the smart pointer over them.
 #include <gtest/gtest.h>
 
 #include "runtime/referenced_ptr.h"
@@ -20,46 +21,33 @@ class Probe : public MTObjects::MTReferencedTypeBase {
   int* destroyed_;
 };
 
-TEST(ReferenceCount, StartsAtZeroAndOneReleaseDestroys) {
+// The count starts at 0; a release below 1 leaves the object alive.
+TEST(ReferenceCount, StartsAtZeroAndOnlyTheLastBalancedReleaseDestroys) {
   int destroyed = 0;
   auto* p = new Probe(&destroyed);
   EXPECT_EQ(ReferenceAccess::Count(p), 0);
-  ReferenceAccess::AddRef(p);
   ReferenceAccess::Release(p);
-  EXPECT_EQ(destroyed, 1);
-}
-
-TEST(ReferenceCount, UnbalancedReleaseLeavesTheObjectAlive) {
-  int destroyed = 0;
-  auto* p = new Probe(&destroyed);
-  ReferenceAccess::Release(p);  // from 0 to -1: no destruction
-  EXPECT_EQ(destroyed, 0);
   EXPECT_EQ(ReferenceAccess::Count(p), -1);
   ReferenceAccess::AddRef(p);
   ReferenceAccess::AddRef(p);
+  EXPECT_EQ(destroyed, 0);
   ReferenceAccess::Release(p);
   EXPECT_EQ(destroyed, 1);
 }
 
-TEST(ReferencedPtr, SelfAssignmentKeepsTheOnlyOwner) {
+TEST(ReferencedPtr, SelfAssignmentAndMoveKeepTheCountRight) {
   int destroyed = 0;
   MTReferencedPtr<Probe> a(new Probe(&destroyed));
-  MTReferencedPtr<Probe> b(a);
-  b = nullptr;
   a = a;
-  EXPECT_EQ(destroyed, 0);
   EXPECT_EQ(ReferenceAccess::Count(a.get()), 1);
   MTReferencedPtr<Probe> c(a.get());
-  a = c;  // same object through another pointer
+  a = c;  // the same object through another pointer
   EXPECT_EQ(ReferenceAccess::Count(a.get()), 2);
-}
-
-TEST(ReferencedPtr, MoveCarriesTheReferenceWithoutCountTraffic) {
-  int destroyed = 0;
-  MTReferencedPtr<Probe> a(new Probe(&destroyed));
+  c = nullptr;
   MTReferencedPtr<Probe> b(std::move(a));
   EXPECT_EQ(a.get(), nullptr);
   EXPECT_EQ(ReferenceAccess::Count(b.get()), 1);
+  EXPECT_EQ(destroyed, 0);
   b = MTReferencedPtr<Probe>();
   EXPECT_EQ(destroyed, 1);
 }
