@@ -118,7 +118,10 @@ void FastHolderImpl::SetBinaryItems(const char* name, std::uint32_t count, Item 
 void FastHolderImpl::SetBinaryArray(const char* name, const _tag_BINARYITEM* items,
                                     std::uint32_t count) {
   SetBinaryItems(name, count, [items](std::uint32_t i) {
-    return std::pair<const void*, std::uint32_t>(items[i].data, items[i].length);
+    // Copied out first: the record is packed, so no reference may bind to it.
+    const void* data = items[i].data;
+    std::uint32_t length = items[i].length;
+    return std::pair<const void*, std::uint32_t>(data, length);
   });
 }
 
