@@ -9,8 +9,10 @@
 #include <vector>
 
 #include "messaging/signal_table.h"
+#include "paramlist/handle.h"
 #include "session/application.h"
 #include "session/application_registry.h"
+#include "session/message_queue.h"
 #include "session/session_threads.h"
 #include "support/channel_pair.h"
 #include "support/wait.h"
@@ -104,6 +106,35 @@ class SessionTest : public ::testing::Test {
   Observed observed_;
   VXObjectCounters livesBefore_;
 };
+
+// Plays the dispatch thread for one request, answering with `echo`.
+void AnswerOneRequest(const char* echo) {
+  MessageRef request;
+  for (int i = 0; i < 100 && !request; ++i)
+    g_dispatchQueue.Pop(request, 100);
+  ASSERT_TRUE(request);
+  VXSetStringValue(HandleFromList(request->GetOutputList().get()), "echo", echo);
+  request->SetReplyState();
+  request->GetSession()->sendQueue.Push(request);
+}
+
+TEST_F(SessionTest, FramesFlowBothWays) {
+  testing::ChannelPair pair = testing::MakeSocketChannelPair();
+  SessionRef a = EstablishedSession(pair.first, "hostB:2/b");
+  SessionRef b = EstablishedSession(pair.second, "hostA:1/a");
+  for (const char* target : {"hostB:2/b", "hostA:1/a"}) {
+    HVXPARAMLIST result = VX_INVALID_PARAMLIST;
+    std::thread caller([&result, target] { result = VXCall(target, 5, VX_INVALID_PARAMLIST); });
+    AnswerOneRequest(target);
+    caller.join();
+    EXPECT_STREQ(VXGetStringValue(result, "echo"), target);
+    VXCloseHandle(result);
+  }
+  a.Reset();
+  b.Reset();
+  pair = {};
+  VXDisconnect("hostB:2/b");  // the other side then sees its peer go
+}
 
 TEST_F(SessionTest, PeerGoneCompletesEveryCallOnceWithNullOutput) {
   testing::ChannelPair pair = testing::MakeSocketChannelPair();

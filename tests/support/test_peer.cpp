@@ -104,13 +104,6 @@ _tag_VX_ERROR Record(HVXPARAMLIST input, HVXPARAMLIST output, VXSlotContext* con
   return VX_SUCCESS;
 }
 
-_tag_VX_ERROR CountReplies(const char* app, std::uint32_t slot, HVXPARAMLIST, HVXPARAMLIST output,
-                           void*) {
-  Say("reply from " + Text(app) + " slot " + std::to_string(slot) +
-      (output.value ? " output=list" : " output=null"));
-  return VX_SUCCESS;
-}
-
 void Command(const std::string& line) {
   std::istringstream in(line);
   std::string verb;
@@ -162,12 +155,6 @@ void Command(const std::string& line) {
     else
       VXDisconnectSignal(appId.c_str(), signal.c_str(), slot);
     Say(verb + "d");
-  } else if (verb == "notify-back") {
-    std::string appId;
-    std::uint32_t slot = 0;
-    in >> appId >> slot;
-    VXNotify(appId.c_str(), slot, VX_INVALID_PARAMLIST, CountReplies, nullptr);
-    Say("notify-sent");
   } else if (verb == "disconnect") {
     std::string appId;
     in >> appId;
