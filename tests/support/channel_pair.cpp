@@ -6,20 +6,32 @@
 #include <thread>
 
 #include "platform/socket.h"
-#include "transport/pipe_channel.h"
 #include "support/wait.h"
+#include "transport/pipe_channel.h"
 #include "transport/socket_channel.h"
 
 namespace vxbus {
 namespace testing {
 
+platform::SocketHandle BindLoopback(platform::Ipv4Endpoint* endpoint) {
+  *endpoint = platform::Ipv4Endpoint();
+  platform::ParseDottedAddress("127.0.0.1", &endpoint->address);
+  platform::SocketHandle socket = platform::CreateStreamSocket();
+  platform::Bind(socket, *endpoint);  // port 0: the system picks one
+  platform::GetLocalEndpoint(socket, endpoint);
+  return socket;
+}
+
+int FreeTcpPort() {
+  platform::Ipv4Endpoint endpoint;
+  platform::CloseSocket(BindLoopback(&endpoint));
+  return endpoint.port;
+}
+
 ChannelPair MakeSocketChannelPair() {
   platform::Ipv4Endpoint endpoint;
-  platform::ParseDottedAddress("127.0.0.1", &endpoint.address);
-  platform::SocketHandle listener = platform::CreateStreamSocket();
-  platform::Bind(listener, endpoint);  // port 0: the system picks one
+  platform::SocketHandle listener = BindLoopback(&endpoint);
   platform::Listen(listener, 1);
-  platform::GetLocalEndpoint(listener, &endpoint);
   ChannelPair pair;
   pair.first = ConnectSocketChannel("127.0.0.1", endpoint.port);
   platform::SocketHandle accepted = platform::Accept(listener, nullptr);

@@ -5,6 +5,7 @@
 
 #include <string>
 
+#include "platform/socket.h"
 #include "transport/transport_channel.h"
 
 namespace vxbus {
@@ -14,6 +15,11 @@ struct ChannelPair {
   ChannelRef first;   // the connecting side
   ChannelRef second;  // the accepting side
 };
+
+// A socket bound to 127.0.0.1 on a port the system picked; `endpoint` gets both.
+platform::SocketHandle BindLoopback(platform::Ipv4Endpoint* endpoint);
+// A TCP port on loopback that nothing listens on at this moment.
+int FreeTcpPort();
 
 // Over loopback TCP, both ends configured as the library configures them.
 ChannelPair MakeSocketChannelPair();

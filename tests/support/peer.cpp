@@ -1,19 +1,7 @@
 #include "support/peer.h"
 
-#include "platform/socket.h"
-
 namespace vxbus {
 namespace testing {
-
-int FreeTcpPort() {
-  platform::Ipv4Endpoint endpoint;
-  platform::ParseDottedAddress("127.0.0.1", &endpoint.address);
-  platform::SocketHandle s = platform::CreateStreamSocket();
-  platform::Bind(s, endpoint);
-  platform::GetLocalEndpoint(s, &endpoint);
-  platform::CloseSocket(s);
-  return endpoint.port;
-}
 
 Peer::Peer(const PeerOptions& options) : options_(options) {
   std::vector<std::string> arguments = {"--name", options.name, "--port",

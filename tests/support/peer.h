@@ -7,13 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "support/channel_pair.h"
 #include "support/child_process.h"
 
 namespace vxbus {
 namespace testing {
-
-// A TCP port on loopback that nothing listens on at this moment.
-int FreeTcpPort();
 
 struct PeerOptions {
   std::string name = "peer";
