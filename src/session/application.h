@@ -28,7 +28,8 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   std::int32_t ConnectApplication(const ChannelRef& channel, char* appIdBuffer,
                                   std::uint32_t appIdBufferSize, const unsigned char* secret,
                                   std::int32_t secretLength);
-  // Steps 3 to 12 of the connecting side, after the threads were started.
+  // The exchange itself on either side, run while the threads are parked.
+  void RunAcceptExchange();
   std::int32_t RunConnectExchange(char* appIdBuffer, std::uint32_t appIdBufferSize,
                                   const unsigned char* secret, std::int32_t secretLength);
   // Reads one frame; false ends the session.

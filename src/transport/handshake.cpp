@@ -44,58 +44,68 @@ void CallAuthFailedListener(const VXAPPImpl* session, const std::string& appId) 
     listener(session->localAddress.c_str(), session->remoteAddress.c_str(), appId.c_str());
 }
 
+// Steps 3 to 5 of the exchange on the accepting side: the challenge goes
+// out, the answer must match the digest over our secret block.
+bool ChallengeAnswered(ITransportChannel& link) {
+  unsigned char challenge[kChallengeBytes];
+  FillChallenge(challenge);
+  if (link.Write(challenge, kChallengeBytes) != kChallengeLength) return false;
+  unsigned char expected[kAnswerBytes], answer[kAnswerBytes];
+  ComputeAnswer(g_limits.limits.authBlock, challenge, expected);
+  std::memset(challenge, 0, sizeof challenge);  // the one secret-related wipe
+  return link.Read(answer, kAnswerBytes) == kAnswerLength &&
+         std::memcmp(expected, answer, kAnswerBytes) == 0;
+}
+
 }  // namespace
 
 bool VXAPPImpl::AcceptApplication(const ChannelRef& newChannel) {
   channel = newChannel;
-  if (channel.IsValid() && StartThreads(this)) {
-    ITransportChannel& link = *channel;
-    remoteAddress = link.GetPeerAddress();
-    localAddress = link.GetLocalAddress();
-    std::string appId = ReadAppId(link);
-    if (appId.empty()) {
-      VX_LOG(kLogWarning, "Stage 1: no appID specified");
-      CallUnknownConnectListener(this);
-    } else {
-      WriteAppId(link, g_ownAppId);
-      const std::string firstAppId = appId;
-      unsigned char challenge[kChallengeBytes];
-      FillChallenge(challenge);
-      bool credentialsOk = false;
-      if (link.Write(challenge, kChallengeBytes) == kChallengeLength) {
-        unsigned char expected[kAnswerBytes], answer[kAnswerBytes];
-        ComputeAnswer(g_limits.limits.authBlock, challenge, expected);
-        std::memset(challenge, 0, sizeof challenge);
-        credentialsOk = link.Read(answer, kAnswerBytes) == kAnswerLength &&
-                        std::memcmp(expected, answer, kAnswerBytes) == 0;
-      }
-      if (!credentialsOk) {
-        VX_LOG(kLogWarning, "Stage 2: credentials failed");
-        CallAuthFailedListener(this, firstAppId);
-      } else {
-        // The second naming is the one that counts.
-        appId = ReadAppId(link);
-        std::string host, port;
-        if (appId.empty()) {
-          VX_LOG(kLogWarning, "Stage 1: no appID specified");
-          CallUnknownConnectListener(this);
-        } else if (IsConnected(appId)) {
-          VX_LOG(kLogError, "Application already connected: '", appId, "'");
-        } else if (!SplitHostAndPort(appId, host, port)) {
-          VX_LOG(kLogWarning, "Stage 4: No host or name");
-          CallUnknownConnectListener(this);
-        } else {
-          peerHost = host;
-          peerPort = port;
-          WriteAppId(link, g_ownAppId);
-          name = appId;
-          established = true;
-        }
-      }
-    }
-  }
+  // Without a channel no thread is started, so there is nothing to release.
+  if (!channel.IsValid()) return false;
+  StartThreads(this);
+  RunAcceptExchange();
   ReleaseThreads(this);
   return established;
+}
+
+void VXAPPImpl::RunAcceptExchange() {
+  ITransportChannel& link = *channel;
+  remoteAddress = link.GetPeerAddress();
+  localAddress = link.GetLocalAddress();
+  std::string appId = ReadAppId(link);
+  if (appId.empty()) {
+    VX_LOG(kLogWarning, "Stage 1: no appID specified");
+    CallUnknownConnectListener(this);
+    return;
+  }
+  WriteAppId(link, g_ownAppId);
+  if (!ChallengeAnswered(link)) {
+    VX_LOG(kLogWarning, "Stage 2: credentials failed");
+    CallAuthFailedListener(this, appId);  // the peer's first naming
+    return;
+  }
+  appId = ReadAppId(link);  // the second naming is the one that counts
+  if (appId.empty()) {
+    VX_LOG(kLogWarning, "Stage 1: no appID specified");
+    CallUnknownConnectListener(this);
+    return;
+  }
+  if (IsConnected(appId)) {
+    VX_LOG(kLogError, "Application already connected: '", appId, "'");
+    return;
+  }
+  std::string host, port;
+  if (!SplitHostAndPort(appId, host, port)) {
+    VX_LOG(kLogWarning, "Stage 4: No host or name");
+    CallUnknownConnectListener(this);
+    return;
+  }
+  peerHost = host;
+  peerPort = port;
+  WriteAppId(link, g_ownAppId);
+  name = appId;
+  established = true;
 }
 
 std::int32_t VXAPPImpl::ConnectApplication(const ChannelRef& newChannel, char* appIdBuffer,
