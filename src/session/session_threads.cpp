@@ -12,6 +12,8 @@ namespace {
 
 // Counts the session threads that still run, so that a shutdown can make
 // sure none of them is still inside the library when it returns.
+thread_local bool t_onSessionThread = false;
+
 class LiveThreads {
  public:
   void Started() {
@@ -20,11 +22,15 @@ class LiveThreads {
   }
   void Ended() {
     std::lock_guard<std::mutex> lock(mutex_);
-    if (--count_ == 0) allEnded_.notify_all();
+    --count_;
+    allEnded_.notify_all();
   }
+  // A session thread that waits (a shutdown called from a listener) does not
+  // wait for itself.
   bool WaitForNone(std::chrono::milliseconds limit) {
+    const int self = t_onSessionThread ? 1 : 0;
     std::unique_lock<std::mutex> lock(mutex_);
-    return allEnded_.wait_for(lock, limit, [this] { return count_ == 0; });
+    return allEnded_.wait_for(lock, limit, [this, self] { return count_ <= self; });
   }
 
  private:
@@ -172,6 +178,7 @@ void WriterThread(VXAPPImpl* raw) {
 // The thread's last act, after every reference of its own is gone.
 template <void (*Body)(VXAPPImpl*)>
 void Run(VXAPPImpl* session) {
+  t_onSessionThread = true;
   Body(session);
   LiveSessionThreads().Ended();
 }

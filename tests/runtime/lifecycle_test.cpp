@@ -295,3 +295,31 @@ TEST_F(LifecycleTest, RepeatedInitialiseIsCountedAndTheLastShutdownJoinsEveryThr
 
 }  // namespace
 }  // namespace vxbus
+
+namespace vxbus {
+namespace {
+
+testing::Signal* g_shutdownDone = nullptr;
+
+// A shutdown on the session's own reader thread must not wait for that thread.
+void ShutDownFromListener(const char*, const char*, std::int32_t, const char*) {
+  VXShutdown();
+  g_shutdownDone->Raise();
+}
+
+TEST_F(LifecycleTest, ShutdownFromADisconnectListenerDoesNotWaitForItsOwnThread) {
+  int port = InitListening("selfstop");
+  Peer peer(Named("leaver"));
+  ASSERT_TRUE(peer.Ready());
+  ASSERT_EQ(ConnectFrom(peer, port), Accepted());
+  testing::Signal done;
+  g_shutdownDone = &done;
+  VXSetDisconnectListener(ShutDownFromListener);
+  peer.Kill();
+  // Well inside the bound a shutdown gives session threads to finish.
+  EXPECT_TRUE(done.WaitFor(std::chrono::seconds(8)));
+  --outstanding_;
+}
+
+}  // namespace
+}  // namespace vxbus
