@@ -21,8 +21,9 @@ enum LogLevel : std::uint32_t {
   kLogInfo = 8,      // the ordinary course of things
 };
 
-// Plain words in the design; atomics here only so that a sink set while
-// threads run is not a data race. All accesses are relaxed.
+// Atomics only so that a sink set while threads run is not a data race. The
+// gate tests load relaxed; the sink is published with release and loaded with
+// acquire for the call itself.
 extern std::atomic<std::uint32_t> g_logMask;
 extern std::atomic<std::int32_t> g_logThreshold;
 extern std::atomic<VXLogSink> g_logSink;
