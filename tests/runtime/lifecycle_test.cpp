@@ -16,6 +16,7 @@
 #include "platform/socket.h"
 #include "runtime/log.h"
 #include "runtime/process_state.h"
+#include "support/log_capture.h"
 #include "support/peer.h"
 #include "support/wait.h"
 #include "vxbus.h"
@@ -29,15 +30,10 @@ using testing::WaitUntil;
 
 // Written by library threads at any time, also just after a test has ended.
 std::mutex g_mutex;
-std::vector<std::string> g_log, g_connects, g_disconnects;
+std::vector<std::string> g_connects, g_disconnects;
 
 std::string Text(const char* s) {
   return s ? s : "(null)";
-}
-
-void CaptureLog(std::uint32_t level, std::uint32_t, const char* text) {
-  std::lock_guard<std::mutex> lock(g_mutex);
-  g_log.push_back(std::to_string(level) + " " + Text(text));
 }
 
 void RecordConnect(const char* local, const char* remote, const char* appId, const char* host,
@@ -56,15 +52,6 @@ void RecordDisconnect(const char* appId, const char* host, std::int32_t port, co
 std::vector<std::string> Copy(const std::vector<std::string>& calls) {
   std::lock_guard<std::mutex> lock(g_mutex);
   return calls;
-}
-
-// Log lines of `level` equal to `text`, or starting with it.
-int CountLog(std::uint32_t level, const std::string& text, bool prefix = false) {
-  const std::string wanted = std::to_string(level) + " " + text;
-  int n = 0;
-  for (const std::string& line : Copy(g_log))
-    n += prefix ? line.rfind(wanted, 0) == 0 : line == wanted;
-  return n;
 }
 
 // The library's listener socket is open exactly as long as its TCP thread runs.
@@ -92,11 +79,9 @@ class LifecycleTest : public ::testing::Test {
     savedDefaults_ = g_defaultLimits;
     {
       std::lock_guard<std::mutex> lock(g_mutex);
-      g_log.clear();
       g_connects.clear();
       g_disconnects.clear();
     }
-    VXSetLogLevel(0xF, 0, CaptureLog);
     listsBefore_ = DEBUG_VXObjectCount().paramLists;
   }
 
@@ -109,8 +94,6 @@ class LifecycleTest : public ::testing::Test {
     }));
     g_limits = savedLimits_;
     g_defaultLimits = savedDefaults_;
-    // Off, as at load.
-    VXSetLogLevel(0, 0, nullptr);
     VXSetConnectListener(nullptr);
     VXSetDisconnectListener(nullptr);
   }
@@ -132,10 +115,10 @@ class LifecycleTest : public ::testing::Test {
     return port;
   }
 
-  static bool WaitForLog(std::uint32_t level, const std::string& text) {
-    return WaitUntil([&] { return CountLog(level, text) > 0; });
+  bool WaitForLog(std::uint32_t level, const std::string& text) {
+    return log_.WaitFor(level, text);
   }
-  static bool WaitForListener(int port) {
+  bool WaitForListener(int port) {
     return WaitForLog(kLogInfo,
                       "listen for incoming connection on :0.0.0.0:" + std::to_string(port));
   }
@@ -151,6 +134,7 @@ class LifecycleTest : public ::testing::Test {
   static VXLimits Record() { return VXLimits{sizeof(VXLimits), {}}; }
   static bool Same(const VXLimits& a, const VXLimits& b) { return !std::memcmp(&a, &b, sizeof a); }
 
+  testing::LogCapture log_;
   int outstanding_ = 0;
   std::uint32_t listsBefore_ = 0;
   VXLimits savedLimits_, savedDefaults_;
@@ -183,8 +167,8 @@ TEST_F(LifecycleTest, FirstInitialiseMergesTheLimitsRecordAndPortZeroListensNowh
   EXPECT_EQ(g_ownAppId, OwnAppId(0, "zero"));
   VXConnectionReady();
   Shutdown();  // joins the TCP thread; a listener would have logged its end
-  EXPECT_EQ(CountLog(kLogInfo, "ConnThread Startup"), 4);
-  EXPECT_EQ(CountLog(kLogInfo, "ConnectionThread. Shutdown"), 0);
+  EXPECT_EQ(log_.Count(kLogInfo, "ConnThread Startup"), 4);
+  EXPECT_EQ(log_.Count(kLogInfo, "ConnectionThread. Shutdown"), 0);
 }
 
 TEST_F(LifecycleTest, TcpListenerWaitsForItsPortLimitsConnectionsAndReportsSessions) {
@@ -204,11 +188,11 @@ TEST_F(LifecycleTest, TcpListenerWaitsForItsPortLimitsConnectionsAndReportsSessi
       "bind to:0.0.0.0:" + std::to_string(port) + " FAILED. Try to reinitialize listener";
   EXPECT_TRUE(WaitForLog(kLogCritical, failure));
   // It retries once a second, silently.
-  EXPECT_FALSE(WaitUntil([&] { return CountLog(kLogCritical, failure) > 1; },
+  EXPECT_FALSE(WaitUntil([&] { return log_.Count(kLogCritical, failure) > 1; },
                          std::chrono::milliseconds(1500)));
   platform::CloseSocket(squatter);
   EXPECT_TRUE(WaitForListener(port));
-  EXPECT_EQ(CountLog(kLogCritical, failure), 1);
+  EXPECT_EQ(log_.Count(kLogCritical, failure), 1);
 
   // The guest listens too: the port in its appID isn't the one it connects from.
   Peer guest(Named("guest", testing::FreeTcpPort())), second(Named("second")),
@@ -226,9 +210,9 @@ TEST_F(LifecycleTest, TcpListenerWaitsForItsPortLimitsConnectionsAndReportsSessi
 
   EXPECT_EQ(ConnectFrom(second, port), Accepted());           // the limit is strictly greater
   EXPECT_EQ(ConnectFrom(third, port), "connect-result -1 ");  // closed before the first byte
-  EXPECT_EQ(CountLog(kLogCritical,
-                     "ConnectionThread. Connection limit reached. Closing connection. "
-                     "g_applications.size()=2. limits.MAX_CONNECTIONS = 1"),
+  EXPECT_EQ(log_.Count(kLogCritical,
+                       "ConnectionThread. Connection limit reached. Closing connection. "
+                       "g_applications.size()=2. limits.MAX_CONNECTIONS = 1"),
             1);
 
   guest.Kill();
@@ -278,8 +262,8 @@ TEST_F(LifecycleTest, RepeatedInitialiseIsCountedAndTheLastShutdownJoinsEveryThr
 
   Shutdown();
   for (Peer* peer : {&inbound, &outbound})
-    EXPECT_EQ(CountLog(kLogInfo, "Global shutdown: \"" + peer->AppId() + "\" stopped"), 1);
-  EXPECT_EQ(CountLog(kLogInfo, "ConnectionThread. Shutdown"), 1);
+    EXPECT_EQ(log_.Count(kLogInfo, "Global shutdown: \"" + peer->AppId() + "\" stopped"), 1);
+  EXPECT_EQ(log_.Count(kLogInfo, "ConnectionThread. Shutdown"), 1);
   for (auto& nullReply : nullReplies)
     EXPECT_TRUE(nullReply.wait_for(std::chrono::seconds(5)) == std::future_status::ready &&
                 nullReply.get());

@@ -11,6 +11,7 @@
 #include "runtime/object_counters.h"
 #include "runtime/process_state.h"
 #include "support/channel_pair.h"
+#include "support/log_capture.h"
 #include "support/peer.h"
 #include "support/wait.h"
 #include "transport/pipe_channel.h"
@@ -22,26 +23,6 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 using Bytes = std::vector<unsigned char>;
-
-std::mutex g_logMutex;
-std::vector<std::pair<std::uint32_t, std::string>> g_logLines;
-
-// Keeps every log line of its lifetime, from any thread.
-struct LogCapture {
-  LogCapture() {
-    std::lock_guard<std::mutex> lock(g_logMutex);
-    g_logLines.clear();
-    VXSetLogLevel(0xFFFFFFFFu, 0, [](std::uint32_t level, std::uint32_t, const char* text) {
-      std::lock_guard<std::mutex> lock(g_logMutex);
-      g_logLines.emplace_back(level, text);
-    });
-  }
-  ~LogCapture() { VXSetLogLevel(0, 0, nullptr); }
-  std::vector<std::pair<std::uint32_t, std::string>> Lines() {
-    std::lock_guard<std::mutex> lock(g_logMutex);
-    return g_logLines;
-  }
-};
 
 Bytes Pattern(std::size_t size) {
   Bytes bytes(size);

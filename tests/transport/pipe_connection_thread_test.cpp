@@ -1,12 +1,11 @@
 // The pipe connection thread: its stop without a pipe name, and its shutdown.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-#include <mutex>
 #include <string>
 #include <vector>
 
 #include "support/channel_pair.h"
+#include "support/log_capture.h"
 #include "support/wait.h"
 #include "transport/pipe_channel.h"
 #include "vxbus.h"
@@ -15,14 +14,6 @@ namespace vxbus {
 namespace testing {
 namespace {
 
-std::mutex g_logMutex;
-std::vector<std::string> g_logLines;
-
-int CountLog(const std::string& text) {
-  std::lock_guard<std::mutex> lock(g_logMutex);
-  return static_cast<int>(std::count(g_logLines.begin(), g_logLines.end(), text));
-}
-
 // Each test starts with no pipe names kept and a short accept wait.
 class PipeConnectionThreadTest : public ::testing::Test {
  protected:
@@ -30,29 +21,23 @@ class PipeConnectionThreadTest : public ::testing::Test {
     savedWaitMs_ = g_pipeAcceptWaitMs.exchange(10000);
     listenerPipeInName.clear();
     listenerPipeOutName.clear();
-    std::lock_guard<std::mutex> lock(g_logMutex);
-    g_logLines.clear();
-    VXSetLogLevel(0xF, 0, [](std::uint32_t, std::uint32_t, const char* text) {
-      std::lock_guard<std::mutex> lock(g_logMutex);
-      g_logLines.emplace_back(text);
-    });
   }
   void TearDown() override {
-    VXSetLogLevel(0, 0, nullptr);
     g_pipeAcceptWaitMs = savedWaitMs_;
     // Sessions that never came up are let go by their own, unjoined threads.
     EXPECT_TRUE(WaitUntil([] { return DEBUG_VXObjectCount().applications == 0; }));
   }
   std::uint32_t savedWaitMs_ = 0;
+  LogCapture log_;
 };
 
 TEST_F(PipeConnectionThreadTest, WithoutAPipeNameTheThreadStopsAndNeverLogsItsShutdown) {
   ASSERT_EQ(VXInitialize("no-pipes", 0, nullptr), VX_SUCCESS);
   VXConnectionReady();
-  EXPECT_TRUE(
-      WaitUntil([] { return CountLog("ConnThread Pipe stopped - pipes are not defined") == 1; }));
+  EXPECT_TRUE(WaitUntil(
+      [this] { return log_.Count("ConnThread Pipe stopped - pipes are not defined") == 1; }));
   EXPECT_EQ(VXShutdown(), VX_SUCCESS);
-  EXPECT_EQ(CountLog("ConnThread Shutdown"), 0);
+  EXPECT_EQ(log_.Count("ConnThread Shutdown"), 0);
 }
 
 TEST_F(PipeConnectionThreadTest, ShutdownEndsARunningListener) {
@@ -62,7 +47,7 @@ TEST_F(PipeConnectionThreadTest, ShutdownEndsARunningListener) {
   // A client gets in, so rounds are under way; it goes away at once.
   ASSERT_TRUE(WaitUntil([&] { return ConnectPipeChannel(pipe).IsValid(); }));
   EXPECT_EQ(VXShutdown(), VX_SUCCESS);
-  EXPECT_EQ(CountLog("ConnThread Shutdown"), 1);
+  EXPECT_EQ(log_.Count("ConnThread Shutdown"), 1);
   EXPECT_FALSE(ConnectPipeChannel(pipe).IsValid());  // no pipe stays behind
 }
 
