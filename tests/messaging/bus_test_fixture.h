@@ -20,35 +20,24 @@
 namespace vxbus {
 namespace testing {
 
-// Runs of slots 21 to 24 of this process: the slot, and "sender signal".
-class DeliveryLog {
- public:
-  void Add(std::uint32_t slot, const std::string& from) {
-    std::lock_guard<std::mutex> lock(mutex_);
-    slots_.push_back(slot);
-    from_.push_back(from);
+// Runs of slots 21 to 24 of this process, as "slot sender signal".
+struct DeliveryLog {
+  std::vector<std::string> Runs() {
+    std::lock_guard<std::mutex> lock(mutex);
+    return runs;
   }
-  std::vector<std::uint32_t> Slots() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return slots_;
-  }
-  std::vector<std::string> From() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return from_;
-  }
-
- private:
-  std::mutex mutex_;
-  std::vector<std::uint32_t> slots_;
-  std::vector<std::string> from_;
+  std::mutex mutex;
+  std::vector<std::string> runs;
 };
 
 template <std::uint32_t kSlot>
 _tag_VX_ERROR RecordAt(HVXPARAMLIST input, HVXPARAMLIST, VXSlotContext* context) {
   const char* signal = VXGetStringValue(input, "signal");
-  static_cast<DeliveryLog*>(context->userData)
-      ->Add(kSlot, std::string(context->senderName ? context->senderName : "") + " " +
-                       (signal ? signal : ""));
+  auto* log = static_cast<DeliveryLog*>(context->userData);
+  std::lock_guard<std::mutex> lock(log->mutex);
+  log->runs.push_back(std::to_string(kSlot) + " " +
+                      (context->senderName ? context->senderName : "") + " " +
+                      (signal ? signal : ""));
   return VX_SUCCESS;
 }
 

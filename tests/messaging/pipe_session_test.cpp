@@ -3,8 +3,6 @@
 // out between two rounds or during a handshake, and a connect then fails at
 // once: clients try again, and so do these tests, within a bound.
 #include <algorithm>
-#include <atomic>
-#include <random>
 #include <string>
 #include <vector>
 
@@ -15,12 +13,6 @@
 namespace vxbus {
 namespace testing {
 namespace {
-
-std::string UniquePipeName() {
-  static std::atomic<int> serial{0};
-  static const unsigned salt = std::random_device{}();
-  return "vxbus-test-" + std::to_string(salt) + "-" + std::to_string(++serial);
-}
 
 PeerOptions PipePeer(const std::string& name, const std::string& pipe, int maxConnections = 0) {
   PeerOptions options;
@@ -48,7 +40,7 @@ TEST_F(PipeSessionTest, PipeNameWinsAndCallsNotificationsAndSignalsRunOverThePip
             VX_ERROR_FAILED);  // port 0 takes the pipe path, where no name is a failure
   EXPECT_STREQ(buffer, "untouched");
 
-  const std::string pipe = UniquePipeName();
+  const std::string pipe = UniquePipeName("session");
   Peer peer(PipePeer("piped", pipe));
   ASSERT_TRUE(peer.Ready());
   // Nothing listens on that TCP port: only the pipe can succeed.
@@ -86,7 +78,7 @@ TEST_F(PipeSessionTest, PipeNameWinsAndCallsNotificationsAndSignalsRunOverThePip
   EXPECT_EQ(VXConnectSignal(to, "bell", 21), VX_SUCCESS);
   AwaitDispatchAt(to);
   EmitAt(peer, "bell");
-  EXPECT_EQ(delivered_.From(), std::vector<std::string>{peer.AppId() + " bell"});
+  EXPECT_EQ(delivered_.Runs(), std::vector<std::string>{"21 " + peer.AppId() + " bell"});
   VXRegisterSignal("chime");
   peer.Send("subscribe " + g_ownAppId + " chime 6");
   AwaitDispatchOf(peer);  // its subscribe went before this call
@@ -98,7 +90,7 @@ TEST_F(PipeSessionTest, PipeNameWinsAndCallsNotificationsAndSignalsRunOverThePip
 }
 
 TEST_F(PipeSessionTest, OverTheLimitTheClientsPipesCloseWithoutALogLine) {
-  const std::string pipe = UniquePipeName();
+  const std::string pipe = UniquePipeName("session");
   Peer listener(PipePeer("guard", pipe, 1)), other(PipePeer("other", ""));
   ASSERT_TRUE(listener.Ready() && other.Ready());
   // At a limit of 1 two clients get in: the test is "more than the limit".

@@ -15,20 +15,6 @@ using testing::ScopedList;
 
 class ListImage : public testing::LeakCheckedTest {};
 
-TEST_F(ListImage, WorkedExample) {
-  ScopedList root, sub;
-  VXSetInt32Value(root, "id", 7);
-  VXSetStringValue(sub, "s", "hi");
-  VXSetHandleValue(root, "sub", sub);
-  EXPECT_TRUE(ImageMatches(root,
-                           "07 69 64 00 00 00 00 02 07 00 00 00"
-                           "07 73 75 62 00 00 00 04 00 00 00 00"));
-  EXPECT_TRUE(ImageMatches(sub, "03 73 00 01 68 69 00 xx"));
-  EXPECT_EQ(root->Count(), 2u);
-  ASSERT_EQ(root->ChildCount(), 1u);
-  EXPECT_EQ(root->Child(0), sub.operator->());
-}
-
 const unsigned char kBytes[] = {0xaa, 0xbb, 1, 2, 3, 4, 5};
 const char* const kTexts[] = {"ab", nullptr, "xyz1"};
 const std::uint32_t kDwords[] = {1, 2};

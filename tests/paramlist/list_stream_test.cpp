@@ -68,11 +68,15 @@ class ListStream : public testing::LeakCheckedTest {
   ChannelRef channel_;
 };
 
+// Both images of the example tree, each record byte for byte.
 TEST_F(ListStream, WorkedExample) {
   ScopedList root, sub, received;
   VXSetInt32Value(root, "id", 7);
   VXSetStringValue(sub, "s", "hi");
   VXSetHandleValue(root, "sub", sub);
+  EXPECT_EQ(root->Count(), 2u);
+  ASSERT_EQ(root->ChildCount(), 1u);
+  EXPECT_EQ(root->Child(0), sub.operator->());
   EXPECT_EQ(Write(root), 40);
   const Bytes wire = memory_->Written();
   EXPECT_TRUE(testing::BytesMatch(wire.data(), wire.size(),

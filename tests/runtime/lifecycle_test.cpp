@@ -115,12 +115,9 @@ class LifecycleTest : public ::testing::Test {
     return port;
   }
 
-  bool WaitForLog(std::uint32_t level, const std::string& text) {
-    return log_.WaitFor(level, text);
-  }
   bool WaitForListener(int port) {
-    return WaitForLog(kLogInfo,
-                      "listen for incoming connection on :0.0.0.0:" + std::to_string(port));
+    return log_.WaitFor(kLogInfo,
+                        "listen for incoming connection on :0.0.0.0:" + std::to_string(port));
   }
   static std::string OwnAppId(int port, const std::string& name) {
     return std::string(g_hostName) + ":" + std::to_string(port) + "/" + name;
@@ -186,7 +183,7 @@ TEST_F(LifecycleTest, TcpListenerWaitsForItsPortLimitsConnectionsAndReportsSessi
   VXConnectionReady();
   const std::string failure =
       "bind to:0.0.0.0:" + std::to_string(port) + " FAILED. Try to reinitialize listener";
-  EXPECT_TRUE(WaitForLog(kLogCritical, failure));
+  EXPECT_TRUE(log_.WaitFor(kLogCritical, failure));
   // It retries once a second, silently.
   EXPECT_FALSE(WaitUntil([&] { return log_.Count(kLogCritical, failure) > 1; },
                          std::chrono::milliseconds(1500)));
@@ -276,12 +273,6 @@ TEST_F(LifecycleTest, RepeatedInitialiseIsCountedAndTheLastShutdownJoinsEveryThr
   EXPECT_EQ(g_ownAppId, OwnAppId(newPort, "hub2"));
   EXPECT_EQ(ConnectFrom(inbound, newPort), Accepted());
 }
-
-}  // namespace
-}  // namespace vxbus
-
-namespace vxbus {
-namespace {
 
 testing::Signal* g_shutdownDone = nullptr;
 

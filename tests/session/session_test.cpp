@@ -1,7 +1,6 @@
 // Sessions over a real channel, marked established by hand: each way one ends.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <atomic>
 #include <mutex>
 #include <string>
@@ -15,6 +14,7 @@
 #include "session/message_queue.h"
 #include "session/session_threads.h"
 #include "support/channel_pair.h"
+#include "support/log_capture.h"
 #include "support/wait.h"
 
 namespace vxbus {
@@ -25,19 +25,15 @@ using testing::WaitUntil;
 // What the process-wide callbacks saw; they run on library threads.
 struct Observed {
   std::mutex mutex;
-  std::vector<std::string> log, events;
+  std::vector<std::string> events;
   std::thread::id connectThread, disconnectThread;
   bool subscriptionsGoneAtDisconnect = false;
   std::atomic<int> completions{0}, nullOutputs{0};
   std::atomic<bool> connected{false};
 
-  void Add(std::vector<std::string>& to, const std::string& text) {
+  void Add(const std::string& text) {
     std::lock_guard<std::mutex> lock(mutex);
-    to.push_back(text);
-  }
-  bool HasLog(const std::string& text) {
-    std::lock_guard<std::mutex> lock(mutex);
-    return std::find(log.begin(), log.end(), text) != log.end();
+    events.push_back(text);
   }
 };
 Observed* g_observed = nullptr;
@@ -45,8 +41,8 @@ Observed* g_observed = nullptr;
 void OnConnect(const char* local, const char* remote, const char* appId, const char* host,
                std::int32_t port, const char* name) {
   g_observed->connectThread = std::this_thread::get_id();
-  g_observed->Add(g_observed->events, std::string("connect ") + local + " " + remote + " " + appId +
-                                          " " + host + " " + std::to_string(port) + " " + name);
+  g_observed->Add(std::string("connect ") + local + " " + remote + " " + appId + " " + host + " " +
+                  std::to_string(port) + " " + name);
   g_observed->connected = true;
 }
 
@@ -56,8 +52,8 @@ void OnDisconnect(const char* appId, const char* host, std::int32_t port, const 
     std::lock_guard<std::recursive_mutex> lock(g_signalTable.mutex);
     g_observed->subscriptionsGoneAtDisconnect = g_signalTable.signals["test.signal"].empty();
   }
-  g_observed->Add(g_observed->events, std::string("disconnect ") + appId + " " + host + " " +
-                                          std::to_string(port) + " " + name);
+  g_observed->Add(std::string("disconnect ") + appId + " " + host + " " + std::to_string(port) +
+                  " " + name);
 }
 
 _tag_VX_ERROR OnNotified(const char*, std::uint32_t, HVXPARAMLIST, HVXPARAMLIST output, void*) {
@@ -83,9 +79,6 @@ class SessionTest : public ::testing::Test {
  protected:
   void SetUp() override {
     g_observed = &observed_;
-    VXSetLogLevel(8 | 4, 0, [](std::uint32_t, std::uint32_t, const char* text) {
-      g_observed->Add(g_observed->log, text);
-    });
     VXSetConnectListener(OnConnect);
     VXSetDisconnectListener(OnDisconnect);
     livesBefore_ = DEBUG_VXObjectCount();
@@ -98,12 +91,12 @@ class SessionTest : public ::testing::Test {
     }));
     VXSetConnectListener(nullptr);
     VXSetDisconnectListener(nullptr);
-    VXSetLogLevel(0, 0, nullptr);
     std::lock_guard<std::recursive_mutex> lock(g_signalTable.mutex);
     g_signalTable.signals.clear();
   }
 
   Observed observed_;
+  testing::LogCapture log_;
   VXObjectCounters livesBefore_;
 };
 
@@ -153,7 +146,7 @@ TEST_F(SessionTest, PeerGoneCompletesEveryCallOnceWithNullOutput) {
   EXPECT_EQ(callResult.value, nullptr);
   EXPECT_TRUE(WaitUntil([this] { return observed_.nullOutputs == kNotifications; }));
   EXPECT_TRUE(
-      WaitUntil([this] { return observed_.HasLog("Remote disconnect: \"peer:9/gone\" stopped"); }));
+      WaitUntil([this] { return log_.Count("Remote disconnect: \"peer:9/gone\" stopped") > 0; }));
   EXPECT_TRUE(WaitUntil([] { return !g_applications.Find("peer:9/gone"); }));
   EXPECT_EQ(VXNotify("peer:9/gone", 1, VX_INVALID_PARAMLIST, nullptr, nullptr),
             VX_ERROR_NO_APPLICATION);
@@ -171,7 +164,7 @@ TEST_F(SessionTest, LocalStopRunsListenersOnTheReaderAndDropsSubscriptions) {
   ASSERT_TRUE(WaitUntil([this] { return observed_.connected.load(); }));
   EXPECT_EQ(VXDisconnect("hostX:4711/viewer"), VX_SUCCESS);
   // The reader was joined, so the disconnect listener has run already.
-  EXPECT_TRUE(observed_.HasLog("Local shutdown: \"hostX:4711/viewer\" stopped"));
+  EXPECT_TRUE(log_.Count("Local shutdown: \"hostX:4711/viewer\" stopped") > 0);
   EXPECT_FALSE(a->IsSessionValid());
   std::lock_guard<std::mutex> lock(observed_.mutex);
   EXPECT_EQ(observed_.events,
@@ -190,7 +183,7 @@ TEST_F(SessionTest, UnestablishedSessionEndsAtOnceWithoutListenersOrEntry) {
   session->channel = pair.first;
   StartThreads(session.get());
   ReleaseThreads(session.get());
-  EXPECT_TRUE(WaitUntil([this] { return observed_.HasLog("Application '' is not initialized"); }));
+  EXPECT_TRUE(WaitUntil([this] { return log_.Count("Application '' is not initialized") > 0; }));
   session->JoinReaderThread();
   EXPECT_EQ(g_applications.Size(), 0u);
   std::lock_guard<std::mutex> lock(observed_.mutex);

@@ -12,18 +12,15 @@ namespace testing {
 
 class ChildProcess {
  public:
-  // Starts `program` with `arguments`; check Running() afterwards.
+  // Starts `program` with `arguments`.
   ChildProcess(const std::string& program, const std::vector<std::string>& arguments);
   ~ChildProcess();  // kills the child if it still runs
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
 
-  bool Running() const { return pid_ > 0; }
   bool WriteLine(const std::string& line);
   // The next line the child wrote, without its newline; false on time-out or end.
   bool ReadLine(std::string& line, std::chrono::milliseconds limit);
-  // Waits for the child to end; its exit status, or -1 on time-out.
-  int Wait(std::chrono::milliseconds limit);
   void Kill();
 
  private:

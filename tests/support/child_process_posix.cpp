@@ -5,8 +5,6 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <thread>
-
 #include "support/child_process.h"
 
 extern char** environ;
@@ -70,21 +68,6 @@ bool ChildProcess::ReadLine(std::string& line, std::chrono::milliseconds limit) 
     ssize_t n = read(fromChild_, buffer, sizeof buffer);
     if (n <= 0) return false;
     pending_.append(buffer, static_cast<std::size_t>(n));
-  }
-}
-
-int ChildProcess::Wait(std::chrono::milliseconds limit) {
-  if (pid_ <= 0) return -1;
-  auto deadline = std::chrono::steady_clock::now() + limit;
-  for (;;) {
-    int status = 0;
-    pid_t done = waitpid(static_cast<pid_t>(pid_), &status, WNOHANG);
-    if (done == pid_) {
-      pid_ = -1;
-      return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
-    }
-    if (std::chrono::steady_clock::now() >= deadline) return -1;
-    std::this_thread::sleep_for(std::chrono::milliseconds(5));  // polling a process, not a race
   }
 }
 

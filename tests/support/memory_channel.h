@@ -63,11 +63,6 @@ class MemoryChannel : public ITransportChannel {
     std::lock_guard<std::mutex> lock(mutex_);
     queue_.insert(queue_.end(), bytes.begin(), bytes.end());
   }
-  template <class T>
-  void FeedValue(const T& value) {
-    const auto* p = reinterpret_cast<const unsigned char*>(&value);
-    Feed(Bytes(p, p + sizeof value));
-  }
 
   void FailWritesAfter(int successfulWrites) {
     std::lock_guard<std::mutex> lock(mutex_);

@@ -38,11 +38,5 @@ int Peer::CountLines(const std::string& prefix) const {
   return n;
 }
 
-bool Peer::Quit() {
-  if (!Send("quit")) return false;
-  std::string bye = Expect("bye ");
-  return process_->Wait(std::chrono::seconds(30)) == 0 && !bye.empty();
-}
-
 }  // namespace testing
 }  // namespace vxbus

@@ -39,8 +39,6 @@ class Peer {
   const std::vector<std::string>& Lines() const { return lines_; }
   int CountLines(const std::string& prefix) const;
 
-  // Asks the peer to shut down; true when it did so cleanly.
-  bool Quit();
   void Kill() { process_->Kill(); }
 
  private:

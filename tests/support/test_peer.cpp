@@ -7,8 +7,7 @@
 //
 // Commands: quit | connect HOST PORT [SECRETHEX] | connect-pipe BASE [SECRETHEX]
 //           | call APPID SLOT | register-signal NAME | emit NAME
-//           | subscribe APPID SIGNAL SLOT | unsubscribe APPID SIGNAL SLOT
-//           | disconnect APPID | counters
+//           | subscribe APPID SIGNAL SLOT | counters
 #include <unistd.h>
 
 #include <condition_variable>
@@ -70,9 +69,6 @@ void OnDisconnect(const char* appId, const char*, std::int32_t, const char*) {
 }
 void OnAuthFailed(const char* local, const char* remote, const char* appId) {
   Say("authfailed " + Text(local) + " " + Text(remote) + " " + Text(appId));
-}
-void OnUnknown(const char* local, const char* remote) {
-  Say("unknown " + Text(local) + " " + Text(remote));
 }
 
 // 1: echoes the input and says who served it.
@@ -146,20 +142,12 @@ void Command(const std::string& line) {
     _tag_VX_ERROR result = VXEmit(name.c_str(), list, nullptr, nullptr);
     VXCloseHandle(list);
     Say("emit-result " + std::to_string(result));
-  } else if (verb == "subscribe" || verb == "unsubscribe") {
+  } else if (verb == "subscribe") {
     std::string appId, signal;
     std::uint32_t slot = 0;
     in >> appId >> signal >> slot;
-    if (verb == "subscribe")
-      VXConnectSignal(appId.c_str(), signal.c_str(), slot);
-    else
-      VXDisconnectSignal(appId.c_str(), signal.c_str(), slot);
-    Say(verb + "d");
-  } else if (verb == "disconnect") {
-    std::string appId;
-    in >> appId;
-    VXDisconnect(appId.c_str());
-    Say("disconnect-done");
+    VXConnectSignal(appId.c_str(), signal.c_str(), slot);
+    Say("subscribed");
   } else if (verb == "counters") {
     VXObjectCounters c = DEBUG_VXObjectCount();
     Say("counters " + std::to_string(c.applications) + " " + std::to_string(c.messages) + " " +
@@ -188,7 +176,6 @@ int main(int argc, char** argv) {
   VXSetConnectListener(OnConnect);
   VXSetDisconnectListener(OnDisconnect);
   VXSetAuthFailedListener(OnAuthFailed);
-  VXSetUnknownConnectListener(OnUnknown);
   std::vector<unsigned char> secret = FromHex(secretHex);
   VXSetAuthenticationInfo(secret.data(), static_cast<int>(secret.size()));
 
@@ -218,7 +205,5 @@ int main(int argc, char** argv) {
   while (std::getline(std::cin, line) && line != "quit")
     Command(line);
   VXShutdown();
-  VXObjectCounters c = DEBUG_VXObjectCount();
-  Say("bye " + std::to_string(c.applications) + " " + std::to_string(c.messages));
   return 0;
 }

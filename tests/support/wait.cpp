@@ -28,10 +28,5 @@ bool Signal::WaitFor(std::chrono::milliseconds limit) {
   return condition_.wait_for(lock, limit, [this] { return raised_; });
 }
 
-bool Signal::IsRaised() {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return raised_;
-}
-
 }  // namespace testing
 }  // namespace vxbus

@@ -19,7 +19,6 @@ class Signal {
  public:
   void Raise();
   bool WaitFor(std::chrono::milliseconds limit = std::chrono::seconds(10));
-  bool IsRaised();
 
  private:
   std::mutex mutex_;
