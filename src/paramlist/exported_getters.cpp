@@ -33,6 +33,17 @@ std::uint32_t CopyOutItems(const _tag_VXPARAMVALUE* value, Item* out, std::uint3
   return filled;
 }
 
+// An array value in place: its count and a pointer to its first element.
+// Count 0 and a null pointer when the list, the name or the type doesn't fit.
+template <class Result, class Element>
+Result InPlaceArray(HVXPARAMLIST list, const char* name, int type) {
+  Result result = {0, nullptr};
+  if (const _tag_VXPARAMVALUE* v = ValueOf(list, name, type)) {
+    result.count = v->Count();
+    result.data = reinterpret_cast<const Element*>(v->Bytes() + 5);
+  }
+  return result;
+}
 }  // namespace
 
 const char* VXGetStringValue(HVXPARAMLIST list, const char* name) {
@@ -71,33 +82,18 @@ HVXPARAMLIST VXGetHandleValue(HVXPARAMLIST list, const char* name) {
 }
 
 _tag_VXDWORDARRAY VXGetInt32Array(HVXPARAMLIST list, const char* name) {
-  _tag_VXDWORDARRAY result = {0, nullptr};
-  if (const _tag_VXPARAMVALUE* v = ValueOf(list, name, PT_ARRAY | PT_INT32)) {
-    result.count = v->Count();
-    result.data = reinterpret_cast<const std::uint32_t*>(v->Bytes() + 5);
-  }
-  return result;
+  return InPlaceArray<_tag_VXDWORDARRAY, std::uint32_t>(list, name, PT_ARRAY | PT_INT32);
 }
 
 // Answers for the 32-bit array type, not the 64-bit one, and hands out its
 // elements under the 64-bit type. Applications rely on this as it stands.
 _tag_VXQWORDARRAY VXGetInt64Array(HVXPARAMLIST list, const char* name) {
-  _tag_VXQWORDARRAY result = {0, nullptr};
-  if (const _tag_VXPARAMVALUE* v = ValueOf(list, name, PT_ARRAY | PT_INT32)) {
-    result.count = v->Count();
-    result.data = reinterpret_cast<const std::uint64_t*>(v->Bytes() + 5);
-  }
-  return result;
+  return InPlaceArray<_tag_VXQWORDARRAY, std::uint64_t>(list, name, PT_ARRAY | PT_INT32);
 }
 
 // Ids, not handles: each goes through VXGetHandleById and may be the null index.
 _tag_VXDWORDARRAY VXGetHandleArray(HVXPARAMLIST list, const char* name) {
-  _tag_VXDWORDARRAY result = {0, nullptr};
-  if (const _tag_VXPARAMVALUE* v = ValueOf(list, name, PT_ARRAY | PT_PARAMHANDLE)) {
-    result.count = v->Count();
-    result.data = reinterpret_cast<const std::uint32_t*>(v->Bytes() + 5);
-  }
-  return result;
+  return InPlaceArray<_tag_VXDWORDARRAY, std::uint32_t>(list, name, PT_ARRAY | PT_PARAMHANDLE);
 }
 
 std::uint32_t VXGetStringArray(HVXPARAMLIST list, const char* name, const char** out,
