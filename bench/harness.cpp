@@ -1,0 +1,209 @@
+#include "harness.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <signal.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <thread>
+#include <vector>
+
+extern char** environ;
+
+namespace bench {
+namespace {
+
+using Seconds = std::chrono::duration<double>;
+
+// Each measured loop stops at whichever comes first: its count or its time.
+struct Bound {
+  int count;
+  double seconds;
+};
+
+bool Failed(const std::string& what) {
+  std::fprintf(stderr, "%s failed\n", what.c_str());
+  return false;
+}
+
+double Percentile(std::vector<double> samples, double fraction) {
+  if (samples.empty()) return 0;
+  std::size_t index = static_cast<std::size_t>(fraction * (samples.size() - 1) + 0.5);
+  std::nth_element(samples.begin(), samples.begin() + index, samples.end());
+  return samples[index];
+}
+
+// Times Call() over and over; the samples in microseconds, empty on failure.
+std::vector<double> TimeCalls(Peer& peer, std::size_t bytes, int warmUp, Bound bound) {
+  peer.PrepareCall(bytes);
+  for (int i = 0; i < warmUp; ++i)
+    if (!peer.Call()) return {};
+  std::vector<double> samples;
+  const Clock::time_point end =
+      Clock::now() + std::chrono::duration_cast<Clock::duration>(Seconds(bound.seconds));
+  while (static_cast<int>(samples.size()) < bound.count && Clock::now() < end) {
+    const Clock::time_point start = Clock::now();
+    if (!peer.Call()) return {};
+    samples.push_back(MicrosecondsSince(start));
+  }
+  return samples;
+}
+
+bool MeasureCalls(Peer& peer, const std::string& name, std::size_t bytes, Bound bound) {
+  const std::vector<double> samples = TimeCalls(peer, bytes, 200, bound);
+  if (samples.empty()) return Failed(name);
+  Report(name + "_median_us", Percentile(samples, 0.5));
+  Report(name + "_p99_us", Percentile(samples, 0.99));
+  return true;
+}
+
+bool MeasureBulk(Peer& peer, std::size_t mebibytes, Bound bound) {
+  const std::vector<double> samples = TimeCalls(peer, mebibytes * kMiB, 1, bound);
+  if (samples.empty()) return Failed("bulk " + std::to_string(mebibytes) + " MiB");
+  Report("bulk_" + std::to_string(mebibytes) + "MiB_ms", Percentile(samples, 0.5) / 1000);
+  return true;
+}
+
+bool MeasureNotifies(Peer& peer, Bound bound) {
+  for (int i = 0; i < 1000; ++i)
+    if (!peer.Notify()) return Failed("notify");
+  peer.FinishNotifies();
+  const Clock::time_point start = Clock::now();
+  const Clock::time_point end =
+      start + std::chrono::duration_cast<Clock::duration>(Seconds(bound.seconds));
+  std::uint64_t sent = 0;
+  while (sent < static_cast<std::uint64_t>(bound.count) && ((sent & 1023) || Clock::now() < end)) {
+    if (!peer.Notify()) return Failed("notify");
+    ++sent;
+  }
+  const std::uint64_t received = peer.FinishNotifies();
+  const double elapsed = MicrosecondsSince(start);
+  if (received != sent) {
+    return Failed("notify: sent " + std::to_string(sent) + ", the server counted " +
+                  std::to_string(received) + ";");
+  }
+  Report("notify_us_per_msg", elapsed / sent);
+  return true;
+}
+
+// The first connect waits for the server to come up; the rounds after it
+// each time a disconnect and the connect that follows.
+bool MeasureConnects(Peer& peer, int rounds) {
+  const Clock::time_point giveUp = Clock::now() + std::chrono::seconds(20);
+  while (!peer.Connect()) {
+    if (Clock::now() > giveUp) return Failed("reaching the server");
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  std::vector<double> connects, disconnects;
+  for (int i = 0; i < rounds; ++i) {
+    Clock::time_point start = Clock::now();
+    peer.Disconnect();
+    disconnects.push_back(MicrosecondsSince(start) / 1000);
+    start = Clock::now();
+    if (!peer.Connect()) return Failed("connect");
+    connects.push_back(MicrosecondsSince(start) / 1000);
+  }
+  Report("connect_ms", Percentile(connects, 0.5));
+  Report("disconnect_ms", Percentile(disconnects, 0.5));
+  Report("disconnect_max_ms", *std::max_element(disconnects.begin(), disconnects.end()));
+  return true;
+}
+
+int RunAll(Peer& peer) {
+  const bool ok = MeasureConnects(peer, 4) &&
+                  MeasureCalls(peer, "call_small", kSmallBytes, {20000, 3}) &&
+                  MeasureCalls(peer, "call_64KiB", kMediumBytes, {5000, 3}) &&
+                  MeasureBulk(peer, 1, {50, 2}) && MeasureBulk(peer, 16, {10, 3}) &&
+                  MeasureBulk(peer, 64, {5, 4}) && MeasureNotifies(peer, {500000, 3});
+  if (!ok) {
+    peer.Shutdown();
+    return 1;
+  }
+  peer.Quit();
+  const Clock::time_point start = Clock::now();
+  peer.Shutdown();
+  Report("shutdown_ms", MicrosecondsSince(start) / 1000);
+  peer.MeasureMore();
+  return 0;
+}
+
+int FindFreeTcpPort() {
+  int probe = socket(AF_INET, SOCK_STREAM, 0);
+  if (probe < 0) return 0;
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  socklen_t length = sizeof address;
+  int port = 0;
+  if (bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
+      getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length) == 0)
+    port = ntohs(address.sin_port);
+  close(probe);
+  return port;
+}
+
+long StartSelf(const char* self, const std::vector<std::string>& arguments) {
+  std::vector<char*> argv{const_cast<char*>(self)};
+  for (const std::string& argument : arguments)
+    argv.push_back(const_cast<char*>(argument.c_str()));
+  argv.push_back(nullptr);
+  pid_t child = 0;
+  if (posix_spawn(&child, self, nullptr, nullptr, argv.data(), environ) != 0) return -1;
+  return child;
+}
+
+// Waits for the server a bounded time, and ends it if it overstays.
+int WaitForProcess(long process, int seconds) {
+  const pid_t pid = static_cast<pid_t>(process);
+  int status = 0;
+  for (int waited = 0; waited < seconds * 100; ++waited) {
+    if (waitpid(pid, &status, WNOHANG) == pid)
+      return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+  }
+  kill(pid, SIGKILL);
+  waitpid(pid, &status, 0);
+  return -1;
+}
+
+}  // namespace
+
+void Report(const std::string& name, double value) {
+  std::printf("%s\t%.3f\n", name.c_str(), value);
+  std::fflush(stdout);
+}
+
+int BenchMain(int argc, char** argv, ServeFunction serve, PeerFactory connect) {
+  if (argc == 4 && std::string(argv[1]) == "serve")
+    return serve({std::atoi(argv[2]), std::atoi(argv[3])});
+  if (argc != 1) {
+    std::fprintf(stderr, "usage: %s\n", argv[0]);
+    return 2;
+  }
+  const Ports ports{FindFreeTcpPort(), FindFreeTcpPort()};
+  if (ports.first == 0 || ports.second == 0 || ports.first == ports.second) {
+    std::fprintf(stderr, "found no two free TCP ports\n");
+    return 1;
+  }
+  const long server =
+      StartSelf(argv[0], {"serve", std::to_string(ports.first), std::to_string(ports.second)});
+  if (server < 0) {
+    std::fprintf(stderr, "could not start the server process\n");
+    return 1;
+  }
+  int status = 1;
+  {
+    std::unique_ptr<Peer> peer = connect(ports);
+    status = RunAll(*peer);
+  }
+  const int serverStatus = WaitForProcess(server, status == 0 ? 30 : 1);
+  return status != 0 ? status : serverStatus;
+}
+
+}  // namespace bench
