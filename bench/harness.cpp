@@ -1,12 +1,7 @@
 #include "harness.h"
 
-#include <arpa/inet.h>
-#include <netinet/in.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/socket.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
@@ -14,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-extern char** environ;
+#include "demo_process.h"
 
 namespace bench {
 namespace {
@@ -133,33 +128,8 @@ int RunAll(Peer& peer) {
   return 0;
 }
 
-int FindFreeTcpPort() {
-  int probe = socket(AF_INET, SOCK_STREAM, 0);
-  if (probe < 0) return 0;
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  socklen_t length = sizeof address;
-  int port = 0;
-  if (bind(probe, reinterpret_cast<sockaddr*>(&address), sizeof address) == 0 &&
-      getsockname(probe, reinterpret_cast<sockaddr*>(&address), &length) == 0)
-    port = ntohs(address.sin_port);
-  close(probe);
-  return port;
-}
-
-long StartSelf(const char* self, const std::vector<std::string>& arguments) {
-  std::vector<char*> argv{const_cast<char*>(self)};
-  for (const std::string& argument : arguments)
-    argv.push_back(const_cast<char*>(argument.c_str()));
-  argv.push_back(nullptr);
-  pid_t child = 0;
-  if (posix_spawn(&child, self, nullptr, nullptr, argv.data(), environ) != 0) return -1;
-  return child;
-}
-
 // Waits for the server a bounded time, and ends it if it overstays.
-int WaitForProcess(long process, int seconds) {
+int WaitForServer(long process, int seconds) {
   const pid_t pid = static_cast<pid_t>(process);
   int status = 0;
   for (int waited = 0; waited < seconds * 100; ++waited) {
@@ -186,13 +156,13 @@ int BenchMain(int argc, char** argv, ServeFunction serve, PeerFactory connect) {
     std::fprintf(stderr, "usage: %s\n", argv[0]);
     return 2;
   }
-  const Ports ports{FindFreeTcpPort(), FindFreeTcpPort()};
+  const Ports ports{demo::FindFreeTcpPort(), demo::FindFreeTcpPort()};
   if (ports.first == 0 || ports.second == 0 || ports.first == ports.second) {
     std::fprintf(stderr, "found no two free TCP ports\n");
     return 1;
   }
-  const long server =
-      StartSelf(argv[0], {"serve", std::to_string(ports.first), std::to_string(ports.second)});
+  const long server = demo::StartProcess(
+      argv[0], {"serve", std::to_string(ports.first), std::to_string(ports.second)});
   if (server < 0) {
     std::fprintf(stderr, "could not start the server process\n");
     return 1;
@@ -202,7 +172,7 @@ int BenchMain(int argc, char** argv, ServeFunction serve, PeerFactory connect) {
     std::unique_ptr<Peer> peer = connect(ports);
     status = RunAll(*peer);
   }
-  const int serverStatus = WaitForProcess(server, status == 0 ? 30 : 1);
+  const int serverStatus = WaitForServer(server, status == 0 ? 30 : 1);
   return status != 0 ? status : serverStatus;
 }
 
