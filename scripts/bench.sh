@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Builds the benchmarks in Release, runs vxbus, raw TCP and ZeroMQ side by
 # side over loopback, prints a table of ratios and writes a plot, all under
-# build/bench/. Takes about a minute and a half.
+# build/bench/. Takes about three minutes.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/ensure-deps.sh libzmq3-dev pkg-config gnuplot-nox
