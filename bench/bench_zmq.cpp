@@ -1,7 +1,7 @@
 // ZeroMQ as the peer that applications most often reach for instead: REQ/REP
 // for calls and PUSH/PULL for one-way messages. The first byte of a request
 // says what it is; the rest is payload, so every message has the same size as
-// the others peers'.
+// the other peers'.
 #include <zmq.h>
 
 #include <string>

@@ -42,8 +42,9 @@ class Peer {
   // Waits until the server has taken every notification sent so far and
   // returns how many it counted since the last time.
   virtual std::uint64_t FinishNotifies() = 0;
-  // Tells the server process to end, then ends this side.
+  // Tells the server process to end.
   virtual void Quit() = 0;
+  // Ends this side, with the connection still up; timed.
   virtual void Shutdown() = 0;
   // Whatever only this peer kind has to measure, after Shutdown.
   virtual void MeasureMore() {}
