@@ -65,7 +65,7 @@ _tag_VX_ERROR InitializeCommon(const char* pipeName, const char* bindAddress, co
     MergeLimits(limits);
   }
   // The count stays raised on every path below; each call needs its shutdown.
-  if (platform::GetHostName(g_hostName, sizeof g_hostName) != 0) return VX_ERROR_FAILED;
+  if (!platform::GetHostName(g_hostName, sizeof g_hostName)) return VX_ERROR_FAILED;
   std::string appId = BuildOwnAppId(port, appName);
   g_shuttingDown = false;
   if (count != 1) return appId == g_ownAppId ? VX_SUCCESS : VX_ERROR_NAME_IN_USE;

@@ -12,7 +12,7 @@ namespace vxbus {
 namespace {
 
 void ServeOneRound() {
-  ChannelRef channel = AcceptPipeChannel();
+  ChannelRef channel = AcceptPipeChannel(&g_shuttingDown);
   if (!channel.IsValid()) return;
   // At the limit the client's pipes just close; no line is logged here.
   if (g_applications.Size() > g_limits.limits.MAX_CONNECTIONS) return;

@@ -48,8 +48,8 @@ bool TcpListener::Open() {
   platform::AllowAddressReuse(socket_);
   platform::Ipv4Endpoint address = info_->Address();
   std::string dotted = platform::FormatDottedAddress(address.address);
-  bool bound = platform::Bind(socket_, address) >= 0;
-  if (!bound || platform::Listen(socket_, kListenBacklog) < 0) {
+  bool bound = platform::Bind(socket_, address);
+  if (!bound || !platform::Listen(socket_, kListenBacklog)) {
     if (!failureLogged_) {
       failureLogged_ = true;
       if (!bound)
@@ -106,11 +106,11 @@ void TcpListener::TakeOnePeer() {
 void TcpListener::Run() {
   while (!ShuttingDown()) {
     if (socket_ == platform::kInvalidSocket && !Open()) continue;
-    int ready = platform::WaitReadable(socket_, kAcceptPollMs);
-    if (ready == 0) continue;
-    if (ready < 0) {
+    platform::IoResult ready = platform::WaitReadable(socket_, kAcceptPollMs);
+    if (ready.status == platform::IoStatus::kTimedOut) continue;
+    if (!ready.ok()) {
       // The listener is kept; it is not reopened after a failed wait.
-      VX_LOG(kLogError, "ConnectionThread. select failed with code=", platform::LastSocketError());
+      VX_LOG(kLogError, "ConnectionThread. select failed with code=", ready.systemCode);
       PauseOneSecond();
       continue;
     }

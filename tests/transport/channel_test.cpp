@@ -221,7 +221,7 @@ TEST(PipeChannelTest, ConnectAndAcceptWithoutAPartnerFail) {
   const std::uint32_t savedWait = g_pipeAcceptWaitMs.exchange(200);
   SetPipeNames(base);
   start = Clock::now();
-  EXPECT_FALSE(AcceptPipeChannel());
+  EXPECT_FALSE(AcceptPipeChannel(nullptr));
   EXPECT_GE(MillisecondsSince(start), 200);
   EXPECT_LT(MillisecondsSince(start), 5000);
   g_pipeAcceptWaitMs = savedWait;
