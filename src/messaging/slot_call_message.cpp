@@ -41,7 +41,7 @@ std::int32_t VXSlotCallBody::Write(ChannelRef& channel, bool isRequest, std::uin
   header.Append32(list->ChildCount());
   std::int32_t written = channel->Write(header.data, static_cast<std::uint32_t>(header.used));
   if (written < 0) return written;
-  return list->WriteList(channel, false, 0, 0);
+  return list->WriteList(channel.get(), false, 0, 0);
 }
 
 std::int32_t VXSlotCallBody::Read(ChannelRef& channel, bool isRequest, const unsigned char* tail) {
@@ -58,7 +58,7 @@ std::int32_t VXSlotCallBody::Read(ChannelRef& channel, bool isRequest, const uns
   std::uint32_t childCount = header.Read32(header.used - 4);
   std::uint32_t size = header.Read32(header.used - 8);
   std::uint32_t nextSize = 0, nextChildCount = 0;
-  return target->ReadList(channel, size, childCount, false, &nextSize, &nextChildCount);
+  return target->ReadList(channel.get(), size, childCount, false, &nextSize, &nextChildCount);
 }
 
 VXSlotCallMessage::VXSlotCallMessage(EventRef event, SessionRef session, std::uint32_t slotId,

@@ -107,8 +107,6 @@ std::int32_t PipeChannel::WaitReadableForever() {
   return 1;
 }
 
-void PipeChannel::Reserved() {}
-
 void SetPipeNames(const std::string& baseName) {
   if (baseName.empty()) return;
   listenerPipeInName = baseName + kInSuffix;

@@ -40,7 +40,6 @@ class PipeChannel : public ITransportChannel {
   // A pipe always reports ready: the read that follows does the waiting.
   std::int32_t WaitReadable(std::uint32_t timeoutMs) override;
   std::int32_t WaitReadableForever() override;
-  void Reserved() override;
 
  private:
   platform::LocalPipe* pipe;

@@ -154,8 +154,6 @@ std::int32_t SocketChannel::WaitReadableForever() {
   return WaitResult(platform::WaitReadable(socketHandle, platform::kWaitForever));
 }
 
-void SocketChannel::Reserved() {}
-
 ChannelRef ConnectSocketChannel(const char* host, std::uint16_t port) {
   platform::SocketHandle socket = platform::CreateStreamSocket();
   if (socket == platform::kInvalidSocket) return ChannelRef();
