@@ -1,6 +1,6 @@
 // Blocking calls and notifications to a slot of a peer.
 #include "messaging/flow_id.h"
-#include "messaging/slot_call_message.h"
+#include "session/slot_call_message.h"
 #include "paramlist/handle.h"
 #include "session/application_registry.h"
 #include "vxbus.h"

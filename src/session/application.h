@@ -11,7 +11,7 @@
 #include <string>
 #include <thread>
 
-#include "messaging/message.h"
+#include "session/message.h"
 #include "session/message_queue.h"
 #include "session/pending_calls.h"
 #include "transport/transport_channel.h"

@@ -1,6 +1,5 @@
 #include "session/session_threads.h"
 
-#include "messaging/signal_table.h"
 #include "runtime/log.h"
 #include "runtime/process_state.h"
 #include "session/app_id_tokens.h"
@@ -13,6 +12,8 @@ namespace {
 // Counts the session threads that still run, so that a shutdown can make
 // sure none of them is still inside the library when it returns.
 thread_local bool t_onSessionThread = false;
+
+std::atomic<SessionEndHook> g_sessionEndHook{nullptr};
 
 class LiveThreads {
  public:
@@ -126,7 +127,7 @@ void ReaderThread(VXAPPImpl* raw) {
                       : raw->stopRequested.load()                    ? "Local shutdown: "
                                                                      : "Remote disconnect: ";
   VX_LOG(kLogInfo, cause, '"', raw->name, '"', " stopped");
-  g_signalTable.RemoveSession(raw);
+  if (SessionEndHook hook = g_sessionEndHook.load(std::memory_order_acquire)) hook(raw);
   CallDisconnectListener(raw);
   // The writer learns of a remote end from this flag; registry and queues
   // are the writer's to clean.
@@ -194,6 +195,10 @@ bool StartThreads(VXAPPImpl* session) {
   // is left joinable when its session outlives the thread.
   session->writerThread.detach();
   return true;
+}
+
+void SetSessionEndHook(SessionEndHook hook) {
+  g_sessionEndHook.store(hook, std::memory_order_release);
 }
 
 bool WaitForSessionThreadsToEnd(std::chrono::milliseconds limit) {

@@ -2,6 +2,18 @@
 
 namespace vxbus {
 
+namespace {
+std::atomic<IChannelAcceptor*> g_channelAcceptor{nullptr};
+}  // namespace
+
+void SetChannelAcceptor(IChannelAcceptor* acceptor) {
+  g_channelAcceptor.store(acceptor, std::memory_order_release);
+}
+
+IChannelAcceptor& ChannelAcceptor() {
+  return *g_channelAcceptor.load(std::memory_order_acquire);
+}
+
 MTObjects::MTReferencedPtr<ConnThreadInfo> g_connThreadInfo(new ConnThreadInfo);
 MTObjects::MTReferencedPtr<ConnPipeThreadInfo> g_connPipeThreadInfo(new ConnPipeThreadInfo);
 

@@ -5,8 +5,6 @@
 
 #include "runtime/log.h"
 #include "runtime/process_state.h"
-#include "session/application.h"
-#include "session/application_registry.h"
 #include "transport/connection_threads.h"
 #include "transport/socket_channel.h"
 
@@ -79,7 +77,7 @@ void TcpListener::TakeOnePeer() {
   VX_LOG(kLogInfo, "ConnectionThread. Connection from: '",
          platform::FormatDottedAddress(peer.address), "' has been accepted");
   // Strictly greater: one connection more than the limit is let in.
-  std::size_t size = g_applications.Size();
+  std::size_t size = ChannelAcceptor().SessionCount();
   if (size > g_limits.limits.MAX_CONNECTIONS) {
     VX_LOG(kLogCritical,
            "ConnectionThread. Connection limit reached. Closing connection. "
@@ -91,14 +89,16 @@ void TcpListener::TakeOnePeer() {
   VX_LOG(kLogInfo, "ConnectionThread. Configuring new socket.");
   ApplyConnectedSocketOptions(accepted);
   VX_LOG(kLogInfo, "ConnectionThread. Starting new application");
-  SessionRef session(new (std::nothrow) VXAPPImpl);
-  if (!session) {
-    VX_LOG(kLogError, "ConnectionThread. Cannot create application object");
-    platform::CloseSocket(accepted);
-  } else {
-    ChannelRef channel = WrapAcceptedSocket(accepted);
-    if (!session->AcceptApplication(channel))
+  ChannelRef channel = WrapAcceptedSocket(accepted);
+  switch (ChannelAcceptor().Accept(channel)) {
+    case IChannelAcceptor::Outcome::kNoSession:
+      VX_LOG(kLogError, "ConnectionThread. Cannot create application object");
+      break;
+    case IChannelAcceptor::Outcome::kFailed:
       VX_LOG(kLogError, "ConnectionThread. Application start failed");
+      break;
+    case IChannelAcceptor::Outcome::kStarted:
+      break;
   }
   VX_LOG(kLogInfo, "ConnectionThread. Initialization of new connection is completed.");
 }

@@ -18,6 +18,7 @@
 #include "runtime/process_state.h"
 #include "session/application_registry.h"
 #include "session/message_queue.h"
+#include "session/session_acceptor.h"
 #include "session/session_threads.h"
 #include "transport/connection_threads.h"
 
@@ -31,6 +32,18 @@ std::thread g_pipeThread;
 std::thread g_dispatchThread;
 
 constexpr char kAnyAddress[] = "0.0.0.0";
+
+void ForgetSubscriptions(VXAPPImpl* session) {
+  g_signalTable.RemoveSession(session);
+}
+
+// The lower layers reach the upper ones only through these two. Wired at
+// load, so that they hold whether or not the library was initialised.
+const bool g_layersWired = [] {
+  SetChannelAcceptor(&SessionAcceptor());
+  SetSessionEndHook(ForgetSubscriptions);
+  return true;
+}();
 
 void StopAndJoinReader(const SessionRef& session) {
   if (!session->IsSessionValid()) return;

@@ -1,7 +1,7 @@
 // Reading one frame off a session's channel.
 #include <cstring>
 
-#include "messaging/slot_call_message.h"
+#include "session/slot_call_message.h"
 #include "session/application.h"
 
 namespace vxbus {

@@ -1,4 +1,4 @@
-#include "messaging/slot_call_message.h"
+#include "session/slot_call_message.h"
 
 #include <cstring>
 

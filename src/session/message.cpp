@@ -1,4 +1,4 @@
-#include "messaging/message.h"
+#include "session/message.h"
 
 #include <atomic>
 #include <cstring>

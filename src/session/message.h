@@ -1,6 +1,6 @@
 // The unit that crosses between two applications after the handshake.
-#ifndef VXBUS_MESSAGING_MESSAGE_H_
-#define VXBUS_MESSAGING_MESSAGE_H_
+#ifndef VXBUS_SESSION_MESSAGE_H_
+#define VXBUS_SESSION_MESSAGE_H_
 
 #include <atomic>
 #include <condition_variable>
@@ -84,4 +84,4 @@ using MessageRef = MTObjects::MTReferencedPtr<IVXMessage>;
 
 }  // namespace vxbus
 
-#endif  // VXBUS_MESSAGING_MESSAGE_H_
+#endif  // VXBUS_SESSION_MESSAGE_H_
