@@ -5,9 +5,9 @@
 #include <thread>
 #include <vector>
 
-#include "messaging/slot_call_message.h"
 #include "paramlist/handle.h"
 #include "session/application.h"
+#include "session/slot_call_message.h"
 #include "support/channel_pair.h"
 
 namespace vxbus {
