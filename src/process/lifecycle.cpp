@@ -46,9 +46,7 @@ const bool g_layersWired = [] {
 }();
 
 void StopAndJoinReader(const SessionRef& session) {
-  if (!session->IsSessionValid()) return;
-  session->stopRequested = true;
-  session->JoinReaderThread();
+  if (session->IsSessionValid()) session->Stop();
 }
 
 bool IsSet(const char* text) {

@@ -3,11 +3,10 @@
 #define VXBUS_SESSION_MESSAGE_H_
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
 
 #include "runtime/referenced_ptr.h"
+#include "runtime/sync_event.h"
 #include "vxbus.h"
 
 namespace vxbus {
@@ -30,20 +29,7 @@ extern std::atomic<std::uint32_t> g_lastMessageId;
 class IVXMessage : public MTObjects::MTReferencedTypeBase {
  public:
   // The wait object of one blocking call. Never reset: one event, one call.
-  class ISyncEvent : public MTObjects::MTReferencedTypeBase {
-   public:
-    void Set();
-    void Wait();
-
-   protected:
-    bool IsObjectValid() const override { return true; }
-
-   private:
-    std::mutex mutex_;
-    std::condition_variable condition_;
-    std::uint8_t signalled_ = 0;
-  };
-  using EventRef = MTObjects::MTReferencedPtr<ISyncEvent>;
+  using EventRef = MTObjects::MTReferencedPtr<MTObjects::ISyncEvent>;
 
   // Takes the next process-wide id; the first id of a process is 1 and the
   // counter wraps from 4294967295 to 0.

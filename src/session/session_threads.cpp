@@ -46,19 +46,6 @@ LiveThreads& LiveSessionThreads() {
   return *threads;
 }
 
-void OpenGate(std::mutex& mutex, bool& flag, std::condition_variable& condition) {
-  {
-    std::lock_guard<std::mutex> lock(mutex);
-    flag = true;
-  }
-  condition.notify_one();
-}
-
-void WaitGate(std::mutex& mutex, bool& flag, std::condition_variable& condition) {
-  std::unique_lock<std::mutex> lock(mutex);
-  condition.wait(lock, [&flag] { return flag; });
-}
-
 // Tells the session that one of its threads is done, on every way out.
 class ThreadExit {
  public:
@@ -95,14 +82,14 @@ void CallDisconnectListener(VXAPPImpl* session) {
 void ReaderThread(VXAPPImpl* raw) {
   SessionRef session(raw);
   ThreadExit exit(raw);
-  WaitGate(raw->readerMutex, raw->readerGo, raw->readerGoCondition);
+  raw->readerGo.Wait();
   if (!raw->established) {
-    OpenGate(raw->readerMutex, raw->readerUp, raw->readerUpCondition);
+    raw->readerUp.Set();
     LogNotInitialized(raw);
     return;
   }
   g_applications.Assign(raw->name, raw);
-  OpenGate(raw->readerMutex, raw->readerUp, raw->readerUpCondition);
+  raw->readerUp.Set();
   VX_LOG(kLogInfo, "Application connected:", raw->name);
   CallConnectListener(raw);
 
@@ -137,8 +124,8 @@ void ReaderThread(VXAPPImpl* raw) {
 void WriterThread(VXAPPImpl* raw) {
   SessionRef session(raw);
   ThreadExit exit(raw);
-  WaitGate(raw->writerMutex, raw->writerGo, raw->writerGoCondition);
-  OpenGate(raw->writerMutex, raw->writerUp, raw->writerUpCondition);
+  raw->writerGo.Wait();
+  raw->writerUp.Set();
   if (!raw->established) {
     LogNotInitialized(raw);
     return;
@@ -207,10 +194,10 @@ bool WaitForSessionThreadsToEnd(std::chrono::milliseconds limit) {
 
 bool ReleaseThreads(VXAPPImpl* session) {
   VX_LOG(kLogInfo, "Start management threads for ", session->name);
-  OpenGate(session->readerMutex, session->readerGo, session->readerGoCondition);
-  OpenGate(session->writerMutex, session->writerGo, session->writerGoCondition);
-  WaitGate(session->readerMutex, session->readerUp, session->readerUpCondition);
-  WaitGate(session->writerMutex, session->writerUp, session->writerUpCondition);
+  session->readerGo.Set();
+  session->writerGo.Set();
+  session->readerUp.Wait();
+  session->writerUp.Wait();
   VX_LOG(kLogInfo, "Startup completed for ", session->name);
   return true;
 }

@@ -79,7 +79,7 @@ TEST_F(FrameTest, CallWithNestedListsAndItsReplyRoundTrip) {
   VXSetStringValue(sub, "s", "hi");
   VXSetHandleValue(input, "sub", sub);
   VXCloseHandle(sub);
-  MessageRef call(new VXSlotCallMessage(IVXMessage::EventRef(new IVXMessage::ISyncEvent), sender_,
+  MessageRef call(new VXSlotCallMessage(IVXMessage::EventRef(new MTObjects::ISyncEvent), sender_,
                                         42, input, nullptr, nullptr));
   VXCloseHandle(input);  // the message holds its own reference
   sender_->pendingCalls->Insert(call);
