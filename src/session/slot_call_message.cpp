@@ -4,6 +4,7 @@
 
 #include "paramlist/fast_holder.h"
 #include "paramlist/handle.h"
+#include "runtime/little_endian.h"
 #include "runtime/memory_buffer.h"
 #include "runtime/private_heap.h"
 #include "session/application.h"
@@ -11,11 +12,6 @@
 namespace vxbus {
 
 namespace {
-std::uint32_t LoadWord(const unsigned char* p) {
-  std::uint32_t v;
-  std::memcpy(&v, p, 4);
-  return v;
-}
 ListRef NewListUnlessOneWay(std::uint32_t state) {
   return state == kStateOneWay ? ListRef() : ListRef(new FastHolderImpl);
 }
@@ -73,8 +69,7 @@ VXSlotCallMessage::VXSlotCallMessage(EventRef event, SessionRef session, std::ui
 }
 
 VXSlotCallMessage::VXSlotCallMessage(SessionRef session, const unsigned char* header)
-    : IVXMessage(EventRef(), std::move(session), LoadWord(header), LoadWord(header + 4),
-                 header + 8),
+    : IVXMessage(EventRef(), std::move(session), Load32(header), Load32(header + 4), header + 8),
       body_(ListRef(new FastHolderImpl), ListRef()),
       received_(1),
       callback_(nullptr),
