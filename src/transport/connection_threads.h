@@ -63,6 +63,9 @@ class IChannelAcceptor {
 // Set once at load, before any thread starts; not owned.
 void SetChannelAcceptor(IChannelAcceptor* acceptor);
 IChannelAcceptor& ChannelAcceptor();
+// Hands `channel` to the acceptor and logs a failure at level 2, each
+// thread's lines starting with its own `linePrefix`.
+void AcceptAndLog(const ChannelRef& channel, const char* linePrefix);
 
 extern MTObjects::MTReferencedPtr<ConnThreadInfo> g_connThreadInfo;
 extern MTObjects::MTReferencedPtr<ConnPipeThreadInfo> g_connPipeThreadInfo;

@@ -14,16 +14,7 @@ void ServeOneRound() {
   if (!channel.IsValid()) return;
   // At the limit the client's pipes just close; no line is logged here.
   if (ChannelAcceptor().SessionCount() > g_limits.limits.MAX_CONNECTIONS) return;
-  switch (ChannelAcceptor().Accept(channel)) {
-    case IChannelAcceptor::Outcome::kNoSession:
-      VX_LOG(kLogError, "Cannot create application object");
-      break;
-    case IChannelAcceptor::Outcome::kFailed:
-      VX_LOG(kLogError, "Application start failed");
-      break;
-    case IChannelAcceptor::Outcome::kStarted:
-      break;
-  }
+  AcceptAndLog(channel, "");
 }
 
 }  // namespace

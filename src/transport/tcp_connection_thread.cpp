@@ -90,16 +90,7 @@ void TcpListener::TakeOnePeer() {
   ApplyConnectedSocketOptions(accepted);
   VX_LOG(kLogInfo, "ConnectionThread. Starting new application");
   ChannelRef channel = WrapAcceptedSocket(accepted);
-  switch (ChannelAcceptor().Accept(channel)) {
-    case IChannelAcceptor::Outcome::kNoSession:
-      VX_LOG(kLogError, "ConnectionThread. Cannot create application object");
-      break;
-    case IChannelAcceptor::Outcome::kFailed:
-      VX_LOG(kLogError, "ConnectionThread. Application start failed");
-      break;
-    case IChannelAcceptor::Outcome::kStarted:
-      break;
-  }
+  AcceptAndLog(channel, "ConnectionThread. ");
   VX_LOG(kLogInfo, "ConnectionThread. Initialization of new connection is completed.");
 }
 
