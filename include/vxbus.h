@@ -378,8 +378,8 @@ VXBUS_API _tag_VX_ERROR VXInitializeWithPipeChannel(const char* pipeName, const 
 VXBUS_API _tag_VX_ERROR VXStartListeners(const char* pipeName, const char* bindAddress,
                                          std::uint16_t port);
 // Only the call matching the first initialise does anything: it blocks until
-// the listener threads, every session and the dispatch thread have ended
-// (up to the pipe listener's idle round, 10 s). Always VX_SUCCESS.
+// the listener threads, every session and the dispatch thread have ended;
+// a handshake under way is finished first. Always VX_SUCCESS.
 VXBUS_API _tag_VX_ERROR VXShutdown(void);
 // Opens both listeners; does not block. Always VX_SUCCESS.
 VXBUS_API _tag_VX_ERROR VXConnectionReady(void);
