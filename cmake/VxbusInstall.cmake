@@ -1,6 +1,6 @@
 # Install rules and the Debian package: the library with its SONAME links, the
-# header, a CMake package (vxbus::vxbus), a pkg-config file, and vxctl with its
-# manual page, all in the GNUInstallDirs places.
+# header, a CMake package (vxbus::vxbus), a pkg-config file, vxctl with its
+# manual page, all in the GNUInstallDirs places, and the Python binding.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
@@ -39,6 +39,10 @@ foreach(dir LIBDIR INCLUDEDIR)
 endforeach()
 configure_file(${CMAKE_CURRENT_LIST_DIR}/vxbus.pc.in ${PROJECT_BINARY_DIR}/vxbus.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/vxbus.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+
+# The Python binding, where Debian's python3 looks for packages of the system.
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/python/vxbus DESTINATION lib/python3/dist-packages
+        PATTERN "__pycache__" EXCLUDE)
 
 set(CPACK_GENERATOR DEB)
 set(CPACK_PACKAGE_NAME vxbus)
