@@ -55,47 +55,54 @@ class Parser {
     return Fail("not a JSON value", error);
   }
 
-  bool Object(Json& out, int depth, std::string& error) {
-    out.kind = Json::kObject;
+  bool At(char c) const { return at_ < s_.size() && s_[at_] == c; }
+
+  // The members of an object or the items of an array, from its opening
+  // bracket to `close`; `item` reads one.
+  template <class Item>
+  bool Sequence(char close, Item item, std::string& error) {
     ++at_;
     Space();
-    if (at_ < s_.size() && s_[at_] == '}') return ++at_, true;
+    if (At(close)) return ++at_, true;
     for (;;) {
+      if (!item()) return false;
       Space();
-      std::string key;
-      if (at_ >= s_.size() || s_[at_] != '"') return Fail("a member name is missing", error);
-      if (!String(key, error)) return false;
-      Space();
-      if (at_ >= s_.size() || s_[at_] != ':') return Fail("':' is missing", error);
-      ++at_;
-      out.members.emplace_back(std::move(key), Json());
-      if (!Value(out.members.back().second, depth + 1, error)) return false;
-      Space();
-      if (at_ < s_.size() && s_[at_] == ',') {
+      if (At(',')) {
         ++at_;
         continue;
       }
-      if (at_ < s_.size() && s_[at_] == '}') return ++at_, true;
-      return Fail("',' or '}' is missing", error);
+      if (At(close)) return ++at_, true;
+      return Fail(std::string("',' or '") + close + "' is missing", error);
     }
+  }
+
+  bool Object(Json& out, int depth, std::string& error) {
+    out.kind = Json::kObject;
+    return Sequence(
+        '}',
+        [&] {
+          Space();
+          std::string key;
+          if (!At('"')) return Fail("a member name is missing", error);
+          if (!String(key, error)) return false;
+          Space();
+          if (!At(':')) return Fail("':' is missing", error);
+          ++at_;
+          out.members.emplace_back(std::move(key), Json());
+          return Value(out.members.back().second, depth + 1, error);
+        },
+        error);
   }
 
   bool Array(Json& out, int depth, std::string& error) {
     out.kind = Json::kArray;
-    ++at_;
-    Space();
-    if (at_ < s_.size() && s_[at_] == ']') return ++at_, true;
-    for (;;) {
-      out.items.emplace_back();
-      if (!Value(out.items.back(), depth + 1, error)) return false;
-      Space();
-      if (at_ < s_.size() && s_[at_] == ',') {
-        ++at_;
-        continue;
-      }
-      if (at_ < s_.size() && s_[at_] == ']') return ++at_, true;
-      return Fail("',' or ']' is missing", error);
-    }
+    return Sequence(
+        ']',
+        [&] {
+          out.items.emplace_back();
+          return Value(out.items.back(), depth + 1, error);
+        },
+        error);
   }
 
   bool Number(Json& out, std::string& error) {
