@@ -113,7 +113,8 @@ class Bus:
         self._lock = threading.Lock()
         self._listening = threading.Event()
         self._sink = LOG_SINK(self._on_log)
-        lib.VXSetLogLevel(0xF, 0, self._sink)
+        # Level 8 carries the listener's line; the others only when wanted.
+        lib.VXSetLogLevel(0xF if log else 0x8, 0, self._sink)
         if isinstance(secret, str):
             secret = secret.encode()
         _check(lib.VXSetAuthenticationInfo(secret, len(secret)), "the secret is longer than 256 bytes")

@@ -60,8 +60,8 @@ void OnAuthFailed(const char*, const char* remote, const char*) {
   Say(std::string("refused ") + remote + ": wrong secret");
 }
 
-// The TCP listener logs this line once it accepts; until then a peer's
-// connection would be refused.
+// The TCP listener logs this line (at level 8) once it accepts; until then a
+// peer's connection would be refused.
 std::mutex g_listeningMutex;
 std::condition_variable g_listeningChanged;
 bool g_tcpListening = false;
@@ -114,7 +114,7 @@ int RunServe(const Options& options) {
   g_json = options.json;
   g_verbose = options.verbose;
   BlockStopSignals();
-  VXSetLogLevel(0xF, 0, OnLog);
+  VXSetLogLevel(options.verbose ? 0xF : 0x8, 0, OnLog);  // level 8 has the listener's line
   VXSetConnectListener(OnConnect);
   VXSetDisconnectListener(OnDisconnect);
   VXSetAuthFailedListener(OnAuthFailed);
