@@ -140,14 +140,15 @@ class Bus:
             raise VxbusError(VX_ERROR_FAILED, "port %d did not open" % self.port)
 
     def connect(self, target, secret=b""):
-        """Connects to "host:port" or "pipe:NAME" and gives the Peer."""
+        """Connects to "host:port" (an appID's "/name" is ignored) or
+        "pipe:NAME" and gives the Peer."""
         if isinstance(secret, str):
             secret = secret.encode()
         buffer = (b"\0" * 256)
         if target.startswith("pipe:"):
             code = lib.VXConnectEx(target[5:].encode(), None, 0, buffer, 256, secret, len(secret))
         else:
-            host, _, port = target.rpartition(":")
+            host, _, port = target.split("/", 1)[0].rpartition(":")
             code = lib.VXConnect(host.encode(), int(port), buffer, 256, secret, len(secret))
         if code == VX_ERROR_NAME_IN_USE:
             raise VxbusError(code, "%s refused the connection (wrong secret?)" % target)
