@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Installs what a build needs on Debian 12 when it is missing, and the
-# packages named as arguments.
+# Installs what a build needs on Debian 12 when it is missing; further
+# packages may be named as arguments.
 set -euo pipefail
 needed=()
-for pkg in cmake g++ make libgtest-dev "$@"; do
+for pkg in cmake g++ make libgtest-dev pkg-config python3 "$@"; do
   dpkg -s "$pkg" >/dev/null 2>&1 || needed+=("$pkg")
 done
 if [ "${#needed[@]}" -gt 0 ]; then

@@ -1,0 +1,197 @@
+"""The Python binding against a C++ application in a second process
+(`vxctl serve`), and `vxctl` as the C++ client of a Python application.
+
+    python3 binding_test.py PYTHON_DIR LIBVXBUS VXCTL [SANITIZER]
+"""
+
+import json
+import os
+import sys
+import threading
+import unittest
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tools"))
+from process_helpers import LIMIT, Program, free_tcp_port, run  # noqa: E402
+
+VXCTL = None
+SECRET = b"tea for two"
+vxbus = None
+
+EVERY_TYPE = {
+    "id": 7, "title": "hello", "negative": 0xFFFFFFFF, "huge": 1 << 40,
+    "blob": b"\x00\xff\x0a", "emptyBlob": b"",
+    "sub": {"s": "hi", "deeper": {"n": 1}}, "none": None,
+    "words": ["a", "", "ccc"], "numbers": [1, 2, 0xFFFFFFFF], "wide": [1, 1 << 40],
+    "blobs": [b"\x01", b"", b"\x02\x03\x04"], "lists": [{"x": 1}, None, {"y": "z"}],
+}
+
+
+def every_type_typed():
+    """EVERY_TYPE as it reads back: int64 values and typed empty arrays."""
+    out = dict(EVERY_TYPE, huge=vxbus.Int64(1 << 40))
+    out["noWords"] = vxbus.Array(vxbus.PT_STRING)
+    out["noLists"] = vxbus.Array(vxbus.PT_PARAMHANDLE)
+    out["small64"] = vxbus.Int64(5)
+    return out
+
+
+def vxctl_env():
+    return dict(os.environ, VXBUS_SECRET=SECRET.decode())
+
+
+class ListTest(unittest.TestCase):
+    def test_every_type_round_trips_through_dict(self):
+        data = every_type_typed()
+        with vxbus.ParamList(data) as plist:
+            back = plist.to_dict()
+            self.assertEqual(back, data)
+            self.assertIsInstance(back["small64"], vxbus.Int64)
+            self.assertEqual(back["wide"].type, vxbus.PT_INT64)
+            self.assertEqual(back["noLists"].type, vxbus.PT_PARAMHANDLE)
+            with vxbus.ParamList(back) as again:  # read values write back as the same types
+                self.assertEqual(again.to_dict(), data)
+
+    def test_mapping_behaves_as_the_list_does(self):
+        with vxbus.ParamList({"a": 1, "b": "two", "c": {"d": b"x"}}) as plist:
+            self.assertEqual((len(plist), list(plist)), (3, ["a", "b", "c"]))
+            self.assertEqual(plist["c"], {"d": b"x"})
+            plist["a"] = "again"  # setting a name again moves it to the end
+            self.assertEqual(list(plist), ["b", "c", "a"])
+            del plist["b"]
+            self.assertNotIn("b", plist)
+            with self.assertRaises(KeyError):
+                plist["missing"]
+            with self.assertRaises(KeyError):
+                del plist["missing"]
+            self.assertEqual(plist.get("missing", 5), 5)
+
+    def test_values_without_a_list_type_are_refused(self):
+        cases = [({"x": True}, TypeError), ({"x": 1 << 64}, OverflowError),
+                 ({"x": [1, "a"]}, TypeError), ({"x": []}, ValueError),
+                 ({"x": "a\0b"}, ValueError), ({"n" * 254: 1}, ValueError),
+                 ({"x": vxbus.Array(vxbus.PT_INT32, [1 << 32])}, OverflowError)]
+        for data, error in cases:
+            with self.subTest(data=str(data)[:40]), self.assertRaises(error):
+                vxbus.ParamList(data)
+        looped = {}
+        looped["self"] = looped
+        with self.assertRaises(ValueError):
+            vxbus.ParamList(looped)
+
+
+class BusTest(unittest.TestCase):
+    """One Bus per process: these share it."""
+
+    @classmethod
+    def setUpClass(cls):
+        cls.port = free_tcp_port()
+        cls.bus = vxbus.Bus("pyapp", port=cls.port, secret=SECRET)
+        cls.target = "127.0.0.1:%d" % cls.port
+        cls.seen = []
+        cls.seen_event = threading.Event()
+
+        def price(args, sender):
+            return {"cents": 150 * args["quantity"], "caller": sender, "echo": args}
+
+        def shipped(args, sender):
+            cls.seen.append((args, sender))
+            cls.seen_event.set()
+
+        cls.bus.register_slot(5, price)
+        cls.bus.register_slot(100, shipped)
+        cls.bus.register_signal("tick")
+        cls.bus.ready()
+
+        cls.server_port = free_tcp_port()
+        cls.server = Program([VXCTL, "serve", "shop", "--port", str(cls.server_port),
+                              "--signal", "shipped"], env=vxctl_env())
+        cls.server.expect("ready ")
+        cls.shop = cls.bus.connect("127.0.0.1:%d" % cls.server_port, secret=SECRET)
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.server.send("quit")
+        cls.server.finish()
+        cls.server.stop()
+        cls.bus.shutdown()
+
+    def test_calls_a_slot_of_a_cxx_application_with_every_type(self):
+        data = every_type_typed()
+        with self.shop.call(1, data) as reply:
+            self.assertEqual(reply.to_dict(), data)
+        with self.shop.call(77) as reply:  # a slot the peer does not have: an empty reply
+            self.assertEqual(len(reply), 0)
+
+    def test_serves_a_slot_that_a_cxx_application_calls(self):
+        code, out, err = run([VXCTL, "call", self.target, "5", "--json", "quantity=3",
+                              'items:json=["tea",""]'], env=vxctl_env())
+        self.assertEqual(code, 0, err)
+        reply = json.loads(out)
+        self.assertEqual(reply["cents"], 450)
+        self.assertEqual(reply["echo"], {"quantity": 3, "items": ["tea", ""]})
+        self.assertRegex(reply["caller"], r"^.+:0/vxctl-\d+$")
+
+    def test_notify_runs_the_callback_with_the_reply(self):
+        replies, done = [], threading.Event()
+
+        def answered(reply):
+            replies.append(reply)
+            done.set()
+
+        self.shop.notify(1, {"note": "fragile"}, answered)
+        self.assertTrue(done.wait(LIMIT))
+        self.assertEqual(replies, [{"note": "fragile"}])
+        self.shop.notify(2, {"note": "no answer wanted"})
+        self.server.expect("note[PT_STRING]=no answer wanted")
+
+    def test_signals_both_ways(self):
+        # A C++ application's signal reaches our slot 100.
+        self.shop.connect_signal("shipped", 100)
+        self.shop.disconnect_signal("never-subscribed", 100)  # returns once the owner caught up
+        self.server.send("emit shipped order=4711")
+        self.server.expect("emitted shipped 0")
+        self.assertTrue(self.seen_event.wait(LIMIT))
+        self.assertEqual(self.seen[0], ({"order": 4711}, self.shop.app_id))
+
+        # Our signal reaches a C++ listener.
+        listener = Program([VXCTL, "listen", self.target, "tick", "--json", "--count", "1"],
+                           env=vxctl_env())
+        try:
+            listener.expect("vxctl: listening", stream="err")
+            self.bus.emit("tick", {"n": 1, "blob": b"\x01"})
+            self.assertEqual(json.loads(listener.expect("{"))["list"], {"n": 1, "blob:hex": "01"})
+            self.assertEqual(listener.finish(), 0)
+        finally:
+            listener.stop()
+        with self.assertRaises(vxbus.VxbusError) as raised:
+            self.bus.emit("unregistered")
+        self.assertEqual(raised.exception.code, vxbus.VX_ERROR_NO_SIGNAL)
+
+    def test_connection_failures_raise_with_the_code(self):
+        with self.assertRaises(vxbus.VxbusError) as raised:
+            self.bus.connect("127.0.0.1:%d" % self.server_port, secret=b"wrong")
+        self.assertEqual(raised.exception.code, vxbus.VX_ERROR_NAME_IN_USE)
+        with self.assertRaises(vxbus.VxbusError) as raised:
+            self.bus.connect("127.0.0.1:%d" % free_tcp_port(), secret=SECRET)
+        self.assertEqual(raised.exception.code, vxbus.VX_ERROR_FAILED)
+
+
+def main():
+    global VXCTL, vxbus
+    python_dir, library, VXCTL = sys.argv[1:4]
+    sanitizer = sys.argv[4] if len(sys.argv) > 4 else ""
+    del sys.argv[1:]
+    if sanitizer:
+        # The interpreter is not built with the sanitizer runtime, which must
+        # be the first library of the process: it cannot load this library.
+        print("skipped: a %s build of libvxbus cannot be loaded into python3" % sanitizer)
+        sys.exit(77)
+    os.environ["VXBUS_LIBRARY"] = library
+    sys.path.insert(0, python_dir)
+    import vxbus as module
+    vxbus = module
+    unittest.main(verbosity=2)
+
+
+if __name__ == "__main__":
+    main()

@@ -1,0 +1,192 @@
+"""vxctl against a second process: `vxctl serve` is the application that is
+called, notified and listened to.
+
+    python3 vxctl_test.py VXCTL
+"""
+
+import json
+import os
+import signal
+import struct
+import sys
+import tempfile
+import unittest
+
+from process_helpers import Program, free_tcp_port, run
+
+VXCTL = None
+SECRET = "tea for two"
+
+
+def env(secret=SECRET):
+    e = dict(os.environ)
+    e["VXBUS_SECRET"] = secret
+    return e
+
+
+# Every type, nested lists and arrays included, as vxctl's JSON writes them.
+EVERY_TYPE = {
+    "id": 7, "title": "hello", "big:int64": 1 << 40, "negative": 4294967295,
+    "blob:hex": "00ff0a", "empty:hex": "",
+    "sub": {"s": "hi", "deeper": {"n": 1}},
+    "none:list": None,
+    "words": ["a", "", "ccc"], "numbers": [1, 2, 4294967295],
+    "wide:int64[]": [1, 1 << 40], "blobs:hex[]": ["01", "", "020304"],
+    "lists": [{"x": 1}, None, {"y": "z"}],
+    "noWords:string[]": [], "noLists:list[]": [],
+}
+
+
+class VxctlTest(unittest.TestCase):
+    def setUp(self):
+        self.port = free_tcp_port()
+        self.target = "127.0.0.1:%d" % self.port
+        self.server = Program([VXCTL, "serve", "shop", "--port", str(self.port),
+                               "--signal", "shipped"], env=env())
+        self.addCleanup(self.server.stop)
+        self.server.expect("ready ")
+
+    def vxctl(self, *args, secret=SECRET, stdin_data=None):
+        return run([VXCTL] + list(args), env=env(secret), stdin_data=stdin_data)
+
+    def test_call_prints_the_reply_readable_and_as_json_and_saves_it(self):
+        code, out, err = self.vxctl("call", self.target, "1", "id=7", "name=Ada",
+                                    "big:int64=5", "raw:hex=0aff")
+        self.assertEqual(code, 0, err)
+        self.assertEqual(out.splitlines(), ["id[PT_INT32]=7", "name[PT_STRING]=Ada",
+                                            "big[PT_INT64]=5", "raw[PT_BINARY]= aff"])
+
+        saved = os.path.join(self.tmp, "reply.bin")
+        code, out, err = self.vxctl("call", self.target, "1", "--json", "--save", saved,
+                                    stdin_data=json.dumps(EVERY_TYPE).encode())
+        self.assertEqual(code, 0, err)
+        self.assertEqual(json.loads(out), EVERY_TYPE)
+        code, dumped, err = self.vxctl("dump", saved, "--json")
+        self.assertEqual((code, json.loads(dumped)), (0, EVERY_TYPE), err)
+
+    def test_arguments_build_the_same_list_as_json(self):
+        code, out, err = self.vxctl(
+            "call", self.target, "1", "--json", "id=7", "title:str=hello", "big:int64=1099511627776",
+            "negative=-1", "blob:hex=00ff0a", "empty:bin=", 'sub:json={"s":"hi","deeper":{"n":1}}',
+            "none:list=null", 'words:json=["a","","ccc"]', "numbers:json=[1,2,4294967295]",
+            "wide:int64[]=[1,1099511627776]", 'blobs:hex[]=["01","","020304"]',
+            'lists:json=[{"x":1},null,{"y":"z"}]', "noWords:string[]=[]", "noLists:list[]=[]")
+        self.assertEqual(code, 0, err)
+        self.assertEqual(json.loads(out), EVERY_TYPE)
+        blob = os.path.join(self.tmp, "blob")
+        with open(blob, "wb") as f:
+            f.write(b"\x00\x01 \xfe")
+        code, out, err = self.vxctl("call", self.target, "1", "--json", "b:bin=@" + blob)
+        self.assertEqual((code, json.loads(out)), (0, {"b:hex": "000120fe"}), err)
+
+    def test_each_failure_gives_one_line_and_its_exit_code(self):
+        cases = [
+            (("call", self.target, "1", "n:int32=4294967296"), SECRET, 2,
+             "vxctl: argument 'n:int32=4294967296': out of range for a 32-bit integer"),
+            (("call", self.target, "1", 'x:json=[1,"a"]'), SECRET, 2,
+             "vxctl: argument 'x:json=[1,\"a\"]': an array mixes types; give one, as in name:string[]"),
+            (("call", self.target, "1", 'x:json={"a":'), SECRET, 2,
+             "vxctl: argument 'x:json={\"a\":': JSON at byte 5: a value is missing"),
+            (("call", self.target, "1", "x:json=" + "[" * 100), SECRET, 2,
+             "vxctl: argument 'x:json=%s': JSON at byte 65: nested deeper than 64" % ("[" * 100)),
+            (("call", self.target, "1", "novalue"), SECRET, 2,
+             "vxctl: argument 'novalue': expected name=value, name:type=value, {JSON} or @FILE"),
+            (("call", self.target, "x1"), SECRET, 2,
+             "vxctl: slot 'x1': expected a number from 0 to 4294967295"),
+            (("call", self.target, "1", "--secret", "s"), SECRET, 2, "vxctl: --secret is not taken"),
+            (("call", self.target, "1"), "wrong", 4, "vxctl: %s refused the connection" % self.target),
+            (("call", "127.0.0.1:%d" % free_tcp_port(), "1"), SECRET, 3, "vxctl: cannot reach"),
+            (("call", self.target, "77"), SECRET, 5, "vxctl: slot 77 of "),
+            (("frobnicate",), SECRET, 2, "vxctl: unknown command 'frobnicate'"),
+        ]
+        for args, secret, want_code, want_line in cases:
+            with self.subTest(args=args):
+                code, _, err = self.vxctl(*args, secret=secret)
+                self.assertEqual(code, want_code, err)
+                self.assertEqual(len(err.splitlines()), 1, err)
+                self.assertTrue(err.startswith(want_line), err)
+        self.server.expect("refused ")
+
+    def test_listen_prints_a_signal_that_the_server_emits_and_stops_cleanly(self):
+        listener = Program([VXCTL, "listen", self.target, "shipped", "--json"], env=env())
+        self.addCleanup(listener.stop)
+        listener.expect("vxctl: listening", stream="err")
+        self.server.send('emit shipped order=4711 carrier:str=Parcel')
+        self.assertEqual(json.loads(listener.expect("{")),
+                         {"signal": "shipped", "from": self.server.lines[0][len("ready "):],
+                          "list": {"order": 4711, "carrier": "Parcel"}})
+        listener.proc.send_signal(signal.SIGINT)
+        self.assertEqual(listener.finish(), 0)
+        self.server.expect("disconnected ")
+
+    def test_notify_reaches_the_printing_slot(self):
+        code, out, err = self.vxctl("notify", self.target, "2", "note=fragile")
+        self.assertEqual((code, out), (0, ""), err)
+        self.server.expect("slot 2 from ")
+        self.server.expect("note[PT_STRING]=fragile")
+
+    @classmethod
+    def setUpClass(cls):
+        cls._tmp = tempfile.TemporaryDirectory()
+        cls.tmp = cls._tmp.name
+
+    @classmethod
+    def tearDownClass(cls):
+        cls._tmp.cleanup()
+
+
+def stream(*pieces):
+    return b"".join(pieces)
+
+
+def pair(size, children):
+    return struct.pack("<II", size, children)
+
+
+# A root holding an int32 "id" = 7 and a list "sub" that holds the string "hi".
+ID_RECORD = bytes.fromhex("07696400000000020700000000")[:12]
+SUB_RECORD = bytes.fromhex("07737562000000040000000000")[:12]
+S_RECORD = bytes.fromhex("0373000168690000")
+
+
+class DumpTest(unittest.TestCase):
+    """dump reads files that anyone may have written."""
+
+    def dump(self, data, *args):
+        with tempfile.NamedTemporaryFile(delete=False) as f:
+            f.write(data)
+        self.addCleanup(os.unlink, f.name)
+        return run([VXCTL, "dump", f.name] + list(args))
+
+    def test_the_stream_of_a_nested_list_prints(self):
+        data = stream(pair(24, 1), ID_RECORD, SUB_RECORD, pair(8, 0), S_RECORD)
+        code, out, err = self.dump(data)
+        self.assertEqual((code, out.splitlines()),
+                         (0, ["id[PT_INT32]=7", "sub[PT_PARAMHANDLE]=", "  s[PT_STRING]=hi"]), err)
+        self.assertEqual(self.dump(data, "--json")[1], '{"id":7,"sub":{"s":"hi"}}\n')
+        self.assertEqual(self.dump(pair(0, 0))[:2], (0, ""))
+
+    def test_damaged_files_are_refused_with_a_reason(self):
+        whole = stream(pair(24, 1), ID_RECORD, SUB_RECORD, pair(8, 0), S_RECORD)
+        deep = pair(0, 1) * 200 + pair(0, 0)
+        cases = {
+            "runs past the end": whole[:-1],
+            "ends inside the pair": whole[:5],
+            "claims 1 nested lists": whole[:36],
+            "follow the end of the list": whole + b"\0",
+            "unknown type byte 6": stream(pair(8, 0), bytes.fromhex("0369000600000000")),
+            "claims 4294967295 nested lists": stream(pair(0, 0xFFFFFFFF)),
+            "nested deeper than 64": deep,
+            "its value runs past the image": stream(pair(8, 0), bytes.fromhex("03690005ff000000")),
+            "its header runs past the image": stream(pair(4, 0), bytes.fromhex("ff690000")),
+        }
+        for want, data in cases.items():
+            with self.subTest(want=want):
+                code, out, err = self.dump(data)
+                self.assertEqual((code, out), (1, ""), err)
+                self.assertIn(want, err)
+
+
+if __name__ == "__main__":
+    VXCTL = sys.argv.pop(1)
+    unittest.main(verbosity=2)

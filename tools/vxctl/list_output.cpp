@@ -1,0 +1,25 @@
+#include "list_output.h"
+
+#include "list_bridge.h"
+#include "typed_value.h"
+
+namespace vxctl {
+
+std::string ListJson(HVXPARAMLIST list, std::string& error) {
+  ListPtr model = FromHandle(list, error);
+  return model ? ListToJson(*model) : "";
+}
+
+bool PrintList(std::ostream& out, HVXPARAMLIST list, bool json, std::string& error) {
+  if (json) {
+    std::string text = ListJson(list, error);
+    if (text.empty()) return false;
+    out << text << std::endl;
+    return true;
+  }
+  PrintHandleInfoRecurse(out, list, true, 0);
+  out.flush();
+  return true;
+}
+
+}  // namespace vxctl

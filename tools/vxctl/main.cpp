@@ -1,0 +1,100 @@
+// vxctl: calls, notifies, listens to and serves vxbus applications from the
+// shell. See vxctl(1) and `vxctl COMMAND --help`.
+#include <cstring>
+#include <iostream>
+
+#include "bus_client.h"
+#include "commands.h"
+
+namespace {
+
+struct Command {
+  const char* name;
+  int (*run)(const vxctl::Options&);
+  const char* help;
+};
+
+const char kArgumentsHelp[] =
+    "ARGS build the list that is sent:\n"
+    "  name=value           an integer if it reads as one, else a string\n"
+    "  name:TYPE=value      TYPE: int32 (int), int64, string (str), hex, bin, list, json,\n"
+    "                       or int32[], int64[], string[], hex[], bin[], list[] (JSON arrays)\n"
+    "  name:bin=@FILE       the bytes of FILE\n"
+    "  name:json=JSON       nested lists ({...}) and arrays ([...]) written as JSON\n"
+    "  {JSON} or @FILE      a JSON object whose members are added (@- reads stdin)\n";
+
+const char kConnectHelp[] =
+    "TARGET is host:port or pipe:NAME. The secret comes from --secret-file FILE\n"
+    "(one trailing newline dropped) or the VXBUS_SECRET environment variable.\n";
+
+const Command kCommands[] = {
+    {"call", vxctl::RunCall,
+     "usage: vxctl call TARGET SLOT [ARGS...] [--json] [--save FILE] [--allow-empty]\n"
+     "Calls SLOT of the application at TARGET and prints the reply. An empty reply\n"
+     "(what a missing slot gives) exits with 5 unless --allow-empty. --save writes\n"
+     "the reply in its stream form, which `vxctl dump` reads.\n"},
+    {"notify", vxctl::RunNotify,
+     "usage: vxctl notify TARGET SLOT [ARGS...] [--timeout S]\n"
+     "Sends a one-way notification to SLOT and waits up to S seconds (default 10)\n"
+     "for the word that it arrived; the reply itself is not printed.\n"},
+    {"listen", vxctl::RunListen,
+     "usage: vxctl listen TARGET SIGNAL... [--json] [--count N]\n"
+     "Subscribes to the signals and prints every notification until Ctrl-C, the end\n"
+     "of the session, or N notifications. With --json each is one line:\n"
+     "{\"signal\":...,\"from\":...,\"list\":{...}}\n"},
+    {"serve", vxctl::RunServe,
+     "usage: vxctl serve NAME (--port N | --pipe NAME) [--bind ADDRESS] [--signal S]...\n"
+     "                  [--json] [--verbose]\n"
+     "Runs an application: slot 1 echoes its input, slot 2 prints it. --signal\n"
+     "registers a signal; on standard input, 'emit S [ARGS...]' emits it and 'quit'\n"
+     "stops (so do Ctrl-C and SIGTERM). Prints 'ready APPID' once peers can connect.\n"},
+    {"dump", vxctl::RunDump,
+     "usage: vxctl dump FILE [--json]\n"
+     "Prints a list saved in its stream form: the pair of the root (image size and\n"
+     "number of nested lists, 32-bit little-endian each), then the images and pairs\n"
+     "in pre-order. The file is checked before anything of it is used.\n"},
+};
+
+const char kUsage[] =
+    "usage: vxctl COMMAND [OPTIONS] [OPERANDS]\n"
+    "  call TARGET SLOT [ARGS...]    call a slot and print the reply\n"
+    "  notify TARGET SLOT [ARGS...]  send a one-way notification\n"
+    "  listen TARGET SIGNAL...       print every notification of the signals\n"
+    "  serve NAME --port N           offer slots that echo (1) and print (2)\n"
+    "  dump FILE                     print a list saved in its stream form\n"
+    "`vxctl COMMAND --help` tells more. Exit codes: 0 done, 1 failed, 2 bad\n"
+    "arguments, 3 target unreachable, 4 connection refused (secret), 5 empty reply.\n";
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  vxctl::Options options;
+  std::string error;
+  const bool parsed = vxctl::ParseOptions(argc, argv, options, error);
+  const Command* command = nullptr;
+  for (const Command& c : kCommands)
+    if (options.command == c.name) command = &c;
+  if (options.help || options.command == "help") {
+    if (command)
+      std::cout << command->help;
+    else
+      std::cout << kUsage;
+    if (command && std::strcmp(command->name, "dump") != 0 &&
+        std::strcmp(command->name, "listen") != 0)
+      std::cout << "\n" << kArgumentsHelp;
+    if (command && std::strcmp(command->name, "dump") != 0) std::cout << "\n" << kConnectHelp;
+    return vxctl::kExitOk;
+  }
+  if (!parsed) {
+    vxctl::Complain(error);
+    return vxctl::kExitUsage;
+  }
+  if (!command) {
+    if (options.command.empty())
+      std::cerr << kUsage;
+    else
+      vxctl::Complain("unknown command '" + options.command + "'; see vxctl --help");
+    return vxctl::kExitUsage;
+  }
+  return command->run(options);
+}

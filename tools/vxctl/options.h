@@ -1,0 +1,61 @@
+// The command line of vxctl: a subcommand, its options and its operands.
+#ifndef VXCTL_OPTIONS_H_
+#define VXCTL_OPTIONS_H_
+
+#include <string>
+#include <vector>
+
+#include "list_model.h"
+
+namespace vxctl {
+
+// Exit codes, the same for every subcommand.
+enum ExitCode {
+  kExitOk = 0,
+  kExitFailed = 1,       // the session ended, a reply did not come, a file is damaged
+  kExitUsage = 2,        // a malformed option or argument
+  kExitUnreachable = 3,  // nothing answered at the target
+  kExitRefused = 4,      // the peer refused us: wrong secret, or a duplicate name
+  kExitEmptyReply = 5,   // the slot answered with an empty list: most likely no such slot
+};
+
+// The environment variable that holds the secret when --secret-file is not given.
+constexpr const char* kSecretVariable = "VXBUS_SECRET";
+
+struct Options {
+  std::string command;
+  std::vector<std::string> operands;
+  bool help = false;
+  bool json = false;
+  bool allowEmpty = false;
+  bool verbose = false;
+  std::string secretFile;
+  std::string name;  // serve: our application name
+  int port = 0;
+  std::string pipe;
+  std::string bind;
+  std::vector<std::string> signals;
+  long count = 0;    // listen: stop after this many notifications; 0 is never
+  std::string save;  // call: also write the reply's stream form here
+  int timeoutSeconds = 10;
+};
+
+// Fills `out` from argv. False with the reason in `error`.
+bool ParseOptions(int argc, char** argv, Options& out, std::string& error);
+
+// The secret from --secret-file (one trailing newline is dropped) or from
+// VXBUS_SECRET; empty when neither is given. False when it cannot be read or
+// is longer than 256 bytes.
+bool LoadSecret(const Options& options, std::string& secret, std::string& error);
+
+// A list from operands: "name[:type]=value", "{...}" (a JSON object) or
+// "@FILE" (a JSON object in a file; "@-" reads standard input). An error
+// names the operand and says why.
+bool ListFromOperands(const std::vector<std::string>& operands, List& out, std::string& error);
+
+// All of a file, or standard input for "-", refusing more than `limit` bytes.
+bool ReadAll(const std::string& path, std::size_t limit, std::string& out, std::string& error);
+
+}  // namespace vxctl
+
+#endif  // VXCTL_OPTIONS_H_
