@@ -75,6 +75,10 @@ std::uint32_t FastHolderImpl::CheckedNextOffset(std::uint32_t offset) const {
   const std::uint64_t limit = used;
   const std::uint64_t t = static_cast<std::uint64_t>(offset) + data[offset];
   if (t >= limit) throw NoDataExeption();
+  // The name ends with a zero before the type byte, so lookups by name and
+  // the printer stop inside the record.
+  if (t < offset + 2u || std::memchr(data + offset + 1, 0, t - offset - 1) == nullptr)
+    throw NoDataExeption();
   const unsigned char type = data[t];
   auto require = [](bool inside) {
     if (!inside) throw NoDataExeption();
