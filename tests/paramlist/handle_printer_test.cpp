@@ -99,15 +99,6 @@ TEST_F(HandlePrinter, AListThatHoldsItselfPrintsOnce) {
   list->RemoveByName("self");
 }
 
-// A binary item may start at any offset in a peer's image; its bytes print
-// all the same.
-TEST_F(HandlePrinter, BinaryItemsAtAnyOffsetPrintTheirBytes) {
-  const Bytes image = {3, 'b', 0, 0x85, 1, 0, 0, 0, 1, 0,    0, 0, 0xee,
-                       6, 0,   0, 0,    1, 2, 3, 4, 5, 0xab, 0, 0};
-  ScopedList list(Received(image, static_cast<std::uint32_t>(image.size()), 0));
-  EXPECT_EQ(Recurse(list), "b=ARRAY\n  [0]= 1 2 3 4 5ab\n");
-}
-
 TEST_F(HandlePrinter, EmptyListsAndValues) {
   ScopedList list;
   EXPECT_EQ(ToBuffer(list, true), Framed(list, ""));

@@ -179,9 +179,12 @@ TEST_F(ListStream, DamagedImagesFailTheRead) {
       {3, 'a', 0, 0x82, 0xff, 0xff, 0xff, 0x3f},          // count beyond the image
       {3, 'a', 0, 0x81, 1, 0, 0, 0, 8, 0, 0, 0, 'x', 0},  // item offset beyond the image
       {3, 'a', 0, 0x85, 1, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff, 0xff, 0xff},  // item too long
-      {3, 'a', 'b', 2, 1, 0, 0, 0},  // a name with no zero before its type byte
-      {0, 2, 0, 0, 0},               // no room for a name at all
-      {1, 2, 1, 0, 0, 0},            // the same, with the type byte behind the offset
+      {3, 'a', 'b', 2, 1, 0, 0, 0},   // a name with no zero before its type byte
+      {0, 2, 0, 0, 0},                // no room for a name at all
+      {1, 2, 1, 0, 0, 0},             // the same, with the type byte behind the offset
+      {4, 'a', 0, 0, 2, 1, 0, 0, 0},  // a value off its 4-byte alignment
+      {3, 'b', 0, 0x85, 1, 0, 0, 0, 1, 0,    0, 0, 0xee,  // a binary item off its alignment
+       6, 0,   0, 0,    1, 2, 3, 4, 5, 0xab, 0, 0},
   };
   for (const Bytes& image : images) {
     ScopedList received;
