@@ -77,7 +77,8 @@ std::uint32_t FastHolderImpl::CheckedNextOffset(std::uint32_t offset) const {
   if (t >= limit) throw NoDataExeption();
   // The name ends with a zero before the type byte, so lookups by name and
   // the printer stop inside the record.
-  if (t < offset + 2u || std::memchr(data + offset + 1, 0, t - offset - 1) == nullptr)
+  if (t < static_cast<std::uint64_t>(offset) + 2 ||
+      std::memchr(data + offset + 1, 0, t - offset - 1) == nullptr)
     throw NoDataExeption();
   // The store puts every type byte last in a 4-byte group and every array
   // item at a multiple of 4, so values are 4-aligned and callers may read
