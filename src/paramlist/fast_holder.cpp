@@ -75,6 +75,15 @@ std::uint32_t FastHolderImpl::CheckedNextOffset(std::uint32_t offset) const {
   const std::uint64_t limit = used;
   const std::uint64_t t = static_cast<std::uint64_t>(offset) + data[offset];
   if (t >= limit) throw NoDataExeption();
+  // The name ends with a zero before the type byte, so lookups by name and
+  // the printer stop inside the record.
+  if (t < static_cast<std::uint64_t>(offset) + 2 ||
+      std::memchr(data + offset + 1, 0, t - offset - 1) == nullptr)
+    throw NoDataExeption();
+  // The store puts every type byte last in a 4-byte group and every array
+  // item at a multiple of 4, so values are 4-aligned and callers may read
+  // them through the exported records; an image that does otherwise is damaged.
+  if (t % 4 != 3) throw NoDataExeption();
   const unsigned char type = data[t];
   auto require = [](bool inside) {
     if (!inside) throw NoDataExeption();
@@ -118,7 +127,9 @@ std::uint32_t FastHolderImpl::CheckedNextOffset(std::uint32_t offset) const {
         }
       }
       for (std::uint64_t i = 0; i < c; ++i) {
-        std::uint64_t item = items + word(t + 5 + 4 * i);
+        const std::uint64_t itemOffset = word(t + 5 + 4 * i);
+        require(itemOffset % 4 == 0);
+        std::uint64_t item = items + itemOffset;
         require(type == (PT_ARRAY | PT_STRING) ? lastNul < limit && item <= lastNul
                                                : binaryEndsInside(item));
       }

@@ -111,6 +111,11 @@ class FastHolderImpl : public MTObjects::MTReferencedTypeBase, public VXMemoryBu
   // before any byte is read.
   std::uint32_t CheckedNextOffset(std::uint32_t offset) const;
   std::int32_t ReadOntoImage(IByteStream* channel, std::uint32_t length);
+  // ReadList for a list at nesting level `depth`; refuses levels deeper than
+  // VX_MAX_LIST_NESTING, which also bounds the recursion.
+  std::int32_t ReadNested(IByteStream* channel, std::uint32_t size, std::uint32_t childCount,
+                          bool hasNext, std::uint32_t* nextSize, std::uint32_t* nextChildCount,
+                          std::uint32_t depth);
 
   ListBody body_;
 };

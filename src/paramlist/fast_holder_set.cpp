@@ -5,10 +5,39 @@
 #include <utility>
 
 #include "paramlist/fast_holder.h"
+#include "runtime/private_heap.h"
 
 namespace vxbus {
 
 namespace {
+
+// A Set removes the old record and grows the image before it reads its
+// arguments, so a name or value that points into the same list (a getter's
+// result, `info->name`) would be read after its bytes moved. When any argument
+// does, the list goes on in a copy of its image for the length of the Set, and
+// the old block, which the caller's pointers still read, is freed at the end.
+class ArgumentGuard {
+ public:
+  template <class... Pointers>
+  explicit ArgumentGuard(FastHolderImpl& list, const Pointers*... arguments) : list_(list) {
+    (Watch(arguments), ...);
+  }
+  ~ArgumentGuard() { PrivateFree(old_); }
+  ArgumentGuard(const ArgumentGuard&) = delete;
+  ArgumentGuard& operator=(const ArgumentGuard&) = delete;
+
+  void Watch(const void* argument) {
+    if (old_ != nullptr || !list_.Holds(argument)) return;
+    auto* copy = static_cast<unsigned char*>(PrivateAllocate(list_.capacity));
+    std::memcpy(copy, list_.data, list_.used);
+    old_ = list_.data;
+    list_.data = copy;
+  }
+
+ private:
+  FastHolderImpl& list_;
+  unsigned char* old_ = nullptr;
+};
 
 std::uint32_t StringValueSize(const char* text) {
   return text == nullptr ? 4 : Round4(static_cast<std::uint32_t>(std::strlen(text)) + 1);
@@ -31,24 +60,28 @@ std::uint32_t FastHolderImpl::AppendTable(std::uint32_t count) {
 }
 
 void FastHolderImpl::SetString(const char* name, const char* text) {
+  ArgumentGuard guard(*this, name, text);
   BeginRecord(name, PT_STRING, StringValueSize(text));
   AppendString(text);
   ++body_.count;
 }
 
 void FastHolderImpl::SetInt32(const char* name, std::uint32_t value) {
+  ArgumentGuard guard(*this, name);
   BeginRecord(name, PT_INT32, 4);
   Append32(value);
   ++body_.count;
 }
 
 void FastHolderImpl::SetInt64(const char* name, std::uint64_t value) {
+  ArgumentGuard guard(*this, name);
   BeginRecord(name, PT_INT64, 8);
   Append64(value);
   ++body_.count;
 }
 
 void FastHolderImpl::SetBinary(const char* name, const void* bytes, std::uint32_t length) {
+  ArgumentGuard guard(*this, name, bytes);
   BeginRecord(name, PT_BINARY, 4 + Round4(length));
   Append32(length);
   AppendBytes(bytes, length);
@@ -59,6 +92,7 @@ void FastHolderImpl::SetHandle(const char* name, const ListRef& list) {
   // Held here because `list` may be an entry of our own children, which the
   // removal of the old record can release or move.
   ListRef keep(list);
+  ArgumentGuard guard(*this, name);
   BeginRecord(name, PT_PARAMHANDLE, 4);
   if (keep.IsValid()) {
     body_.children.Push(keep);
@@ -71,9 +105,12 @@ void FastHolderImpl::SetHandle(const char* name, const ListRef& list) {
 
 void FastHolderImpl::SetStringArray(const char* name, const char* const* texts,
                                     std::uint32_t count) {
+  ArgumentGuard guard(*this, name, texts);
   std::uint32_t size = 4 + 4 * count;
-  for (std::uint32_t i = 0; i < count; ++i)
+  for (std::uint32_t i = 0; i < count; ++i) {
+    guard.Watch(texts[i]);
     size += StringValueSize(texts[i]);
+  }
   BeginRecord(name, PT_ARRAY | PT_STRING, size);
   std::uint32_t table = AppendTable(count);
   std::uint32_t base = used;
@@ -85,6 +122,7 @@ void FastHolderImpl::SetStringArray(const char* name, const char* const* texts,
 }
 
 void FastHolderImpl::SetInt32Array(const char* name, const void* values, std::uint32_t count) {
+  ArgumentGuard guard(*this, name, values);
   BeginRecord(name, PT_ARRAY | PT_INT32, 4 + 4 * count);
   Append32(count);
   AppendBytes(values, 4 * count);
@@ -92,6 +130,7 @@ void FastHolderImpl::SetInt32Array(const char* name, const void* values, std::ui
 }
 
 void FastHolderImpl::SetInt64Array(const char* name, const void* values, std::uint32_t count) {
+  ArgumentGuard guard(*this, name, values);
   BeginRecord(name, PT_ARRAY | PT_INT64, 4 + 8 * count);
   Append32(count);
   AppendBytes(values, 8 * count);
@@ -100,9 +139,12 @@ void FastHolderImpl::SetInt64Array(const char* name, const void* values, std::ui
 
 template <class Item>
 void FastHolderImpl::SetBinaryItems(const char* name, std::uint32_t count, Item item) {
+  ArgumentGuard guard(*this, name);
   std::uint32_t size = 4 + 4 * count;
-  for (std::uint32_t i = 0; i < count; ++i)
+  for (std::uint32_t i = 0; i < count; ++i) {
+    guard.Watch(item(i).first);
     size += 4 + Round4(item(i).second);
+  }
   BeginRecord(name, PT_ARRAY | PT_BINARY, size);
   std::uint32_t table = AppendTable(count);
   std::uint32_t base = used;
@@ -117,6 +159,7 @@ void FastHolderImpl::SetBinaryItems(const char* name, std::uint32_t count, Item 
 
 void FastHolderImpl::SetBinaryArray(const char* name, const _tag_BINARYITEM* items,
                                     std::uint32_t count) {
+  ArgumentGuard guard(*this, items);
   SetBinaryItems(name, count, [items](std::uint32_t i) {
     // Copied out first: the record is packed, so no reference may bind to it.
     const void* data = items[i].data;
@@ -127,12 +170,14 @@ void FastHolderImpl::SetBinaryArray(const char* name, const _tag_BINARYITEM* ite
 
 void FastHolderImpl::SetBinaryArray(const char* name, const void* const* bytes,
                                     const std::uint32_t* lengths, std::uint32_t count) {
+  ArgumentGuard guard(*this, bytes, lengths);
   SetBinaryItems(name, count, [bytes, lengths](std::uint32_t i) {
     return std::pair<const void*, std::uint32_t>(bytes[i], lengths[i]);
   });
 }
 
 void FastHolderImpl::SetHandleArray(const char* name, const ListRef* lists, std::uint32_t count) {
+  ArgumentGuard guard(*this, name);
   BeginRecord(name, PT_ARRAY | PT_PARAMHANDLE, 4 + 4 * count);
   std::uint32_t table = AppendTable(count);
   for (std::uint32_t i = 0; i < count; ++i) {

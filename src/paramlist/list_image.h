@@ -48,12 +48,12 @@ class VXMemoryBufferTpl2 {
   void Append32(std::uint32_t value) { AppendExact(&value, 4); }
   void Append64(std::uint64_t value) { AppendExact(&value, 8); }
 
-  // The text and its NUL; a null text is stored as one zero byte. The pad up
-  // to the next multiple of 4 is left as the allocation holds it.
+  // The text and its NUL; a null text is stored as an empty one. The pad up
+  // to the next multiple of 4 is zeroed, so no stale heap bytes go out.
   void AppendString(const char* text) {
     if (text == nullptr) {
       Reserve(4);
-      data[used] = 0;
+      std::memset(data + used, 0, 4);
       used += 4;
       return;
     }
@@ -61,11 +61,12 @@ class VXMemoryBufferTpl2 {
     AppendBytes(text, n);
   }
 
-  // n bytes, then used advances by round4(n); the pad is not written.
+  // n bytes, then zeros up to round4(n).
   void AppendBytes(const void* bytes, std::uint32_t n) {
     std::uint32_t rounded = Round4(n);
     Reserve(rounded);
     if (n != 0) std::memcpy(data + used, bytes, n);
+    std::memset(data + used + n, 0, rounded - n);
     used += rounded;
   }
 
@@ -95,6 +96,13 @@ class VXMemoryBufferTpl2 {
     Reserve(n);
     std::memmove(data + offset + n, data + offset, used - offset);
     used += n;
+  }
+
+  // True when p points into this image's allocation.
+  bool Holds(const void* p) const {
+    auto at = reinterpret_cast<std::uintptr_t>(p);
+    auto begin = reinterpret_cast<std::uintptr_t>(data);
+    return data != nullptr && at >= begin && at - begin < capacity;
   }
 
   unsigned char* At(std::uint32_t offset) {

@@ -4,6 +4,7 @@
 #include <cstdint>
 
 #include "paramlist/fast_holder.h"
+#include "runtime/process_state.h"
 
 namespace vxbus {
 
@@ -52,8 +53,10 @@ std::int32_t FastHolderImpl::WriteList(IByteStream* channel, bool hasNext, std::
 }
 
 // Grows the image to exactly the need and reads behind `used`. On failure
-// `used` stays, the larger allocation too.
+// `used` stays, the larger allocation too. A length that the channel would
+// refuse is refused before anything is reserved for it.
 std::int32_t FastHolderImpl::ReadOntoImage(IByteStream* channel, std::uint32_t length) {
+  if (length > g_limits.limits.MAX_READ_SIZE) return -1;
   Reserve(length);
   std::int32_t r = channel->Read(data + used, length);
   if (r >= 0) used += length;
@@ -66,6 +69,14 @@ std::int32_t FastHolderImpl::ReadOntoImage(IByteStream* channel, std::uint32_t l
 std::int32_t FastHolderImpl::ReadList(IByteStream* channel, std::uint32_t size,
                                       std::uint32_t childCount, bool hasNext,
                                       std::uint32_t* nextSize, std::uint32_t* nextChildCount) {
+  return ReadNested(channel, size, childCount, hasNext, nextSize, nextChildCount, 0);
+}
+
+std::int32_t FastHolderImpl::ReadNested(IByteStream* channel, std::uint32_t size,
+                                        std::uint32_t childCount, bool hasNext,
+                                        std::uint32_t* nextSize, std::uint32_t* nextChildCount,
+                                        std::uint32_t depth) {
+  if (depth > VX_MAX_LIST_NESTING) return -1;
   const bool pairFollows = childCount > 0 || hasNext;
   if (pairFollows && size > UINT32_MAX - sizeof(SizePair)) return -1;  // would wrap
   if (ReadOntoImage(channel, pairFollows ? size + 8 : size) < 0) return -1;
@@ -82,10 +93,10 @@ std::int32_t FastHolderImpl::ReadList(IByteStream* channel, std::uint32_t size,
         if (!child) return -1;
         body_.children.Push(child);
         const bool lastChild = i + 1 == childCount;
-        std::int32_t r = lastChild ? child->ReadList(channel, pair.size, pair.childCount, hasNext,
-                                                     nextSize, nextChildCount)
-                                   : child->ReadList(channel, pair.size, pair.childCount, true,
-                                                     &pair.size, &pair.childCount);
+        std::int32_t r = lastChild ? child->ReadNested(channel, pair.size, pair.childCount, hasNext,
+                                                       nextSize, nextChildCount, depth + 1)
+                                   : child->ReadNested(channel, pair.size, pair.childCount, true,
+                                                       &pair.size, &pair.childCount, depth + 1);
         if (r < 0) return -1;
         result += r;
       }

@@ -11,8 +11,11 @@ void* PrivateAllocate(std::size_t size) {
   return platform::HeapAllocate(size);
 }
 
+// A size of 0 still gives a valid block, as the heap's own realloc does,
+// where the C library's would free the block and give null.
 void* PrivateReallocate(void* pointer, std::size_t size) {
   if (pointer == nullptr) return platform::HeapAllocate(size);
+  if (size == 0) size = 1;
   return platform::HeapReallocate(pointer, size);
 }
 

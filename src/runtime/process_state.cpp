@@ -44,10 +44,10 @@ _tag_VX_ERROR VXConnectionReady(void) {
 }
 
 // Written into the defaults as well, so that it survives the copy that the
-// first initialisation makes. The comparison is signed: a negative length is
-// not refused.
+// first initialisation makes. A negative length, or bytes to copy from
+// nowhere, is refused like an oversize one.
 _tag_VX_ERROR VXSetAuthenticationInfo(const void* data, std::int32_t length) {
-  if (length > 256) return VX_ERROR_FAILED;
+  if (length > 256 || length < 0 || (length != 0 && data == nullptr)) return VX_ERROR_FAILED;
   for (VXLimits* record : {&g_defaultLimits, &g_limits}) {
     std::memset(record->limits.authBlock, 0, sizeof record->limits.authBlock);
     if (length != 0) std::memcpy(record->limits.authBlock, data, static_cast<std::size_t>(length));

@@ -48,13 +48,12 @@ void CallAuthFailedListener(const VXAPPImpl* session, const std::string& appId) 
 // out, the answer must match the digest over our secret block.
 bool ChallengeAnswered(ITransportChannel& link) {
   unsigned char challenge[kChallengeBytes];
-  FillChallenge(challenge);
+  if (!FillChallenge(challenge)) return false;
   if (link.Write(challenge, kChallengeBytes) != kChallengeLength) return false;
   unsigned char expected[kAnswerBytes], answer[kAnswerBytes];
   ComputeAnswer(g_limits.limits.authBlock, challenge, expected);
   std::memset(challenge, 0, sizeof challenge);  // the one secret-related wipe
-  return link.Read(answer, kAnswerBytes) == kAnswerLength &&
-         std::memcmp(expected, answer, kAnswerBytes) == 0;
+  return link.Read(answer, kAnswerBytes) == kAnswerLength && AnswerMatches(expected, answer);
 }
 
 }  // namespace

@@ -1,25 +1,11 @@
 #include "transport/challenge.h"
 
-#include <mutex>
+#include <cstring>
 
+#include "platform/random_source.h"
 #include "transport/md5.h"
 
 namespace vxbus {
-namespace {
-
-struct ChallengeGenerator {
-  // One 32-bit seed from the platform's random source, taken at load.
-  ChallengeGenerator() : engine(std::random_device{}()) {}
-
-  // The TCP and the pipe listener may run a handshake each at the same time;
-  // the engine's state must not be stepped by both at once.
-  std::mutex mutex;
-  std::mt19937 engine;
-};
-
-ChallengeGenerator g_challengeGenerator;
-
-}  // namespace
 
 int ChallengeByteOfDraw(std::uint32_t v) {
   if (v / 257 >= 0xFF00FFu) return -1;
@@ -39,9 +25,29 @@ void FillChallenge(std::mt19937& generator, unsigned char* out) {
     out[i] = DrawChallengeByte(generator);
 }
 
-void FillChallenge(unsigned char* out) {
-  std::lock_guard<std::mutex> lock(g_challengeGenerator.mutex);
-  FillChallenge(g_challengeGenerator.engine, out);
+bool FillChallenge(unsigned char* out) {
+  // One draw per byte, and a few spare for the rare draw that is thrown away.
+  std::uint32_t draws[kChallengeBytes + 8];
+  std::size_t next = 0, filled = 0;
+  if (!platform::FillRandomBytes(draws, sizeof draws)) return false;
+  while (filled < kChallengeBytes) {
+    if (next == sizeof draws / sizeof draws[0]) {
+      if (!platform::FillRandomBytes(draws, sizeof draws)) return false;
+      next = 0;
+    }
+    const int byte = ChallengeByteOfDraw(draws[next++]);
+    if (byte >= 0) out[filled++] = static_cast<unsigned char>(byte);
+  }
+  std::memset(draws, 0, sizeof draws);
+  return true;
+}
+
+bool AnswerMatches(const unsigned char expected[kAnswerBytes],
+                   const unsigned char answer[kAnswerBytes]) {
+  unsigned difference = 0;
+  for (std::size_t i = 0; i < kAnswerBytes; ++i)
+    difference |= static_cast<unsigned>(expected[i] ^ answer[i]);
+  return difference == 0;
 }
 
 void ComputeAnswer(const unsigned char authBlock[kAuthBlockBytes],

@@ -13,9 +13,10 @@ constexpr std::size_t kChallengeBytes = 1024;
 constexpr std::size_t kAuthBlockBytes = 256;
 constexpr std::size_t kAnswerBytes = 16;
 
-// Fills `out` with kChallengeBytes bytes from the process-wide generator,
-// which is seeded once when the library is loaded and never again.
-void FillChallenge(unsigned char* out);
+// Fills `out` with kChallengeBytes bytes by the rule below over 32-bit draws
+// from the system's random source, so one challenge tells nothing of the
+// next. False, with `out` not to be used, when the source cannot be read.
+bool FillChallenge(unsigned char* out);
 
 // The same rule over a caller's generator, so that tests can replay it.
 void FillChallenge(std::mt19937& generator, unsigned char* out);
@@ -28,6 +29,11 @@ int ChallengeByteOfDraw(std::uint32_t v);
 
 // Draws until ChallengeByteOfDraw accepts.
 unsigned char DrawChallengeByte(std::mt19937& generator);
+
+// Whether the answer equals the expected digest, in a time that does not
+// depend on where they differ.
+bool AnswerMatches(const unsigned char expected[kAnswerBytes],
+                   const unsigned char answer[kAnswerBytes]);
 
 // MD5 over the 256-byte authentication block followed by the challenge.
 void ComputeAnswer(const unsigned char authBlock[kAuthBlockBytes],

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "list_test_support.h"
+#include "support/memory_channel.h"
 
 namespace vxbus {
 namespace {
@@ -53,6 +54,49 @@ TEST_F(HandlePrinter, ExampleInBothModes) {
   EXPECT_EQ(ToBuffer(list, true, 1), "");
   EXPECT_EQ(ToBuffer(list, true, n + 1), typed);
   EXPECT_EQ(ToBuffer(list, true, n), typed.substr(0, n - 1));
+}
+
+using Bytes = std::vector<unsigned char>;
+
+// A list as a peer's stream makes it: `wire` read as a root of `size` bytes
+// with `childCount` children.
+HVXPARAMLIST Received(const Bytes& wire, std::uint32_t size, std::uint32_t childCount) {
+  auto* memory = new testing::MemoryChannel;
+  ChannelRef channel(memory);
+  memory->Feed(wire);
+  HVXPARAMLIST list = VXCreateParamList();
+  std::uint32_t next[2] = {};
+  EXPECT_GE(ListFromHandle(list)->ReadList(channel.get(), size, childCount, false, &next[0], &next[1]),
+            0);
+  return list;
+}
+
+// Ids that repeat, which only a peer's image can hold, print their list once:
+// twenty levels of [0, 0] would otherwise print a million lines.
+TEST_F(HandlePrinter, RepeatedChildIdsPrintTheirListOnce) {
+  const Bytes image = {3, 'h', 0, 0x84, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
+  const std::uint32_t levels = 20;
+  Bytes wire;
+  for (std::uint32_t i = 0; i < levels; ++i) {
+    wire.insert(wire.end(), image.begin(), image.end());
+    if (i + 1 == levels) break;
+    const unsigned char more = i + 2 < levels ? 1 : 0;
+    const Bytes pair = {16, 0, 0, 0, more, 0, 0, 0};
+    wire.insert(wire.end(), pair.begin(), pair.end());
+  }
+  ScopedList list(Received(wire, 16, 1));
+  const std::string text = Recurse(list);
+  EXPECT_LT(text.size(), 4096u);
+  EXPECT_EQ(text.substr(0, 25), "h=ARRAY\n  [0]=    h=ARRAY");
+}
+
+// A list that holds itself prints its records once instead of until the
+// stack ends.
+TEST_F(HandlePrinter, AListThatHoldsItselfPrintsOnce) {
+  ScopedList list;
+  VXSetHandleValue(list, "self", list);
+  EXPECT_EQ(ToBuffer(list, false), Framed(list, "self=\n"));
+  list->RemoveByName("self");
 }
 
 TEST_F(HandlePrinter, EmptyListsAndValues) {

@@ -77,6 +77,70 @@ TEST_F(ListImage, EveryType) {
   }
 }
 
+// The pad behind strings and binaries is zero even where the allocation held
+// other bytes before, so no process memory goes out with a list.
+TEST_F(ListImage, PadBytesAreZeroInAReusedAllocation) {
+  ScopedList list;
+  const std::string dirt(256, '\xee');
+  VXSetBinaryValue(list, "dirt", dirt.data(), static_cast<std::uint32_t>(dirt.size()));
+  list->Clear();
+  VXSetStringValue(list, "a", "hi");
+  VXSetStringValue(list, "b", nullptr);
+  VXSetBinaryValue(list, "c", kBytes + 2, 3);
+  VXSetStringArray(list, "d", 3, kTexts);
+  VXSetBinaryItemArray(list, "e", 3, kItems);
+  EXPECT_TRUE(ImageMatches(list,
+                           "03 61 00 01 | 68 69 00 00 | 03 62 00 01 | 00 00 00 00"
+                           "| 03 63 00 05 | 03 00 00 00 | 01 02 03 00"
+                           "| 03 64 00 81 | 03 00 00 00 | 00 00 00 00 04 00 00 00 08 00 00 00"
+                           "| 61 62 00 00 | 00 00 00 00 | 78 79 7a 31 00 00 00 00"
+                           "| 03 65 00 85 | 03 00 00 00 | 00 00 00 00 08 00 00 00 0c 00 00 00"
+                           "| 02 00 00 00 aa bb 00 00 | 00 00 00 00"
+                           "| 05 00 00 00 01 02 03 04 05 00 00 00"));
+}
+
+// Arguments that point into the list being set, a getter's result or a
+// record's own name, are read as they were before the Set began.
+TEST_F(ListImage, SettersReadArgumentsThatPointIntoTheSameList) {
+  ScopedList list;
+  VXSetStringValue(list, "a", "first text");
+  VXSetBinaryValue(list, "b", kBytes, 7);
+  VXSetInt32Array(list, "c", 2, kDwords);
+  VXSetStringArray(list, "d", 3, kTexts);
+  VXSetInt64Value(list, "zz", 9);
+
+  EXPECT_EQ(VXSetStringValue(list, "a", VXGetStringValue(list, "a")), VX_SUCCESS);
+  EXPECT_STREQ(VXGetStringValue(list, "a"), "first text");
+
+  const _tag_BINARYVALUE* b = VXGetBinaryValue(list, "b");
+  VXSetBinaryValue(list, "b", b->data, b->length);
+  b = VXGetBinaryValue(list, "b");
+  ASSERT_EQ(b->length, 7u);
+  EXPECT_EQ(std::string(reinterpret_cast<const char*>(b->data), 7),
+            std::string(reinterpret_cast<const char*>(kBytes), 7));
+
+  const _tag_VXDWORDARRAY c = VXGetInt32Array(list, "c");
+  VXSetInt32Array(list, "c", c.count, c.data);
+  const _tag_VXDWORDARRAY c2 = VXGetInt32Array(list, "c");
+  ASSERT_EQ(c2.count, 2u);
+  EXPECT_EQ(c2.data[1], 2u);
+
+  const char* texts[3] = {};
+  ASSERT_EQ(VXGetStringArray(list, "d", texts, 3, 0), 3u);
+  VXSetStringArray(list, "d", 3, texts);
+  ASSERT_EQ(VXGetStringArray(list, "d", texts, 3, 0), 3u);
+  EXPECT_STREQ(texts[0], "ab");
+  EXPECT_STREQ(texts[2], "xyz1");
+
+  // The first record's own name, with records behind it that the removal moves.
+  const _tag_VXPARAMINFO* first = VXGetFirstParam(list);
+  ASSERT_STREQ(first->name, "zz");
+  VXSetInt32Value(list, first->name, 5);
+  EXPECT_EQ(VXGetInt32Value(list, "zz"), 5u);
+  EXPECT_EQ(VXGetParamCount(list), 5u);
+  EXPECT_STREQ(VXGetStringValue(list, "a"), "first text");
+}
+
 TEST_F(ListImage, HeaderLengthFollowsTheNameLength) {
   ScopedList l;
   VXSetInt32Value(l, "", 1);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "list_test_support.h"
+#include "runtime/process_state.h"
 #include "support/memory_channel.h"
 
 namespace vxbus {
@@ -178,6 +179,12 @@ TEST_F(ListStream, DamagedImagesFailTheRead) {
       {3, 'a', 0, 0x82, 0xff, 0xff, 0xff, 0x3f},          // count beyond the image
       {3, 'a', 0, 0x81, 1, 0, 0, 0, 8, 0, 0, 0, 'x', 0},  // item offset beyond the image
       {3, 'a', 0, 0x85, 1, 0, 0, 0, 0, 0, 0, 0, 0xff, 0xff, 0xff, 0xff},  // item too long
+      {3, 'a', 'b', 2, 1, 0, 0, 0},   // a name with no zero before its type byte
+      {0, 2, 0, 0, 0},                // no room for a name at all
+      {1, 2, 1, 0, 0, 0},             // the same, with the type byte behind the offset
+      {4, 'a', 0, 0, 2, 1, 0, 0, 0},  // a value off its 4-byte alignment
+      {3, 'b', 0, 0x85, 1, 0, 0, 0, 1, 0,    0, 0, 0xee,  // a binary item off its alignment
+       6, 0,   0, 0,    1, 2, 3, 4, 5, 0xab, 0, 0},
   };
   for (const Bytes& image : images) {
     ScopedList received;
@@ -198,6 +205,51 @@ TEST_F(ListStream, DamagedImagesFailTheRead) {
   EXPECT_EQ(Read(received, r), -1);
   ScopedList wrapped;
   EXPECT_EQ(Read(wrapped, 0xFFFFFFFFu, 1), -1);  // a size that would wrap
+}
+
+// A chain of `levels` lists below the root, each an empty image with one
+// child: the stream is one pair per level.
+Bytes NestedChain(std::uint32_t levels) {
+  Bytes wire;
+  for (std::uint32_t i = 0; i < levels; ++i) {
+    const std::uint32_t childCount = i + 1 < levels ? 1 : 0;
+    const unsigned char pair[8] = {0, 0, 0, 0, static_cast<unsigned char>(childCount), 0, 0, 0};
+    wire.insert(wire.end(), pair, pair + 8);
+  }
+  return wire;
+}
+
+// Nesting is bounded before it is recursed on: a stream a million levels deep
+// fails to read instead of exhausting the stack.
+TEST_F(ListStream, NestingDeeperThanTheLimitFailsTheRead) {
+  {
+    ScopedList received;
+    memory_->Feed(NestedChain(VX_MAX_LIST_NESTING));
+    EXPECT_GE(Read(received, 0, 1), 0);
+    EXPECT_EQ(memory_->Queued(), 0u);
+  }
+  {
+    Reset();
+    ScopedList received;
+    memory_->Feed(NestedChain(VX_MAX_LIST_NESTING + 1));
+    EXPECT_EQ(Read(received, 0, 1), -1);
+  }
+  {
+    Reset();
+    ScopedList received;
+    memory_->Feed(NestedChain(1000000));
+    EXPECT_EQ(Read(received, 0, 1), -1);
+  }
+}
+
+// A declared size above the read limit is refused before the image grows.
+TEST_F(ListStream, DeclaredSizeAboveTheReadLimitReservesNothing) {
+  ScopedList received;
+  EXPECT_EQ(Read(received, 0xFFFFFFF0u, 0), -1);
+  EXPECT_EQ(received->capacity, 0u);
+  ScopedList parent;
+  EXPECT_EQ(Read(parent, g_limits.limits.MAX_READ_SIZE, 1), -1);  // with the pair, one word over
+  EXPECT_EQ(parent->capacity, 0u);
 }
 
 }  // namespace

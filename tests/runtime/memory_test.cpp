@@ -22,6 +22,17 @@ TEST(PrivateHeap, ReallocFromNullAllocatesAndGrowingKeepsTheBytes) {
   VXFree(p);
 }
 
+// As the heap's realloc: a size of 0 gives a block that can be used and freed.
+TEST(PrivateHeap, ReallocToZeroGivesAValidBlock) {
+  void* p = VXAllocate(32);
+  ASSERT_NE(p, nullptr);
+  p = VXRealloc(p, 0);
+  ASSERT_NE(p, nullptr);
+  p = VXRealloc(p, 8);
+  ASSERT_NE(p, nullptr);
+  VXFree(p);
+}
+
 TEST(MemoryBuffer, PaddedAppendZeroFillsAndCheckedAccessThrows) {
   VXMemoryBufferTpl<16> buffer;
   buffer.AppendPadded("abcde", 5);

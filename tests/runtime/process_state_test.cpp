@@ -1,6 +1,7 @@
 // The limits record: its defaults and the authentication block within it.
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <cstring>
 
 #include "runtime/process_state.h"
@@ -21,6 +22,18 @@ TEST(Limits, AuthBlockOfAtMost256BytesGoesIntoDefaultsAndRecordInForce) {
   EXPECT_EQ(g_limits.limits.authBlock[3], 0);
   EXPECT_EQ(VXSetAuthenticationInfo(nullptr, 0), VX_SUCCESS);
   EXPECT_EQ(g_defaultLimits.limits.authBlock[0], 0);
+}
+
+// A negative length used to reach the copy as an enormous count.
+TEST(Limits, NegativeLengthOrMissingBytesAreRefusedAndChangeNothing) {
+  ASSERT_EQ(VXSetAuthenticationInfo("abc", 3), VX_SUCCESS);
+  unsigned char secret[16] = {};
+  EXPECT_EQ(VXSetAuthenticationInfo(secret, -1), VX_ERROR_FAILED);
+  EXPECT_EQ(VXSetAuthenticationInfo(secret, INT32_MIN), VX_ERROR_FAILED);
+  EXPECT_EQ(VXSetAuthenticationInfo(nullptr, 4), VX_ERROR_FAILED);
+  EXPECT_EQ(g_limits.limits.authBlock[0], 'a');
+  EXPECT_EQ(g_defaultLimits.limits.authBlock[2], 'c');
+  EXPECT_EQ(VXSetAuthenticationInfo(nullptr, 0), VX_SUCCESS);
 }
 
 }  // namespace

@@ -34,6 +34,31 @@ TEST(Challenge, FillFollowsTheRuleOverASeededGenerator) {
   EXPECT_EQ(generator(), replay()) << "one draw per byte";
 }
 
+// Each challenge comes fresh from the system's random source: no two agree,
+// and no byte is still the zero the buffer started with in most of them.
+TEST(Challenge, ChallengesComeFreshFromTheSystemSource) {
+  unsigned char a[kChallengeBytes] = {}, b[kChallengeBytes] = {};
+  ASSERT_TRUE(FillChallenge(a));
+  ASSERT_TRUE(FillChallenge(b));
+  EXPECT_NE(std::memcmp(a, b, kChallengeBytes), 0);
+  std::size_t zeros = 0;
+  for (unsigned char byte : a)
+    zeros += byte == 0;
+  EXPECT_LT(zeros, kChallengeBytes / 16);  // about 8 in 1024 expected
+}
+
+TEST(Challenge, AnswerMatchesOnlyWhenEveryByteAgrees) {
+  unsigned char expected[kAnswerBytes], answer[kAnswerBytes];
+  for (std::size_t i = 0; i < kAnswerBytes; ++i)
+    expected[i] = answer[i] = static_cast<unsigned char>(0xA0 + i);
+  EXPECT_TRUE(AnswerMatches(expected, answer));
+  for (std::size_t i = 0; i < kAnswerBytes; ++i) {
+    answer[i] ^= 0x01;
+    EXPECT_FALSE(AnswerMatches(expected, answer)) << "byte " << i;
+    answer[i] ^= 0x01;
+  }
+}
+
 TEST(Challenge, AnswerIsTheDigestOfBlockThenChallenge) {
   unsigned char block[kAuthBlockBytes], challenge[kChallengeBytes], answer[kAnswerBytes];
   for (std::size_t i = 0; i < kAuthBlockBytes; ++i)

@@ -1,0 +1,112 @@
+// Writes the seed corpus of every harness, made by the library itself so the
+// seeds follow the current format and no binary files live in the tree:
+//   vxbus_fuzz_seeds <dir>    writes <dir>/<harness>/<seed> files
+#include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "byte_channel.h"
+#include "paramlist/fast_holder.h"
+#include "paramlist/handle.h"
+
+using vxbus::ChannelRef;
+using vxbus::ListFromHandle;
+using Bytes = std::vector<std::uint8_t>;
+
+namespace {
+
+bool WriteFile(const std::string& path, const Bytes& bytes) {
+  std::FILE* f = std::fopen(path.c_str(), "wb");
+  if (f == nullptr) return false;
+  const bool ok = std::fwrite(bytes.data(), 1, bytes.size(), f) == bytes.size();
+  return std::fclose(f) == 0 && ok;
+}
+
+// Lists with every stored type, nested lists and arrays of them.
+std::vector<HVXPARAMLIST> SampleLists() {
+  static const char* const kTexts[] = {"ab", nullptr, "xyz1"};
+  static const std::uint32_t kDwords[] = {1, 2, 0xFFFFFFFFu};
+  static const std::uint64_t kQwords[] = {0x0102030405060708ull};
+  static const unsigned char kBytes[] = {0xaa, 0xbb, 1, 2, 3, 4, 5};
+  static const _tag_BINARYITEM kItems[] = {{2, kBytes}, {0, nullptr}, {5, kBytes + 2}};
+
+  std::vector<HVXPARAMLIST> lists;
+  HVXPARAMLIST scalars = VXCreateParamList();
+  VXSetStringValue(scalars, "s", "hello");
+  VXSetStringValue(scalars, "", nullptr);
+  VXSetInt32Value(scalars, "i", 7);
+  VXSetInt64Value(scalars, "q", 0x1122334455667788ull);
+  VXSetBinaryValue(scalars, "b", kBytes, sizeof kBytes);
+  lists.push_back(scalars);
+
+  HVXPARAMLIST arrays = VXCreateParamList();
+  VXSetStringArray(arrays, "sa", 3, kTexts);
+  VXSetInt32Array(arrays, "ia", 3, kDwords);
+  VXSetInt64Array(arrays, "qa", 1, kQwords);
+  VXSetBinaryItemArray(arrays, "ba", 3, kItems);
+  lists.push_back(arrays);
+
+  HVXPARAMLIST tree = VXCreateParamList();
+  HVXPARAMLIST leaf = VXCreateParamList();
+  VXSetStringValue(leaf, "who", "leaf");
+  HVXPARAMLIST middle = VXCreateParamList();
+  VXSetHandleValue(middle, "leaf", leaf);
+  VXSetInt32Value(tree, "id", 1);
+  VXSetHandleValue(tree, "sub", middle);
+  const HVXPARAMLIST members[] = {leaf, VX_INVALID_PARAMLIST, scalars};
+  VXSetHandleArray(tree, "many", 3, members);
+  VXSetHandleValue(tree, "none", VX_INVALID_PARAMLIST);
+  VXCloseHandle(leaf);
+  VXCloseHandle(middle);
+  lists.push_back(tree);
+
+  lists.push_back(VXCreateParamList());  // the empty list
+  return lists;
+}
+
+// The root's pair, as a frame header carries it, then the stream.
+Bytes StreamSeed(HVXPARAMLIST list) {
+  auto* sink = new vxbus::fuzz::ByteChannel(nullptr, 0);
+  ChannelRef channel(sink);
+  ListFromHandle(list)->WriteList(channel.get(), false, 0, 0);
+  const std::uint32_t pair[2] = {VXGetHandleSize(list), ListFromHandle(list)->ChildCount()};
+  Bytes seed(reinterpret_cast<const std::uint8_t*>(pair),
+             reinterpret_cast<const std::uint8_t*>(pair) + 8);
+  seed.insert(seed.end(), sink->Written().begin(), sink->Written().end());
+  return seed;
+}
+
+// The number of nested lists, then the root's image alone.
+Bytes ImageSeed(HVXPARAMLIST list) {
+  const auto* l = ListFromHandle(list);
+  Bytes seed{static_cast<std::uint8_t>(l->ChildCount() % 4)};
+  seed.insert(seed.end(), l->Data(), l->Data() + l->Used());
+  return seed;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  if (argc != 2) {
+    std::fprintf(stderr, "usage: %s <corpus dir>\n", argv[0]);
+    return 2;
+  }
+  const std::string root = argv[1];
+  struct Harness {
+    const char* name;
+    Bytes (*seed)(HVXPARAMLIST);
+  } const harnesses[] = {{"list_stream", StreamSeed}, {"list_image", ImageSeed}};
+  const std::vector<HVXPARAMLIST> lists = SampleLists();
+  bool ok = true;
+  for (const Harness& h : harnesses) {
+    const std::string dir = root + "/" + h.name;
+    std::filesystem::create_directories(dir);
+    for (std::size_t i = 0; i < lists.size(); ++i)
+      ok &= WriteFile(dir + "/seed" + std::to_string(i), h.seed(lists[i]));
+  }
+  for (HVXPARAMLIST list : lists)
+    VXCloseHandle(list);
+  return ok ? 0 : 1;
+}
