@@ -89,7 +89,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   ChannelRef channel(new ByteChannel(stream.data(), stream.size()));
   HVXPARAMLIST list = VXCreateParamList();
   std::uint32_t next[2] = {};
-  if (ListFromHandle(list)->ReadList(channel.get(), imageSize, children, false, &next[0], &next[1]) < 0) {
+  if (ListFromHandle(list)->ReadList(channel.get(), imageSize, children, false, &next[0],
+                                     &next[1]) < 0) {
     VXCloseHandle(list);
     return 0;
   }

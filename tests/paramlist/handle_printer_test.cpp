@@ -66,8 +66,9 @@ HVXPARAMLIST Received(const Bytes& wire, std::uint32_t size, std::uint32_t child
   memory->Feed(wire);
   HVXPARAMLIST list = VXCreateParamList();
   std::uint32_t next[2] = {};
-  EXPECT_GE(ListFromHandle(list)->ReadList(channel.get(), size, childCount, false, &next[0], &next[1]),
-            0);
+  EXPECT_GE(
+      ListFromHandle(list)->ReadList(channel.get(), size, childCount, false, &next[0], &next[1]),
+      0);
   return list;
 }
 
