@@ -622,8 +622,14 @@ class VXBUS_API ParamListHolder {
     bool operator!=(const param_iterator& other) const { return info != other.info; }
   };
 
+  // FromHandle adds a reference (the caller keeps its own: for a borrowed
+  // handle); FromRefHandle adopts the caller's reference (for a handle a call
+  // has just returned).
   static ParamListHolder FromHandle(_tag_HVXPARAMLIST handle);
   static ParamListHolder FromRefHandle(_tag_HVXPARAMLIST handle);
+
+  // Copies add a reference; a move leaves the source null, and a move
+  // assignment exchanges the two lists. Assignment is safe on itself.
 
   ParamListHolder();
   ParamListHolder(const ParamListHolder& other);
@@ -640,6 +646,10 @@ class VXBUS_API ParamListHolder {
 
   _tag_HVXPARAMLIST GetHandle() const { return handle_; }
 
+  // The list as a whole. NewList replaces the held list with a new empty one
+  // (false when none could be made); ClearList only lets go of it, leaving
+  // other owners' list as it is (RemoveAll empties it). Clone gives a deep
+  // copy; a null holder gives a null holder.
   bool NewList();
   bool ClearList();
   ParamListHolder Clone() const;
@@ -649,6 +659,9 @@ class VXBUS_API ParamListHolder {
   std::uint32_t GetSize() const;
   bool empty() const;
 
+  // Records and values: as the exported getters, which never fail loudly (0,
+  // null or an empty result). Pointers point into the list's image and die
+  // with its next change; a returned holder owns its own reference.
   const _tag_VXPARAMINFO* GetFirst() const;
   const _tag_VXPARAMINFO* GetNext(const _tag_VXPARAMINFO* info) const;
   const _tag_VXPARAMINFO* GetInfo(const char* name) const;
@@ -679,6 +692,8 @@ class VXBUS_API ParamListHolder {
   std::uint32_t GetHandleArray(const char* name, _tag_HVXPARAMLIST* out, unsigned maxItems,
                                unsigned start) const;
 
+  // As the exported setters: a name that exists is replaced and moves to the
+  // end; a handle value takes its own reference to the child.
   _tag_VX_ERROR SetString(const char* name, const char* value);
   _tag_VX_ERROR SetInt32(const char* name, unsigned value);
   _tag_VX_ERROR SetInt64(const char* name, std::uint64_t value);
@@ -695,6 +710,8 @@ class VXBUS_API ParamListHolder {
   _tag_VX_ERROR Remove(const char* name);
   _tag_VX_ERROR RemoveAll();
 
+  // Iteration in record order; erase returns the record behind the removed
+  // one (or end), erase by name the number of records removed.
   param_iterator begin() const;
   param_iterator end() const;
   param_iterator find(const char* name) const;
@@ -709,16 +726,23 @@ class VXBUS_API ParamListHolder {
 };
 
 // Names one peer and forwards to the exported functions. Destroying any copy
-// disconnects that peer for all of them.
+// disconnects that peer for all of them, so keep one and pass it by
+// reference. No lock: Call and Notify only read the name; Connect,
+// Disconnect and assignment change it and are the caller's to keep apart.
 class VXBUS_API VXApplicationHolder {
  public:
+  // Holds at most 255 bytes of `name` (a longer one is cut); connects nothing.
   VXApplicationHolder(const char* name = nullptr);
   VXApplicationHolder(const VXApplicationHolder& other);
   VXApplicationHolder& operator=(const VXApplicationHolder& other);
   virtual ~VXApplicationHolder();
 
   const char* getName() const;
+  // True for an empty name; says nothing about a connection.
   bool operator!() const;
+  // Each bool is true when the function below returned VX_SUCCESS; blocking
+  // and ownership are that function's. Connect stores the peer's appID on
+  // success; Disconnect empties the name whatever the result.
   bool Connect(const char* host, int port, const unsigned char* secret, int secretLength);
   bool Disconnect();
   HVXPARAMLIST Call(unsigned slotId, HVXPARAMLIST list);

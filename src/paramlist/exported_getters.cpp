@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "paramlist/handle.h"
+#include "runtime/little_endian.h"
 #include "vxbus.h"
 
 using vxbus::FastHolderImpl;
@@ -53,15 +54,13 @@ const char* VXGetStringValue(HVXPARAMLIST list, const char* name) {
 
 std::uint32_t VXGetInt32Value(HVXPARAMLIST list, const char* name) {
   const _tag_VXPARAMVALUE* v = ValueOf(list, name, PT_INT32);
-  return v == nullptr ? 0 : vxbus_detail::LoadU32(v->Bytes() + 1);
+  return v == nullptr ? 0 : vxbus::Load32(v->Bytes() + 1);
 }
 
 std::uint64_t VXGetInt64Value(HVXPARAMLIST list, const char* name) {
   const _tag_VXPARAMVALUE* v = ValueOf(list, name, PT_INT64);
   if (v == nullptr) return 0;
-  std::uint64_t value;
-  std::memcpy(&value, v->Bytes() + 1, 8);
-  return value;
+  return vxbus::Load64(v->Bytes() + 1);
 }
 
 const _tag_BINARYVALUE* VXGetBinaryValue(HVXPARAMLIST list, const char* name) {
@@ -73,7 +72,7 @@ const _tag_BINARYVALUE* VXGetBinaryValue(HVXPARAMLIST list, const char* name) {
 HVXPARAMLIST VXGetHandleValue(HVXPARAMLIST list, const char* name) {
   const _tag_VXPARAMVALUE* v = ValueOf(list, name, PT_PARAMHANDLE);
   if (v == nullptr) return VX_INVALID_PARAMLIST;
-  std::uint32_t id = vxbus_detail::LoadU32(v->Bytes() + 1);
+  std::uint32_t id = vxbus::Load32(v->Bytes() + 1);
   const FastHolderImpl* l = ListFromHandle(list);
   if (id >= l->ChildCount() || l->Child(id) == nullptr) return VX_INVALID_PARAMLIST;
   FastHolderImpl* child = l->Child(id);

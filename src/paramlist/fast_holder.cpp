@@ -90,7 +90,7 @@ std::uint32_t FastHolderImpl::CheckedNextOffset(std::uint32_t offset) const {
   };
   auto word = [&](std::uint64_t at) {
     require(at + 4 <= limit);
-    return static_cast<std::uint64_t>(vxbus_detail::LoadU32(data + at));
+    return static_cast<std::uint64_t>(Load32(data + at));
   };
   auto textEndsInside = [&](std::uint64_t from) {
     return from < limit && std::memchr(data + from, 0, limit - from) != nullptr;

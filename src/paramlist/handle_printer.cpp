@@ -10,6 +10,7 @@
 #include <string>
 #include <unordered_set>
 
+#include "runtime/little_endian.h"
 #include "vxbus.h"
 
 namespace {
@@ -59,12 +60,6 @@ std::recursive_mutex& StderrDumpMutex() {
   return mutex;
 }
 
-std::uint64_t LoadU64(const unsigned char* p) {
-  std::uint64_t v;
-  std::memcpy(&v, p, sizeof v);
-  return v;
-}
-
 void Indent(std::ostream& out, std::int32_t depth) {
   for (std::int32_t i = 0; i < depth; ++i)
     out << "  ";
@@ -95,7 +90,7 @@ const char* TypeLabel(int type) {
 // record's struct.
 void PrintBytes(std::ostream& out, const void* value) {
   const auto* bytes = static_cast<const unsigned char*>(value);
-  const std::uint32_t length = vxbus_detail::LoadU32(bytes);
+  const std::uint32_t length = vxbus::Load32(bytes);
   for (std::uint32_t i = 0; i < length && out; ++i) {
     out << std::hex << std::setw(2) << static_cast<unsigned>(bytes[4 + i]);
   }
@@ -117,7 +112,7 @@ void PrintArray(Walk& walk, HVXPARAMLIST list, const _tag_VXPARAMVALUE* value, s
         out << value->GetInt32(i) << std::endl;
         break;
       case PT_INT64:
-        out << LoadU64(elements + 8 * i) << std::endl;
+        out << vxbus::Load64(elements + 8 * i) << std::endl;
         break;
       case PT_PARAMHANDLE:
         // The nested list's first record continues the index line.
@@ -166,14 +161,14 @@ void PrintValue(Walk& walk, HVXPARAMLIST list, const _tag_VXPARAMVALUE* value, s
       out << reinterpret_cast<const char*>(payload) << std::endl;
       break;
     case PT_INT32:
-      out << vxbus_detail::LoadU32(payload) << std::endl;
+      out << vxbus::Load32(payload) << std::endl;
       break;
     case PT_INT64:
-      out << LoadU64(payload) << std::endl;
+      out << vxbus::Load64(payload) << std::endl;
       break;
     case PT_PARAMHANDLE:
       out << std::endl;
-      PrintList(walk, VXGetHandleById(list, vxbus_detail::LoadU32(payload)), depth + 1);
+      PrintList(walk, VXGetHandleById(list, vxbus::Load32(payload)), depth + 1);
       break;
     case PT_BINARY:
       PrintBytes(out, payload);
