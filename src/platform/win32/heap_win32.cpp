@@ -36,7 +36,7 @@ void* HeapReallocate(void* pointer, std::size_t size) {
   return ::HeapReAlloc(Heap(), 0, pointer, size);
 }
 void HeapFree(void* pointer) {
-  ::HeapFree(Heap(), 0, pointer);
+  if (pointer != nullptr) ::HeapFree(Heap(), 0, pointer);
 }
 
 }  // namespace platform

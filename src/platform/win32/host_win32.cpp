@@ -6,8 +6,8 @@ namespace vxbus {
 namespace platform {
 
 // gethostname is a Winsock call: it fails unless the socket library runs.
-int GetHostName(char* buffer, std::size_t size) {
-  return ::gethostname(buffer, static_cast<int>(size));
+bool GetHostName(char* buffer, std::size_t size) {
+  return ::gethostname(buffer, static_cast<int>(size)) == 0;
 }
 
 void StartSocketLibrary() {

@@ -13,7 +13,33 @@ namespace platform {
 namespace {
 
 SOCKET Native(SocketHandle socket) {
-  return static_cast<SOCKET>(socket);
+  return static_cast<SOCKET>(static_cast<std::int64_t>(socket));
+}
+
+SocketHandle FromNative(SOCKET socket) {
+  return static_cast<SocketHandle>(static_cast<std::int64_t>(socket));
+}
+
+IoResult Done(std::int64_t count) {
+  IoResult result;
+  result.status = IoStatus::kOk;
+  result.count = count;
+  return result;
+}
+
+// The would-block code is the only one the logic tells apart; every code
+// goes to the log as WSAGetLastError gives it.
+IoResult FromLastError() {
+  IoResult result;
+  result.systemCode = ::WSAGetLastError();
+  result.status = result.systemCode == WSAEWOULDBLOCK ? IoStatus::kWouldBlock : IoStatus::kFailed;
+  return result;
+}
+
+IoResult Status(IoStatus status) {
+  IoResult result;
+  result.status = status;
+  return result;
 }
 
 sockaddr_in ToSockaddr(const Ipv4Endpoint& endpoint) {
@@ -32,11 +58,9 @@ bool FromSockaddr(const sockaddr_in& address, int length, Ipv4Endpoint* endpoint
   return true;
 }
 
-int SetIntOption(SocketHandle socket, int level, int option, int value) {
+bool SetIntOption(SocketHandle socket, int level, int option, int value) {
   return ::setsockopt(Native(socket), level, option, reinterpret_cast<const char*>(&value),
-                      sizeof value) == 0
-             ? 0
-             : -1;
+                      sizeof value) == 0;
 }
 
 // The child processes of the tests inherit handles; no socket may go with them.
@@ -47,7 +71,7 @@ void KeepFromChildren(SOCKET socket) {
 // One select() on one socket. `writable` picks the write set over the read
 // set; `failed`, when given, also watches the exception set, where a failed
 // connect shows, and says whether it fired.
-int SelectOne(SocketHandle socket, bool writable, std::int64_t timeoutMs, bool* failed) {
+IoResult SelectOne(SocketHandle socket, bool writable, std::int64_t timeoutMs, bool* failed) {
   fd_set watched;
   FD_ZERO(&watched);
   FD_SET(Native(socket), &watched);
@@ -64,9 +88,10 @@ int SelectOne(SocketHandle socket, bool writable, std::int64_t timeoutMs, bool* 
   }
   int result = ::select(0, writable ? nullptr : &watched, writable ? &watched : nullptr,
                         failed != nullptr ? &errors : nullptr, wait);
-  if (result <= 0) return result;
+  if (result < 0) return FromLastError();
+  if (result == 0) return Status(IoStatus::kTimedOut);
   if (failed != nullptr) *failed = FD_ISSET(Native(socket), &errors) != 0;
-  return 1;
+  return Done(0);
 }
 
 }  // namespace
@@ -76,42 +101,33 @@ SocketHandle CreateStreamSocket() {
                                WSA_FLAG_OVERLAPPED | WSA_FLAG_NO_HANDLE_INHERIT);
   if (socket == INVALID_SOCKET) return kInvalidSocket;
   KeepFromChildren(socket);
-  return static_cast<SocketHandle>(socket);
+  return FromNative(socket);
 }
 
 void CloseSocket(SocketHandle socket) {
   if (socket != kInvalidSocket) ::closesocket(Native(socket));
 }
 
-int LastSocketError() {
-  return ::WSAGetLastError();
-}
-
-// Winsock reports a connect under way with the same code.
-bool IsWouldBlock(int error) {
-  return error == WSAEWOULDBLOCK;
-}
-
 // A plain Winsock bind already takes a port whose old connections linger;
 // exclusive use keeps another socket from binding over a live listener.
-int AllowAddressReuse(SocketHandle socket) {
+bool AllowAddressReuse(SocketHandle socket) {
   return SetIntOption(socket, SOL_SOCKET, SO_EXCLUSIVEADDRUSE, 1);
 }
 
-int SetNoDelay(SocketHandle socket, bool on) {
+bool SetNoDelay(SocketHandle socket, bool on) {
   return SetIntOption(socket, IPPROTO_TCP, TCP_NODELAY, on ? 1 : 0);
 }
 
-int SetNonBlocking(SocketHandle socket, bool on) {
+bool SetNonBlocking(SocketHandle socket, bool on) {
   u_long value = on ? 1 : 0;
-  return ::ioctlsocket(Native(socket), FIONBIO, &value) == 0 ? 0 : -1;
+  return ::ioctlsocket(Native(socket), FIONBIO, &value) == 0;
 }
 
-int SetReceiveBufferSize(SocketHandle socket, int bytes) {
+bool SetReceiveBufferSize(SocketHandle socket, int bytes) {
   return SetIntOption(socket, SOL_SOCKET, SO_RCVBUF, bytes);
 }
 
-int SetSendBufferSize(SocketHandle socket, int bytes) {
+bool SetSendBufferSize(SocketHandle socket, int bytes) {
   return SetIntOption(socket, SOL_SOCKET, SO_SNDBUF, bytes);
 }
 
@@ -141,31 +157,36 @@ std::string FormatDottedAddress(std::uint32_t address) {
   return std::string(text);
 }
 
-int Connect(SocketHandle socket, const Ipv4Endpoint& endpoint) {
+// Winsock reports a connect under way as would-block.
+IoResult Connect(SocketHandle socket, const Ipv4Endpoint& endpoint) {
   sockaddr_in address = ToSockaddr(endpoint);
-  return ::connect(Native(socket), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0
-             ? 0
-             : -1;
+  if (::connect(Native(socket), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
+    return Done(0);
+  return FromLastError();
 }
 
 // Winsock never reports a refused connect as writable: it shows in the
-// exception set.
-int WaitConnected(SocketHandle socket, std::int64_t timeoutMs) {
+// exception set, with its code in SO_ERROR.
+IoResult WaitConnected(SocketHandle socket, std::int64_t timeoutMs) {
   bool failed = false;
-  int result = SelectOne(socket, true, timeoutMs, &failed);
-  if (result <= 0) return result;
-  return failed ? -1 : 1;
+  IoResult result = SelectOne(socket, true, timeoutMs, &failed);
+  if (!result.ok() || !failed) return result;
+  IoResult refused;
+  int error = 0;
+  int length = sizeof error;
+  if (::getsockopt(Native(socket), SOL_SOCKET, SO_ERROR, reinterpret_cast<char*>(&error),
+                   &length) == 0)
+    refused.systemCode = error;
+  return refused;
 }
 
-int Bind(SocketHandle socket, const Ipv4Endpoint& endpoint) {
+bool Bind(SocketHandle socket, const Ipv4Endpoint& endpoint) {
   sockaddr_in address = ToSockaddr(endpoint);
-  return ::bind(Native(socket), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0
-             ? 0
-             : -1;
+  return ::bind(Native(socket), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
-int Listen(SocketHandle socket, int backlog) {
-  return ::listen(Native(socket), backlog) == 0 ? 0 : -1;
+bool Listen(SocketHandle socket, int backlog) {
+  return ::listen(Native(socket), backlog) == 0;
 }
 
 SocketHandle Accept(SocketHandle listener, Ipv4Endpoint* peer) {
@@ -175,7 +196,7 @@ SocketHandle Accept(SocketHandle listener, Ipv4Endpoint* peer) {
   if (accepted == INVALID_SOCKET) return kInvalidSocket;
   KeepFromChildren(accepted);
   if (peer != nullptr && !FromSockaddr(address, length, peer)) *peer = Ipv4Endpoint();
-  return static_cast<SocketHandle>(accepted);
+  return FromNative(accepted);
 }
 
 bool GetPeerEndpoint(SocketHandle socket, Ipv4Endpoint* endpoint) {
@@ -194,24 +215,28 @@ bool GetLocalEndpoint(SocketHandle socket, Ipv4Endpoint* endpoint) {
   return FromSockaddr(address, length, endpoint);
 }
 
-int WaitReadable(SocketHandle socket, std::int64_t timeoutMs) {
+IoResult WaitReadable(SocketHandle socket, std::int64_t timeoutMs) {
   return SelectOne(socket, false, timeoutMs, nullptr);
 }
 
-int WaitWritable(SocketHandle socket, std::int64_t timeoutMs) {
+IoResult WaitWritable(SocketHandle socket, std::int64_t timeoutMs) {
   return SelectOne(socket, true, timeoutMs, nullptr);
 }
 
 // recv and send take an int length; a longer request is served in parts, as
 // callers loop until they have all their bytes.
-std::int64_t Receive(SocketHandle socket, void* buffer, std::size_t length) {
+IoResult Receive(SocketHandle socket, void* buffer, std::size_t length) {
   int part = length > INT_MAX ? INT_MAX : static_cast<int>(length);
-  return ::recv(Native(socket), static_cast<char*>(buffer), part, 0);
+  int count = ::recv(Native(socket), static_cast<char*>(buffer), part, 0);
+  if (count > 0 || (count == 0 && length == 0)) return Done(count);
+  if (count == 0) return Status(IoStatus::kClosed);
+  return FromLastError();
 }
 
-std::int64_t Send(SocketHandle socket, const void* bytes, std::size_t length) {
+IoResult Send(SocketHandle socket, const void* bytes, std::size_t length) {
   int part = length > INT_MAX ? INT_MAX : static_cast<int>(length);
-  return ::send(Native(socket), static_cast<const char*>(bytes), part, 0);
+  int count = ::send(Native(socket), static_cast<const char*>(bytes), part, 0);
+  return count >= 0 ? Done(count) : FromLastError();
 }
 
 }  // namespace platform
