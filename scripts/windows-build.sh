@@ -31,12 +31,15 @@ unset DISPLAY WAYLAND_DISPLAY
 ENV
 # shellcheck source=/dev/null
 source "$build/wine-env.sh"
-if [ ! -f "$WINEPREFIX/system.reg" ]; then
+if [ ! -f "$WINEPREFIX/.vxbus-ready" ]; then
   wineboot -i </dev/null >/dev/null 2>&1
   wineserver -w
+  touch "$WINEPREFIX/.vxbus-ready"
 fi
 
-cmake -S . -B "$build" -DCMAKE_TOOLCHAIN_FILE="$toolchain" -DGTest_DIR="$gtest/lib/cmake/GTest" >/dev/null
+# Release: without debug information the cross build takes half the time.
+cmake -S . -B "$build" -DCMAKE_TOOLCHAIN_FILE="$toolchain" -DCMAKE_BUILD_TYPE=Release \
+  -DGTest_DIR="$gtest/lib/cmake/GTest" >/dev/null
 if [ "$#" -gt 0 ]; then
   cmake --build "$build" -j"$(nproc)" --target "$@"
 else
