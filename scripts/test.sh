@@ -15,9 +15,11 @@ if [ "$sanitize" = windows ]; then
   cmake --build build -j"$(nproc)" --target linux_windows_tests
   # shellcheck source=/dev/null
   source build-windows/wine-env.sh
-  # One Wine server for the whole run instead of one per program; its output
-  # goes nowhere, so that it holds no pipe of the caller open.
+  # One Wine server for the whole run instead of one per program, with Wine's
+  # own services started here: whatever they inherit stays open as long as
+  # they run, and a pipe of CTest's must not be among it.
   wineserver -p </dev/null >/dev/null 2>&1 || true  # one may run already
+  wineboot </dev/null >/dev/null 2>&1
   status=0
   ctest --test-dir build-windows --output-on-failure -j2 --timeout 300 </dev/null || status=$?
   ctest --test-dir build -R '^LinuxWindowsTest\.' --output-on-failure --timeout 300 </dev/null ||
