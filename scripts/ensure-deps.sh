@@ -1,14 +1,16 @@
 #!/usr/bin/env bash
 # Installs what a build needs on Debian 12 when it is missing.
-#   bash scripts/ensure-deps.sh              the gcc build and the test suite
-#   bash scripts/ensure-deps.sh fuzz         and clang with libFuzzer for fuzz/
-#   bash scripts/ensure-deps.sh [fuzz] PKG.. and the packages named
+#   bash scripts/ensure-deps.sh               the gcc build and the test suite
+#   bash scripts/ensure-deps.sh fuzz          and clang with libFuzzer for fuzz/
+#   bash scripts/ensure-deps.sh windows       and the MinGW-w64 cross compiler,
+#                                             Wine and GoogleTest's sources
+#   bash scripts/ensure-deps.sh [KIND] PKG..  and the packages named
 set -euo pipefail
 packages=(cmake g++ make libgtest-dev pkg-config python3)
-if [ "${1:-}" = fuzz ]; then
-  packages+=(clang libclang-rt-14-dev)
-  shift
-fi
+case "${1:-}" in
+  fuzz) packages+=(clang libclang-rt-14-dev); shift ;;
+  windows) packages+=(g++-mingw-w64-x86-64-posix wine wine64 googletest); shift ;;
+esac
 packages+=("$@")
 needed=()
 for pkg in "${packages[@]}"; do
@@ -16,6 +18,6 @@ for pkg in "${packages[@]}"; do
 done
 if [ "${#needed[@]}" -gt 0 ]; then
   export DEBIAN_FRONTEND=noninteractive
-  apt-get update -qq
+  apt-get -o DPkg::Lock::Timeout=900 update -qq
   apt-get -o DPkg::Lock::Timeout=900 install -y -qq --no-install-recommends "${needed[@]}" >/dev/null
 fi

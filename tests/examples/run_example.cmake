@@ -1,13 +1,16 @@
 # Runs one example program and holds it to its exit status and to lines that
 # its output must contain.
 #
-#   cmake -DPROGRAM=<path> [-DARGUMENTS=a|b] [-DEXPECT=text|text...] -P run_example.cmake
+#   cmake -DPROGRAM=<path> [-DARGUMENTS=a|b] [-DEXPECT=text|text...]
+#         [-DEMULATOR=command|argument...] -P run_example.cmake
 #
+# EMULATOR runs a program that was built for another system (Wine).
 # Lists are separated by "|"; each EXPECT text is looked for as it stands.
 string(REPLACE "|" ";" arguments "${ARGUMENTS}")
 string(REPLACE "|" ";" expected "${EXPECT}")
+string(REPLACE "|" ";" emulator "${EMULATOR}")
 
-execute_process(COMMAND "${PROGRAM}" ${arguments}
+execute_process(COMMAND ${emulator} "${PROGRAM}" ${arguments}
                 OUTPUT_VARIABLE output ERROR_VARIABLE output
                 RESULT_VARIABLE status TIMEOUT 50)
 message("${output}")

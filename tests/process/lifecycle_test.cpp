@@ -126,7 +126,12 @@ class LifecycleTest : public ::testing::Test {
     peer.Send("connect 127.0.0.1 " + std::to_string(port));
     return peer.Expect("connect-result ");
   }
-  static PeerOptions Named(std::string name, int port = 0) { return {name, port, "", "", 0}; }
+  static PeerOptions Named(std::string name, int port = 0) {
+    PeerOptions options;
+    options.name = name;
+    options.port = port;
+    return options;
+  }
   static std::string Accepted() { return "connect-result 0 " + g_ownAppId; }
   static VXLimits Record() { return VXLimits{sizeof(VXLimits), {}}; }
   static bool Same(const VXLimits& a, const VXLimits& b) { return !std::memcmp(&a, &b, sizeof a); }

@@ -1,11 +1,10 @@
 #include "support/channel_pair.h"
 
-#include <unistd.h>
-
 #include <atomic>
 #include <thread>
 
 #include "platform/socket.h"
+#include "support/child_process.h"
 #include "support/wait.h"
 #include "transport/pipe_channel.h"
 #include "transport/socket_channel.h"
@@ -43,7 +42,8 @@ ChannelPair MakeSocketChannelPair() {
 
 std::string UniquePipeName(const std::string& stem) {
   static std::atomic<int> counter{0};
-  return "vxbus_test_" + stem + "_" + std::to_string(getpid()) + "_" + std::to_string(++counter);
+  return "vxbus_test_" + stem + "_" + std::to_string(CurrentProcessId()) + "_" +
+         std::to_string(++counter);
 }
 
 ChannelPair MakePipeChannelPair() {

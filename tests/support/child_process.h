@@ -4,6 +4,7 @@
 #define VXBUS_TESTS_SUPPORT_CHILD_PROCESS_H_
 
 #include <chrono>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -12,23 +13,32 @@ namespace testing {
 
 class ChildProcess {
  public:
-  // Starts `program` with `arguments`.
+  // Starts `program` with `arguments`; `program` is looked up in PATH when
+  // it names no folder. The child inherits nothing but its standard streams.
   ChildProcess(const std::string& program, const std::vector<std::string>& arguments);
   ~ChildProcess();  // kills the child if it still runs
   ChildProcess(const ChildProcess&) = delete;
   ChildProcess& operator=(const ChildProcess&) = delete;
 
   bool WriteLine(const std::string& line);
-  // The next line the child wrote, without its newline; false on time-out or end.
+  // The next line the child wrote, without its newline (and carriage
+  // return); false on time-out or end.
   bool ReadLine(std::string& line, std::chrono::milliseconds limit);
   void Kill();
 
  private:
-  long pid_ = -1;
-  int toChild_ = -1;
-  int fromChild_ = -1;
+  struct Native;  // the system's handles; each platform's file defines it
+
+  // Appends what the child wrote next to `pending_`, waiting until
+  // `deadline` at most; false on time-out or end.
+  bool ReadMore(std::chrono::steady_clock::time_point deadline);
+
+  std::unique_ptr<Native> native_;
   std::string pending_;  // bytes read past the last line handed out
 };
+
+// The id of the calling process, for names that must differ between processes.
+long CurrentProcessId();
 
 }  // namespace testing
 }  // namespace vxbus

@@ -12,7 +12,14 @@ extern char** environ;
 namespace vxbus {
 namespace testing {
 
-ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& arguments) {
+struct ChildProcess::Native {
+  pid_t pid = -1;
+  int toChild = -1;
+  int fromChild = -1;
+};
+
+ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& arguments)
+    : native_(std::make_unique<Native>()) {
   int in[2], out[2];
   if (pipe2(in, O_CLOEXEC) != 0) return;
   if (pipe2(out, O_CLOEXEC) != 0) {
@@ -30,53 +37,50 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
     argv.push_back(const_cast<char*>(a.c_str()));
   argv.push_back(nullptr);
   pid_t pid;
-  if (posix_spawn(&pid, program.c_str(), &actions, nullptr, argv.data(), environ) == 0) pid_ = pid;
+  if (posix_spawnp(&pid, program.c_str(), &actions, nullptr, argv.data(), environ) == 0)
+    native_->pid = pid;
   posix_spawn_file_actions_destroy(&actions);
   close(in[0]);
   close(out[1]);
-  toChild_ = in[1];
-  fromChild_ = out[0];
+  native_->toChild = in[1];
+  native_->fromChild = out[0];
 }
 
 ChildProcess::~ChildProcess() {
   Kill();
-  if (toChild_ >= 0) close(toChild_);
-  if (fromChild_ >= 0) close(fromChild_);
+  if (native_->toChild >= 0) close(native_->toChild);
+  if (native_->fromChild >= 0) close(native_->fromChild);
 }
 
 bool ChildProcess::WriteLine(const std::string& line) {
   std::string text = line + "\n";
   signal(SIGPIPE, SIG_IGN);  // a child that is gone must not end the test
-  return write(toChild_, text.data(), text.size()) == static_cast<ssize_t>(text.size());
+  return write(native_->toChild, text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
-bool ChildProcess::ReadLine(std::string& line, std::chrono::milliseconds limit) {
-  auto deadline = std::chrono::steady_clock::now() + limit;
-  for (;;) {
-    auto newline = pending_.find('\n');
-    if (newline != std::string::npos) {
-      line = pending_.substr(0, newline);
-      pending_.erase(0, newline + 1);
-      return true;
-    }
-    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-        deadline - std::chrono::steady_clock::now());
-    if (left.count() <= 0) return false;
-    pollfd fd{fromChild_, POLLIN, 0};
-    if (poll(&fd, 1, static_cast<int>(left.count())) <= 0) return false;
-    char buffer[4096];
-    ssize_t n = read(fromChild_, buffer, sizeof buffer);
-    if (n <= 0) return false;
-    pending_.append(buffer, static_cast<std::size_t>(n));
-  }
+bool ChildProcess::ReadMore(std::chrono::steady_clock::time_point deadline) {
+  auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+      deadline - std::chrono::steady_clock::now());
+  if (left.count() <= 0) return false;
+  pollfd fd{native_->fromChild, POLLIN, 0};
+  if (poll(&fd, 1, static_cast<int>(left.count())) <= 0) return false;
+  char buffer[4096];
+  ssize_t n = read(native_->fromChild, buffer, sizeof buffer);
+  if (n <= 0) return false;
+  pending_.append(buffer, static_cast<std::size_t>(n));
+  return true;
 }
 
 void ChildProcess::Kill() {
-  if (pid_ <= 0) return;
-  kill(static_cast<pid_t>(pid_), SIGKILL);
+  if (native_->pid <= 0) return;
+  kill(native_->pid, SIGKILL);
   int status;
-  waitpid(static_cast<pid_t>(pid_), &status, 0);
-  pid_ = -1;
+  waitpid(native_->pid, &status, 0);
+  native_->pid = -1;
+}
+
+long CurrentProcessId() {
+  return static_cast<long>(getpid());
 }
 
 }  // namespace testing

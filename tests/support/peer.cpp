@@ -12,7 +12,13 @@ Peer::Peer(const PeerOptions& options) : options_(options) {
   if (options.maxConnections)
     arguments.insert(arguments.end(),
                      {"--max-connections", std::to_string(options.maxConnections)});
-  process_ = std::make_unique<ChildProcess>(VXBUS_TEST_PEER_PATH, arguments);
+  std::string program = options.program;
+  if (!options.launcher.empty()) {
+    arguments.insert(arguments.begin(), program);
+    arguments.insert(arguments.begin(), options.launcher.begin() + 1, options.launcher.end());
+    program = options.launcher.front();
+  }
+  process_ = std::make_unique<ChildProcess>(program, arguments);
   std::string ready = Expect("ready ");
   if (!ready.empty()) appId_ = ready.substr(6);
 }

@@ -8,8 +8,6 @@
 // Commands: quit | connect HOST PORT [SECRETHEX] | connect-pipe BASE [SECRETHEX]
 //           | call APPID SLOT | register-signal NAME | emit NAME
 //           | subscribe APPID SIGNAL SLOT | counters
-#include <unistd.h>
-
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -21,6 +19,7 @@
 #include <thread>
 #include <vector>
 
+#include "support/host_name.h"
 #include "vxbus.h"
 
 namespace {
@@ -188,9 +187,7 @@ int main(int argc, char** argv) {
     Say("init-failed");
     return 1;
   }
-  char host[1024] = {};
-  gethostname(host, sizeof host);
-  g_ownAppId = std::string(host) + ":" + std::to_string(port) + "/" + name;
+  g_ownAppId = vxbus::testing::HostName() + ":" + std::to_string(port) + "/" + name;
   const _tag_SLOT_DESCRIPTION slots[] = {
       {1, Echo, nullptr}, {2, Block, nullptr}, {3, Forward, nullptr}, {6, Record, nullptr}};
   VXRegisterSlots(slots, 4);

@@ -58,7 +58,8 @@ using Kinds = ::testing::Types<SocketKind, PipeKind>;
 TYPED_TEST_SUITE(BothChannels, Kinds);
 
 // Both directions at once, each far beyond what the socket buffers or the
-// pipes hold, so every read takes several rounds.
+// pipes hold. Every receive call counts once; how many a read takes is the
+// system's choice (Wine hands a whole pipe write to one read).
 TYPED_TEST(BothChannels, CarriesLargeTransfersBothWaysAtOnce) {
   ChannelPair pair = TypeParam::Make();
   const std::uint32_t size = 2 * 1024 * 1024 + 17;
@@ -77,7 +78,7 @@ TYPED_TEST(BothChannels, CarriesLargeTransfersBothWaysAtOnce) {
   for (std::int32_t result : results)
     EXPECT_EQ(result, static_cast<std::int32_t>(size));
   EXPECT_TRUE(atFirst == sent && atSecond == sent);
-  EXPECT_GT(g_transportReceiveCalls - receives, 4u);
+  EXPECT_GE(g_transportReceiveCalls - receives, 2u);
 }
 
 // A read above the size limit and a zero length touch nothing, even with the

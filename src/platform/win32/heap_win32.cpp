@@ -1,0 +1,43 @@
+// The private heap: one growable, serialised Win32 heap with the
+// low-fragmentation front end, made when the library is loaded and never
+// destroyed.
+#include <windows.h>
+
+#include "platform/heap.h"
+
+namespace vxbus {
+namespace platform {
+namespace {
+
+HANDLE MakeHeap() {
+  HANDLE heap = ::HeapCreate(0, 0x100000, 0);
+  ULONG lowFragmentation = 2;  // asked for, not relied on: the result is ignored
+  ::HeapSetInformation(heap, HeapCompatibilityInformation, &lowFragmentation,
+                       sizeof lowFragmentation);
+  return heap;
+}
+
+// A function-local static, so that an allocation from another static
+// initialiser finds the heap whatever the order of initialisation.
+HANDLE Heap() {
+  static const HANDLE heap = MakeHeap();
+  return heap;
+}
+
+// Makes the heap at load, before any exported function can be reached.
+const HANDLE madeAtLoad = Heap();
+
+}  // namespace
+
+void* HeapAllocate(std::size_t size) {
+  return ::HeapAlloc(Heap(), 0, size);
+}
+void* HeapReallocate(void* pointer, std::size_t size) {
+  return ::HeapReAlloc(Heap(), 0, pointer, size);
+}
+void HeapFree(void* pointer) {
+  if (pointer != nullptr) ::HeapFree(Heap(), 0, pointer);
+}
+
+}  // namespace platform
+}  // namespace vxbus

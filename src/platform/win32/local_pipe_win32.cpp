@@ -1,0 +1,233 @@
+// Local pipes as two one-way Win32 named pipes in the machine's local
+// namespace, "\\.\pipe\<name>". Only the reading end of each side is
+// overlapped, so that a read can be bounded in time and cancelled; writes
+// block until the pipe has taken the bytes.
+#include <windows.h>
+
+#include <algorithm>
+#include <chrono>
+#include <new>
+
+#include "platform/local_pipe.h"
+
+namespace vxbus {
+namespace platform {
+
+// One connected pair: the pipe this side reads, the one it writes, and the
+// event of the one overlapped read that may be under way.
+class LocalPipe {
+ public:
+  LocalPipe(HANDLE read, HANDLE write, HANDLE readEvent)
+      : read(read), write(write), readEvent(readEvent) {}
+  ~LocalPipe() {
+    ::CloseHandle(read);
+    ::CloseHandle(write);
+    ::CloseHandle(readEvent);
+  }
+  LocalPipe(const LocalPipe&) = delete;
+  LocalPipe& operator=(const LocalPipe&) = delete;
+
+  const HANDLE read;
+  const HANDLE write;
+  const HANDLE readEvent;  // manual reset
+};
+
+namespace {
+
+constexpr DWORD kPipeBufferBytes = 16284;
+constexpr DWORD kUnlimitedInstances = PIPE_UNLIMITED_INSTANCES;  // 255
+constexpr DWORD kDefaultTimeout = 0xFFFFFFFF;
+// How long a client waits for an instance while another client is taken.
+constexpr DWORD kConnectWaitMs = 10000;
+// How often the wait for the first client looks at the stop flag.
+constexpr std::int64_t kStopPollMs = 1000;
+
+std::string PipePath(const std::string& name) {
+  return "\\\\.\\pipe\\" + name;
+}
+
+bool Stopped(const std::atomic<bool>* stop) {
+  return stop != nullptr && stop->load(std::memory_order_relaxed);
+}
+
+void CloseIfOpen(HANDLE handle) {
+  if (handle != INVALID_HANDLE_VALUE && handle != nullptr) ::CloseHandle(handle);
+}
+
+IoResult Status(IoStatus status, std::int64_t count = 0, int systemCode = 0) {
+  IoResult result;
+  result.status = status;
+  result.count = count;
+  result.systemCode = systemCode;
+  return result;
+}
+
+// A pipe whose other end has gone reports one of these.
+IoResult FromLastError() {
+  const DWORD error = ::GetLastError();
+  const bool closed =
+      error == ERROR_BROKEN_PIPE || error == ERROR_PIPE_NOT_CONNECTED || error == ERROR_NO_DATA;
+  return Status(closed ? IoStatus::kClosed : IoStatus::kFailed, 0, static_cast<int>(error));
+}
+
+// Open mode as given; byte stream, blocking, up to 255 instances, 16284-byte
+// buffers both ways.
+HANDLE CreateListeningEnd(const std::string& name, DWORD openMode) {
+  return ::CreateNamedPipeA(PipePath(name).c_str(), openMode, PIPE_TYPE_BYTE | PIPE_WAIT,
+                            kUnlimitedInstances, kPipeBufferBytes, kPipeBufferBytes,
+                            kDefaultTimeout, nullptr);
+}
+
+// Waits for an event in slices, so that `stop` is seen at least once a
+// slice; true when the event was set.
+bool WaitWithStop(HANDLE event, std::int64_t waitMs, const std::atomic<bool>* stop) {
+  using Clock = std::chrono::steady_clock;
+  const auto deadline = Clock::now() + std::chrono::milliseconds(std::max<std::int64_t>(waitMs, 0));
+  for (;;) {
+    if (Stopped(stop)) return false;
+    std::int64_t slice = kStopPollMs;
+    if (waitMs >= 0) {
+      auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+      slice = std::min<std::int64_t>(slice, std::max<std::int64_t>(left, 0));
+    }
+    const DWORD waited = ::WaitForSingleObject(event, static_cast<DWORD>(slice));
+    if (waited == WAIT_OBJECT_0) return true;
+    if (waited != WAIT_TIMEOUT) return false;
+    if (waitMs >= 0 && Clock::now() >= deadline) return false;
+  }
+}
+
+// Waits, within `waitMs` and while `stop` allows, for a client on the
+// overlapped "in" end.
+bool AwaitFirstClient(HANDLE in, std::int64_t waitMs, const std::atomic<bool>* stop) {
+  HANDLE event = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
+  if (event == nullptr) return false;
+  OVERLAPPED overlapped{};
+  overlapped.hEvent = event;
+  bool connected = false;
+  if (::ConnectNamedPipe(in, &overlapped)) {
+    connected = true;
+  } else {
+    const DWORD error = ::GetLastError();
+    if (error == ERROR_PIPE_CONNECTED) {
+      connected = true;
+    } else if (error == ERROR_IO_PENDING) {
+      connected = WaitWithStop(event, waitMs, stop);
+      if (!connected) {
+        ::CancelIo(in);
+        DWORD ignored = 0;  // the record must outlive the cancelled wait
+        ::GetOverlappedResult(in, &overlapped, &ignored, TRUE);
+      }
+    } else {
+      ::CancelIo(in);
+    }
+  }
+  ::CloseHandle(event);
+  return connected;
+}
+
+// Waits without a limit for a client on the blocking "out" end. A client
+// other than the one on "in" is let go again, so that two clients cannot end
+// up with each other's halves.
+bool AwaitSameClient(HANDLE out, HANDLE in) {
+  ULONG first = 0;
+  const bool known = ::GetNamedPipeClientProcessId(in, &first) != 0;
+  for (;;) {
+    if (!::ConnectNamedPipe(out, nullptr) && ::GetLastError() != ERROR_PIPE_CONNECTED) return false;
+    ULONG second = 0;
+    if (!known || !::GetNamedPipeClientProcessId(out, &second) || second == first) return true;
+    ::DisconnectNamedPipe(out);
+  }
+}
+
+HANDLE OpenClientEnd(const std::string& name, DWORD access, DWORD flags) {
+  const std::string path = PipePath(name);
+  if (!::WaitNamedPipeA(path.c_str(), kConnectWaitMs)) return INVALID_HANDLE_VALUE;
+  return ::CreateFileA(path.c_str(), access, 0, nullptr, OPEN_EXISTING, flags, nullptr);
+}
+
+LocalPipe* MakePipe(HANDLE read, HANDLE write) {
+  HANDLE readEvent = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
+  LocalPipe* pipe =
+      readEvent == nullptr ? nullptr : new (std::nothrow) LocalPipe(read, write, readEvent);
+  if (pipe == nullptr) {
+    ::CloseHandle(read);
+    ::CloseHandle(write);
+    CloseIfOpen(readEvent);
+  }
+  return pipe;
+}
+
+}  // namespace
+
+// "in" overlapped, so that its wait is bounded; "out" blocking.
+LocalPipe* AcceptLocalPipe(const std::string& inName, const std::string& outName,
+                           std::int64_t inWaitMs, const std::atomic<bool>* stop) {
+  if (Stopped(stop)) return nullptr;
+  HANDLE in = CreateListeningEnd(inName, PIPE_ACCESS_INBOUND | FILE_FLAG_OVERLAPPED);
+  HANDLE out = CreateListeningEnd(outName, PIPE_ACCESS_OUTBOUND);
+  const bool connected = in != INVALID_HANDLE_VALUE && out != INVALID_HANDLE_VALUE &&
+                         AwaitFirstClient(in, inWaitMs, stop) && AwaitSameClient(out, in);
+  if (!connected) {
+    CloseIfOpen(in);
+    CloseIfOpen(out);
+    return nullptr;
+  }
+  return MakePipe(in, out);
+}
+
+// "in" first, as the listener waits for it first; only "out", which this
+// side reads, is overlapped.
+LocalPipe* ConnectLocalPipe(const std::string& inName, const std::string& outName) {
+  HANDLE in = OpenClientEnd(inName, GENERIC_WRITE, 0);
+  if (in == INVALID_HANDLE_VALUE) return nullptr;
+  HANDLE out = OpenClientEnd(outName, GENERIC_READ, FILE_FLAG_OVERLAPPED);
+  if (out == INVALID_HANDLE_VALUE) {
+    ::CloseHandle(in);
+    return nullptr;
+  }
+  return MakePipe(out, in);
+}
+
+void CloseLocalPipe(LocalPipe* pipe) {
+  delete pipe;
+}
+
+// One overlapped ReadFile, waited on in rounds. A round that gives up
+// cancels the read and waits for the cancellation, which may still deliver
+// bytes that arrived in the meantime: those are returned, not lost.
+IoResult ReadLocalPipe(LocalPipe* pipe, void* buffer, std::uint32_t length, std::int64_t roundMs,
+                       const std::atomic<bool>* stop) {
+  if (pipe == nullptr) return Status(IoStatus::kFailed, 0, ERROR_INVALID_HANDLE);
+  const DWORD round =
+      roundMs < 0 ? INFINITE : static_cast<DWORD>(std::min<std::int64_t>(roundMs, INFINITE - 1));
+  for (;;) {
+    OVERLAPPED overlapped{};
+    overlapped.hEvent = pipe->readEvent;
+    if (!::ReadFile(pipe->read, buffer, length, nullptr, &overlapped) &&
+        ::GetLastError() != ERROR_IO_PENDING)
+      return FromLastError();
+    DWORD waited = ::WaitForSingleObject(pipe->readEvent, round);
+    while (waited == WAIT_TIMEOUT && stop != nullptr && !stop->load(std::memory_order_relaxed))
+      waited = ::WaitForSingleObject(pipe->readEvent, round);
+    const DWORD waitError = ::GetLastError();
+    if (waited != WAIT_OBJECT_0) ::CancelIo(pipe->read);
+    DWORD count = 0;
+    if (!::GetOverlappedResult(pipe->read, &overlapped, &count, TRUE)) {
+      if (::GetLastError() != ERROR_OPERATION_ABORTED) return FromLastError();
+      return waited == WAIT_TIMEOUT ? Status(IoStatus::kTimedOut)
+                                    : Status(IoStatus::kFailed, 0, static_cast<int>(waitError));
+    }
+    if (count > 0) return Status(IoStatus::kOk, count);
+  }
+}
+
+IoResult WriteLocalPipe(LocalPipe* pipe, const void* bytes, std::uint32_t length) {
+  if (pipe == nullptr) return Status(IoStatus::kFailed, 0, ERROR_INVALID_HANDLE);
+  DWORD written = 0;
+  if (!::WriteFile(pipe->write, bytes, length, &written, nullptr)) return FromLastError();
+  return Status(IoStatus::kOk, written);
+}
+
+}  // namespace platform
+}  // namespace vxbus
