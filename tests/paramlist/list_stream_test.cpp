@@ -45,7 +45,8 @@ class ListStream : public testing::LeakCheckedTest {
   // Reads a root with the size and child count that a frame header carries.
   std::int32_t Read(HVXPARAMLIST into, std::uint32_t size, std::uint32_t childCount) {
     std::uint32_t next[2] = {};
-    return ListFromHandle(into)->ReadList(channel_.get(), size, childCount, false, &next[0], &next[1]);
+    return ListFromHandle(into)->ReadList(channel_.get(), size, childCount, false, &next[0],
+                                          &next[1]);
   }
   std::int32_t Read(HVXPARAMLIST into, HVXPARAMLIST pairOf) {
     return Read(into, VXGetHandleSize(pairOf), ListFromHandle(pairOf)->ChildCount());

@@ -4,8 +4,8 @@
 #include <thread>
 #include <vector>
 
-#include "session/message.h"
 #include "session/application.h"
+#include "session/message.h"
 #include "session/message_queue.h"
 #include "session/pending_calls.h"
 #include "vxbus.h"
