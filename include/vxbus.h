@@ -345,69 +345,136 @@ static_assert(sizeof(_tag_SLOT_DESCRIPTION) == 4 + 2 * sizeof(void*) &&
 // ---------------------------------------------------------------------------
 // Functions with C linkage
 // ---------------------------------------------------------------------------
+// Conventions for every function below, unless its own lines say otherwise:
+// - Errors are the return code (0 VX_SUCCESS, else a negative _tag_VX_ERROR);
+//   a function returning a handle returns VX_INVALID_PARAMLIST instead. A
+//   missing parameter is never an error: getters give 0, null or empty.
+// - A handle that a function returns belongs to the caller, who closes it
+//   with VXCloseHandle. Handles passed in are borrowed for the call; handles
+//   given to a slot function or a callback are borrowed for that call.
+// - Pointers into a list (strings, binaries, records) die with the list's
+//   next change or close. Texts passed in are copied before the call returns.
+// - Nothing blocks except where it says so; no call has a time limit of its
+//   own, only the channels under a session have.
+// - All functions may be called from any thread; lists have no lock, so one
+//   list is changed by one thread at a time.
 extern "C" {
 
-// Lifecycle
+// Lifecycle. Initialise calls are counted: the first starts the library's
+// threads under the name host:port/appName, later ones return VX_SUCCESS for
+// the same name and VX_ERROR_NAME_IN_USE for another; each needs its
+// VXShutdown. A null `limits`, or one of the wrong size, keeps the defaults.
+// VX_ERROR_FAILED when the host name cannot be learned. Listeners stay shut
+// until VXConnectionReady or VXStartListeners; port 0 means no TCP listener.
 VXBUS_API _tag_VX_ERROR VXInitialize(const char* appName, std::int32_t port,
                                      const VXLimits* limits);
 VXBUS_API _tag_VX_ERROR VXInitializeEx(const char* bindAddress, const char* appName,
                                        std::int32_t port, const VXLimits* limits);
+// Also listens on the local pipes "<pipeName>_in" and "<pipeName>_out".
 VXBUS_API _tag_VX_ERROR VXInitializeWithPipeChannel(const char* pipeName, const char* bindAddress,
                                                     const char* appName, std::int32_t port,
                                                     const VXLimits* limits);
+// Sets where the listeners listen, then opens them as VXConnectionReady does.
 VXBUS_API _tag_VX_ERROR VXStartListeners(const char* pipeName, const char* bindAddress,
                                          std::uint16_t port);
+// Only the call matching the first initialise does anything: it blocks until
+// the listener threads, every session and the dispatch thread have ended;
+// a handshake under way is finished first. Always VX_SUCCESS.
 VXBUS_API _tag_VX_ERROR VXShutdown(void);
+// Opens both listeners; does not block. Always VX_SUCCESS.
 VXBUS_API _tag_VX_ERROR VXConnectionReady(void);
+// Copies the shared secret (at most 256 bytes, else VX_ERROR_FAILED).
 VXBUS_API _tag_VX_ERROR VXSetAuthenticationInfo(const void* data, std::int32_t length);
 
-// Connections and listeners
+// Connections and listeners. VXConnect and VXConnectEx block through the
+// whole handshake. On success the peer's appID is copied into `appIdBuffer`
+// when it fits (the buffer is zeroed first); the session then lives until
+// either side ends it. VX_ERROR_NAME_IN_USE when the peer is connected
+// already or refuses us, VX_ERROR_FAILED for every other failure. The secret
+// is borrowed for the call; more than 256 bytes fails before anything is sent.
 VXBUS_API _tag_VX_ERROR VXConnect(const char* host, std::int32_t port, char* appIdBuffer,
                                   std::uint32_t appIdBufferSize, const unsigned char* secret,
                                   std::int32_t secretLength);
+// A non-empty pipe name wins over host and port.
 VXBUS_API _tag_VX_ERROR VXConnectEx(const char* pipeName, const char* host, std::int32_t port,
                                     char* appIdBuffer, std::uint32_t appIdBufferSize,
                                     const unsigned char* secret, std::int32_t secretLength);
+// Ends the session to `applicationName`, if any, and blocks until its
+// disconnect listener has run. Always VX_SUCCESS.
 VXBUS_API _tag_VX_ERROR VXDisconnect(const char* applicationName);
+// The four listeners run on library threads; null removes one. The texts
+// they get are borrowed for the call. Always VX_SUCCESS.
 VXBUS_API _tag_VX_ERROR VXSetConnectListener(VXConnectListener listener);
 VXBUS_API _tag_VX_ERROR VXSetDisconnectListener(VXDisconnectListener listener);
 VXBUS_API _tag_VX_ERROR VXSetAuthFailedListener(VXAuthFailedListener listener);
 VXBUS_API _tag_VX_ERROR VXSetUnknownConnectListener(VXUnknownConnectListener listener);
 
-// Calls, notifications, slots and signals
+// Calls, notifications, slots and signals. `list` is borrowed: it is written
+// to the wire by the session's writer, so it must not change until a call
+// returns or a notification's callback has run.
+// VXCall blocks without a time limit until the reply comes or the session
+// ends. It returns the output list, owned by the caller, or
+// VX_INVALID_PARAMLIST when the peer is unknown or the session ended.
 VXBUS_API HVXPARAMLIST VXCall(const char* applicationName, std::uint32_t slotId, HVXPARAMLIST list);
+// Does not block: VX_ERROR_NO_APPLICATION for an unknown peer, else
+// VX_SUCCESS. `callback` (may be null) runs on a library thread with the
+// reply's output list (borrowed), or with VX_INVALID_PARAMLIST when the
+// session ended; a session that ends just as the message is queued may drop
+// it without a call.
 VXBUS_API _tag_VX_ERROR VXNotify(const char* applicationName, std::uint32_t slotId,
                                  HVXPARAMLIST list, VXNotifyCallback callback, void* userData);
+// As VXCall and VXNotify, with `flowId` stored in `list` first.
 VXBUS_API HVXPARAMLIST VXCallWithFlow(std::uint32_t flowId, const char* applicationName,
                                       std::uint32_t slotId, HVXPARAMLIST list);
 VXBUS_API _tag_VX_ERROR VXNotifyWithFlow(std::uint32_t flowId, const char* applicationName,
                                          std::uint32_t slotId, HVXPARAMLIST list,
                                          VXNotifyCallback callback, void* userData);
+// Slot functions run one at a time on the dispatch thread; a later
+// registration of an id replaces the earlier one. VXUnregisterSlot gives
+// VX_ERROR_NO_SLOT for an id that is not registered.
 VXBUS_API _tag_VX_ERROR VXRegisterSlot(std::uint32_t slotId, VXSlotFunction slotFunction,
                                        void* userData);
 VXBUS_API _tag_VX_ERROR VXUnregisterSlot(std::uint32_t slotId);
+// VXUnregisterSignal gives VX_ERROR_NO_SIGNAL for an unknown name.
 VXBUS_API _tag_VX_ERROR VXRegisterSignal(const char* signalName);
 VXBUS_API _tag_VX_ERROR VXUnregisterSignal(const char* signalName);
+// Subscribe slot `slotId` of this process to a peer's signal. Connect does
+// not wait for the peer; disconnect blocks until the peer has answered.
+// Both return VX_SUCCESS whatever happened.
 VXBUS_API _tag_VX_ERROR VXConnectSignal(const char* applicationName, const char* signalName,
                                         std::uint32_t slotId);
 VXBUS_API _tag_VX_ERROR VXDisconnectSignal(const char* applicationName, const char* signalName,
                                            std::uint32_t slotId);
+// Notifies every subscriber of a registered signal, as VXNotify does;
+// VX_ERROR_NO_SIGNAL for a name that is not registered. With no subscriber
+// the callback runs once at once, on the calling thread.
 VXBUS_API _tag_VX_ERROR VXEmit(const char* signalName, HVXPARAMLIST list, VXNotifyCallback callback,
                                void* userData);
 VXBUS_API _tag_VX_ERROR VXEmitWithFlow(std::uint32_t flowId, const char* signalName,
                                        HVXPARAMLIST list, VXNotifyCallback callback,
                                        void* userData);
 
-// Lists as a whole
+// Lists as a whole. Lists are reference counted; every handle a function
+// returns holds one reference, which VXCloseHandle gives back.
+// A new, empty list, owned by the caller.
 VXBUS_API HVXPARAMLIST VXCreateParamList(void);
+// Adds a reference and returns the same handle, now also owned by the caller.
 VXBUS_API HVXPARAMLIST VXReferenceHandle(HVXPARAMLIST list);
+// Gives back one reference; the last one frees the list and lets go of its
+// children. Null is allowed. Always 0.
 VXBUS_API std::int32_t VXCloseHandle(HVXPARAMLIST list);
+// A new list with the same records, owned by the caller; nested lists are
+// shared with the source, not copied.
 VXBUS_API HVXPARAMLIST VXCloneHandle(HVXPARAMLIST list);
+// Sets every record of `source` on `destination` (both borrowed); a null or
+// identical destination is left alone. Always 0.
 VXBUS_API std::int32_t VXCopyHandle(HVXPARAMLIST source, HVXPARAMLIST destination);
 VXBUS_API std::uint32_t VXGetHandleSize(HVXPARAMLIST list);
 VXBUS_API std::uint32_t VXGetParamCount(HVXPARAMLIST list);
 
-// Getters
+// Getters. Nothing is owned by the caller: pointers and arrays point into the
+// list's image, and a handle value is borrowed from the list (take a
+// reference with VXReferenceHandle to keep it). Missing or mistyped: 0/null.
 VXBUS_API const char* VXGetStringValue(HVXPARAMLIST list, const char* name);
 VXBUS_API std::uint32_t VXGetInt32Value(HVXPARAMLIST list, const char* name);
 VXBUS_API std::uint64_t VXGetInt64Value(HVXPARAMLIST list, const char* name);
@@ -422,7 +489,8 @@ VXBUS_API std::uint32_t VXGetBinaryArray(HVXPARAMLIST list, const char* name,
                                          const _tag_BINARYVALUE** out, std::uint32_t maxItems,
                                          std::uint32_t start);
 
-// Setters
+// Setters. A value of the same name is replaced; bytes and texts are copied.
+// A handle value adds a reference to the child, which the list then holds.
 VXBUS_API _tag_VX_ERROR VXSetStringValue(HVXPARAMLIST list, const char* name, const char* value);
 VXBUS_API _tag_VX_ERROR VXSetInt32Value(HVXPARAMLIST list, const char* name, std::uint32_t value);
 VXBUS_API _tag_VX_ERROR VXSetInt64Value(HVXPARAMLIST list, const char* name, std::uint64_t value);
@@ -444,7 +512,9 @@ VXBUS_API _tag_VX_ERROR VXSetBinaryItemArray(HVXPARAMLIST list, const char* name
 VXBUS_API _tag_VX_ERROR VXSetHandleArray(HVXPARAMLIST list, const char* name, std::uint32_t count,
                                          const HVXPARAMLIST* values);
 
-// Walking and removing
+// Walking and removing. Records point into the image and die with the
+// list's next change. VXRemoveParamByInfo takes only a record of this list's
+// current image and returns the record now at its place, or null.
 VXBUS_API const _tag_VXPARAMINFO* VXGetFirstParam(HVXPARAMLIST list);
 VXBUS_API const _tag_VXPARAMINFO* VXGetNextParam(HVXPARAMLIST list, const _tag_VXPARAMINFO* info);
 VXBUS_API const _tag_VXPARAMINFO* VXParamInfo(HVXPARAMLIST list, const char* name);
@@ -455,12 +525,17 @@ VXBUS_API const _tag_VXPARAMINFO* VXRemoveParamByInfo(HVXPARAMLIST list,
 VXBUS_API _tag_VX_ERROR VXRemoveValue(HVXPARAMLIST list, const char* name);
 VXBUS_API _tag_VX_ERROR VXRemoveAllValues(HVXPARAMLIST list);
 
-// Printing
+// Printing, for diagnostics. PrintHandleInfo writes to the standard error
+// stream; the buffer form writes at most `size` bytes including the zero
+// byte that ends them, cutting the text short.
 VXBUS_API void PrintHandleInfo(HVXPARAMLIST list, bool printTypes);
 VXBUS_API void PrintHandleInfoToBuffer(HVXPARAMLIST list, bool printTypes, char* destination,
                                        std::uint32_t size);
 
-// Memory and diagnostics
+// Memory and diagnostics. VXAllocate and VXRealloc use the library's private
+// heap and return null when it is exhausted; VXFree takes what they returned.
+// VXSetLogLevel installs the one log sink (null removes it); the sink runs on
+// whichever thread logs, and its text is borrowed for the call.
 VXBUS_API void* VXAllocate(std::uint64_t size);
 VXBUS_API void* VXRealloc(void* pointer, std::uint64_t size);
 VXBUS_API void VXFree(void* pointer);

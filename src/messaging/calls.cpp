@@ -1,8 +1,8 @@
 // Blocking calls and notifications to a slot of a peer.
 #include "messaging/flow_id.h"
-#include "messaging/slot_call_message.h"
 #include "paramlist/handle.h"
 #include "session/application_registry.h"
+#include "session/slot_call_message.h"
 #include "vxbus.h"
 
 using namespace vxbus;
@@ -16,7 +16,7 @@ HVXPARAMLIST VXCall(const char* applicationName, std::uint32_t slotId, HVXPARAML
     std::lock_guard<std::recursive_mutex> lock(g_applications.Mutex());
     session = g_applications.FindLocked(applicationName);
     if (!session.IsValid()) return VX_INVALID_PARAMLIST;
-    IVXMessage::EventRef event(new IVXMessage::ISyncEvent);
+    IVXMessage::EventRef event(new MTObjects::ISyncEvent);
     message = new VXSlotCallMessage(event, session, slotId, list, nullptr, nullptr);
     session->sendQueue.Push(message);
   }

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "messaging/message.h"
+#include "session/message.h"
 
 namespace vxbus {
 

@@ -8,8 +8,8 @@
 
 #include "paramlist/child_array.h"
 #include "paramlist/list_image.h"
+#include "runtime/byte_stream.h"
 #include "runtime/referenced_ptr.h"
-#include "transport/transport_channel.h"
 #include "vxbus.h"
 
 namespace vxbus {
@@ -85,9 +85,9 @@ class FastHolderImpl : public MTObjects::MTReferencedTypeBase, public VXMemoryBu
 
   // The stream form of a tree of lists on a channel, image after image in
   // pre-order with the size pair of the next list between two images.
-  std::int32_t WriteList(ChannelRef& channel, bool hasNext, std::uint32_t nextSize,
+  std::int32_t WriteList(IByteStream* channel, bool hasNext, std::uint32_t nextSize,
                          std::uint32_t nextChildCount);
-  std::int32_t ReadList(ChannelRef& channel, std::uint32_t size, std::uint32_t childCount,
+  std::int32_t ReadList(IByteStream* channel, std::uint32_t size, std::uint32_t childCount,
                         bool hasNext, std::uint32_t* nextSize, std::uint32_t* nextChildCount);
 
  protected:
@@ -110,7 +110,7 @@ class FastHolderImpl : public MTObjects::MTReferencedTypeBase, public VXMemoryBu
   // Offset of the record behind the one at `offset`, checked against `used`
   // before any byte is read.
   std::uint32_t CheckedNextOffset(std::uint32_t offset) const;
-  std::int32_t ReadOntoImage(ChannelRef& channel, std::uint32_t length);
+  std::int32_t ReadOntoImage(IByteStream* channel, std::uint32_t length);
 
   ListBody body_;
 };

@@ -5,20 +5,10 @@
 #include <utility>
 
 #include "paramlist/fast_holder.h"
+#include "runtime/little_endian.h"
 #include "runtime/memory_buffer.h"
 
 namespace vxbus {
-
-namespace {
-
-std::uint32_t Load32(const unsigned char* p) {
-  return vxbus_detail::LoadU32(p);
-}
-void Store32(unsigned char* p, std::uint32_t v) {
-  std::memcpy(p, &v, 4);
-}
-
-}  // namespace
 
 const _tag_VXPARAMINFO* FastHolderImpl::Remove(const _tag_VXPARAMINFO* record) {
   if (record == nullptr) return nullptr;

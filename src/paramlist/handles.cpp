@@ -3,6 +3,7 @@
 #include <new>
 
 #include "paramlist/handle.h"
+#include "runtime/little_endian.h"
 #include "runtime/memory_buffer.h"
 #include "vxbus.h"
 
@@ -15,10 +16,6 @@ using vxbus::ListRef;
 extern "C" VXBUS_API const HVXPARAMLIST VX_INVALID_PARAMLIST = {nullptr};
 
 namespace {
-
-std::uint32_t Load32(const unsigned char* p) {
-  return vxbus_detail::LoadU32(p);
-}
 
 // Scratch arrays for one record: 512 bytes on the stack, more on the private
 // heap until the end of that record.
@@ -35,21 +32,18 @@ void CopyRecord(const FastHolderImpl& from, const _tag_VXPARAMINFO* record, Fast
       to.SetString(name, reinterpret_cast<const char*>(t + 1));
       return;
     case PT_INT32:
-      to.SetInt32(name, Load32(t + 1));
+      to.SetInt32(name, vxbus::Load32(t + 1));
       return;
-    case PT_INT64: {
-      std::uint64_t v;
-      std::memcpy(&v, t + 1, 8);
-      to.SetInt64(name, v);
+    case PT_INT64:
+      to.SetInt64(name, vxbus::Load64(t + 1));
       return;
-    }
     case PT_BINARY:
-      to.SetBinary(name, t + 5, Load32(t + 1));
+      to.SetBinary(name, t + 5, vxbus::Load32(t + 1));
       return;
     case PT_PARAMHANDLE: {
       // The nested list is shared, not copied. An index that names no entry
       // (the null index) copies as a null handle.
-      std::uint32_t id = Load32(t + 1);
+      std::uint32_t id = vxbus::Load32(t + 1);
       to.SetHandle(name, id < from.ChildCount() ? from.ChildRef(id) : ListRef());
       return;
     }

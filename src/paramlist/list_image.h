@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "runtime/little_endian.h"
 #include "runtime/private_heap.h"
 #include "vxbus.h"
 
@@ -100,12 +101,8 @@ class VXMemoryBufferTpl2 {
     if (offset >= used) throw NoDataExeption();
     return data + offset;
   }
-  std::uint32_t Load32At(std::uint32_t offset) {
-    std::uint32_t v;
-    std::memcpy(&v, At(offset), 4);
-    return v;
-  }
-  void Store32At(std::uint32_t offset, std::uint32_t value) { std::memcpy(At(offset), &value, 4); }
+  std::uint32_t Load32At(std::uint32_t offset) { return Load32(At(offset)); }
+  void Store32At(std::uint32_t offset, std::uint32_t value) { Store32(At(offset), value); }
 
   std::uint32_t used;
   std::uint32_t capacity;

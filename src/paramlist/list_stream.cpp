@@ -24,7 +24,7 @@ SizePair PairOf(const FastHolderImpl& list) {
 // The duty to write the pair of whatever follows this subtree is handed down
 // the last branch, so each image is followed by exactly one pair unless it
 // ends the stream.
-std::int32_t FastHolderImpl::WriteList(ChannelRef& channel, bool hasNext, std::uint32_t nextSize,
+std::int32_t FastHolderImpl::WriteList(IByteStream* channel, bool hasNext, std::uint32_t nextSize,
                                        std::uint32_t nextChildCount) {
   std::int32_t total = channel->Write(data, used);
   if (body_.children.Empty()) {
@@ -53,7 +53,7 @@ std::int32_t FastHolderImpl::WriteList(ChannelRef& channel, bool hasNext, std::u
 
 // Grows the image to exactly the need and reads behind `used`. On failure
 // `used` stays, the larger allocation too.
-std::int32_t FastHolderImpl::ReadOntoImage(ChannelRef& channel, std::uint32_t length) {
+std::int32_t FastHolderImpl::ReadOntoImage(IByteStream* channel, std::uint32_t length) {
   Reserve(length);
   std::int32_t r = channel->Read(data + used, length);
   if (r >= 0) used += length;
@@ -63,7 +63,7 @@ std::int32_t FastHolderImpl::ReadOntoImage(ChannelRef& channel, std::uint32_t le
 // Each image is read together with the pair behind it in one channel read;
 // the pair passes through the image and is taken off again. Called on an
 // empty list: bytes are appended and Recount adds to the count.
-std::int32_t FastHolderImpl::ReadList(ChannelRef& channel, std::uint32_t size,
+std::int32_t FastHolderImpl::ReadList(IByteStream* channel, std::uint32_t size,
                                       std::uint32_t childCount, bool hasNext,
                                       std::uint32_t* nextSize, std::uint32_t* nextChildCount) {
   const bool pairFollows = childCount > 0 || hasNext;

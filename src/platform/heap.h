@@ -7,7 +7,10 @@
 namespace vxbus {
 namespace platform {
 
-// Thread-safe; HeapFree frees what HeapAllocate and HeapReallocate return.
+// Thread-safe and usable from load to unload, before and after any other
+// start-up. HeapAllocate and HeapReallocate return null when the memory is
+// exhausted (never throw); HeapReallocate keeps the old block on failure.
+// HeapFree takes only what these two returned, and null.
 void* HeapAllocate(std::size_t size);
 void* HeapReallocate(void* pointer, std::size_t size);
 void HeapFree(void* pointer);

@@ -1,61 +1,60 @@
 // Local pipes: two one-way byte streams between two processes of one machine,
-// under the names "<base>_in" and "<base>_out". The listener reads "_in" and
-// writes "_out"; the connecting process does the opposite.
+// under two names, here called "in" and "out". The listener reads "in" and
+// writes "out"; the connecting process does the opposite. The names are
+// private to the machine and leave nothing behind when a process dies.
 //
-// Reads are split into begin, wait, cancel and finish, so that a read can be
-// bounded in time and abandoned; writes block until the pipe has taken them.
+// A LocalPipe is one connected pair, opaque above this seam: each port
+// defines it (two descriptors on POSIX; two pipe handles and the event of
+// the overlapped read on Win32). One thread may read while another writes;
+// two reads at once, or two writes at once, are not allowed.
 #ifndef VXBUS_PLATFORM_LOCAL_PIPE_H_
 #define VXBUS_PLATFORM_LOCAL_PIPE_H_
 
+#include <atomic>
 #include <cstdint>
 #include <string>
+
+#include "platform/io_result.h"
 
 namespace vxbus {
 namespace platform {
 
-using PipeHandle = std::int64_t;
-constexpr PipeHandle kInvalidPipe = -1;
+class LocalPipe;
 
-// Per-channel state of the one read that may be under way at a time.
-struct PipeReadEvent;
-
-struct PipeEnds {
-  PipeHandle read = kInvalidPipe;
-  PipeHandle write = kInvalidPipe;
-};
-
-// One round of the listener: makes both pipes, waits up to `inWaitMs` for a
-// client on `inName`, then without a limit for the same client on `outName`.
-// No listening end is left behind, whatever the outcome.
-bool AcceptPipePair(const std::string& inName, const std::string& outName, std::uint32_t inWaitMs,
-                    PipeEnds* ends);
+// One round of the listener: makes both names, waits up to `inWaitMs` for a
+// client on `inName`, then without a limit for that same client on
+// `outName`. `*stop` reading true ends the first wait early (it is looked at
+// when the round starts and at least once a second while waiting); `stop`
+// may be null. A client that goes away during the second wait may end it.
+// No listening end is left behind, whatever the outcome. Returns the
+// connected pair, owned by the caller, or null: nobody came, the round was
+// stopped, or the names could not be made.
+LocalPipe* AcceptLocalPipe(const std::string& inName, const std::string& outName,
+                           std::int64_t inWaitMs, const std::atomic<bool>* stop);
 
 // The client's side: opens `inName` for writing, then `outName` for reading.
-// Fails at once when nobody listens on a name.
-bool ConnectPipePair(const std::string& inName, const std::string& outName, PipeEnds* ends);
+// Fails at once when nobody listens on a name; waits up to 10 s while the
+// listener is busy with another client. Owned by the caller, or null.
+LocalPipe* ConnectLocalPipe(const std::string& inName, const std::string& outName);
 
-void ClosePipe(PipeHandle pipe);
+// Closes both streams without a flush; the peer's next read or write fails.
+// Null is allowed. No read or write may be under way.
+void CloseLocalPipe(LocalPipe* pipe);
 
-// Null on failure; a read with a null event fails.
-PipeReadEvent* CreatePipeReadEvent();
-void ClosePipeReadEvent(PipeReadEvent* event);
+// One read of at least 1 and at most `length` bytes from this side's read
+// stream. It waits in rounds of `roundMs`; when a round ends without a byte,
+// the read is cancelled and ends with kTimedOut unless `stop` is non-null and
+// reads false, in which case it waits another round. Once the read has
+// returned, whatever the result, nothing is in flight: no byte is taken from
+// the pipe afterwards and `buffer` is no longer written.
+// kOk with the count; kTimedOut; kClosed when the writer has gone; kFailed.
+IoResult ReadLocalPipe(LocalPipe* pipe, void* buffer, std::uint32_t length, std::int64_t roundMs,
+                       const std::atomic<bool>* stop);
 
-// Starts one read of at most `length` bytes: 1 done already, 0 under way,
-// -1 failed (a pipe whose writer has gone fails).
-int BeginPipeRead(PipeHandle pipe, PipeReadEvent* event, void* buffer, std::uint32_t length);
-// Waits for a read under way: 1 done, 0 time-out, -1 failure. 0xFFFFFFFF
-// waits without a limit.
-int WaitPipeRead(PipeHandle pipe, PipeReadEvent* event, std::uint32_t timeoutMs);
-// Abandons a read under way; no bytes are taken from the pipe afterwards.
-void CancelPipeRead(PipeHandle pipe, PipeReadEvent* event);
-// The bytes that a finished read placed in `buffer` (same buffer and length
-// as its begin), 0 if none, or -1 on failure.
-std::int64_t FinishPipeRead(PipeHandle pipe, PipeReadEvent* event, void* buffer,
-                            std::uint32_t length);
-
-// One blocking write: the count taken, or -1. A reader that has gone makes it
-// fail; it never raises a signal.
-std::int64_t WritePipe(PipeHandle pipe, const void* bytes, std::uint32_t length);
+// One write that blocks, without a time limit, until the pipe has taken at
+// least one byte: kOk with the count (maybe fewer than `length`); kClosed or
+// kFailed when the reader has gone. It never raises a signal.
+IoResult WriteLocalPipe(LocalPipe* pipe, const void* bytes, std::uint32_t length);
 
 }  // namespace platform
 }  // namespace vxbus

@@ -7,74 +7,81 @@
 #include <cstdint>
 #include <string>
 
+#include "platform/io_result.h"
+
 namespace vxbus {
 namespace platform {
 
-// 64 bits wide so that every platform's socket handle fits.
-using SocketHandle = std::int64_t;
-constexpr SocketHandle kInvalidSocket = -1;
-
-// A waiting operation given this time-out waits without a limit.
-constexpr std::int64_t kWaitForever = -1;
+// An opaque socket: the system's own handle, widened so that every
+// platform's fits. A type of its own, so that it cannot be mixed up with
+// any other handle.
+enum class SocketHandle : std::int64_t {};
+constexpr SocketHandle kInvalidSocket = static_cast<SocketHandle>(-1);
 
 struct Ipv4Endpoint {
-  std::uint32_t address = 0;  // network byte order, as inet_pton gives it
+  std::uint32_t address = 0;  // network byte order, as on the wire
   std::uint16_t port = 0;     // host byte order
 };
 
-// A new IPv4 stream socket, blocking; kInvalidSocket on failure.
+// Nothing here blocks unless it says so. Time limits follow io_result.h.
+// Failures that the logic does not act on are plain bools; the others are
+// an IoResult whose systemCode is for log lines.
+
+// A new IPv4 stream socket, blocking, not inherited by child processes;
+// kInvalidSocket on failure. The caller owns it and closes it with
+// CloseSocket.
 SocketHandle CreateStreamSocket();
-// Closes without a shutdown first; the result is not reported.
+// Closes without a shutdown first. kInvalidSocket is allowed.
 void CloseSocket(SocketHandle socket);
 
-// The error of the last failed socket operation on this thread, as the
-// platform numbers it; for log lines and IsWouldBlock.
-int LastSocketError();
-// True for the codes that mean "not now, try again after a wait": a
-// non-blocking call that would block, or a connect still under way.
-bool IsWouldBlock(int error);
-
-// Each returns 0 on success and -1 on failure.
-int SetNoDelay(SocketHandle socket, bool on);
+// Socket options; their results are for callers that care.
+bool SetNoDelay(SocketHandle socket, bool on);
 // Lets a listener bind to a port whose old connections still linger, as a
 // plain bind does on platforms where that is the default. A port that a live
 // listener holds stays taken.
-int AllowAddressReuse(SocketHandle socket);
-int SetNonBlocking(SocketHandle socket, bool on);
-int SetReceiveBufferSize(SocketHandle socket, int bytes);
-int SetSendBufferSize(SocketHandle socket, int bytes);
+bool AllowAddressReuse(SocketHandle socket);
+bool SetNonBlocking(SocketHandle socket, bool on);
+bool SetReceiveBufferSize(SocketHandle socket, int bytes);
+bool SetSendBufferSize(SocketHandle socket, int bytes);
 
 // Reads `text` as a dotted IPv4 address only, never through a resolver.
 bool ParseDottedAddress(const char* text, std::uint32_t* address);
-// Resolves a host name to the first IPv4 address it has.
+// Resolves a host name to the first IPv4 address it has; may block on the
+// system's resolver.
 bool ResolveHostAddress(const char* host, std::uint32_t* address);
 // The dotted text of an address in network byte order.
 std::string FormatDottedAddress(std::uint32_t address);
 
-// 0 when connected at once, -1 otherwise; IsWouldBlock(LastSocketError())
-// then tells a connect that goes on in the background.
-int Connect(SocketHandle socket, const Ipv4Endpoint& endpoint);
-// Waits for a background connect: 1 connected, 0 time-out, -1 failed.
-int WaitConnected(SocketHandle socket, std::int64_t timeoutMs);
+// Starts a connect. On a non-blocking socket: kOk when connected at once,
+// kWouldBlock when it goes on in the background (then WaitConnected), or
+// kFailed. On a blocking socket it blocks until it is done.
+IoResult Connect(SocketHandle socket, const Ipv4Endpoint& endpoint);
+// Waits for a background connect: kOk connected, kTimedOut, or kFailed
+// (refused, unreachable).
+IoResult WaitConnected(SocketHandle socket, std::int64_t timeoutMs);
 
-int Bind(SocketHandle socket, const Ipv4Endpoint& endpoint);
-int Listen(SocketHandle socket, int backlog);
-// The accepted socket, blocking, or kInvalidSocket; `peer` may be null.
+bool Bind(SocketHandle socket, const Ipv4Endpoint& endpoint);
+bool Listen(SocketHandle socket, int backlog);
+// Blocks on a blocking listener. The accepted socket, blocking and owned by
+// the caller, or kInvalidSocket; `peer` may be null.
 SocketHandle Accept(SocketHandle listener, Ipv4Endpoint* peer);
 
 bool GetPeerEndpoint(SocketHandle socket, Ipv4Endpoint* endpoint);
 bool GetLocalEndpoint(SocketHandle socket, Ipv4Endpoint* endpoint);
 
-// 1 ready, 0 time-out, -1 failure. A socket with an error or an ended
-// stream counts as ready, so that the next call reports it.
-int WaitReadable(SocketHandle socket, std::int64_t timeoutMs);
-int WaitWritable(SocketHandle socket, std::int64_t timeoutMs);
+// kOk ready, kTimedOut, or kFailed. A socket with an error or an ended
+// stream counts as ready, so that the next call reports it; so does a
+// listener with a connection waiting.
+IoResult WaitReadable(SocketHandle socket, std::int64_t timeoutMs);
+IoResult WaitWritable(SocketHandle socket, std::int64_t timeoutMs);
 
-// One recv or send call: the count, 0 for a stream ended by the peer (recv
-// only), or -1 with LastSocketError set. A send into a connection that the
-// peer has dropped fails; it never raises a signal.
-std::int64_t Receive(SocketHandle socket, void* buffer, std::size_t length);
-std::int64_t Send(SocketHandle socket, const void* bytes, std::size_t length);
+// One recv or send call, blocking only on a blocking socket. kOk with the
+// count (at least 1 unless `length` was 0); kWouldBlock on a non-blocking
+// socket that has nothing now (or was interrupted); kClosed from Receive
+// when the peer ended the stream; kFailed otherwise. A send into a
+// connection that the peer has dropped fails; it never raises a signal.
+IoResult Receive(SocketHandle socket, void* buffer, std::size_t length);
+IoResult Send(SocketHandle socket, const void* bytes, std::size_t length);
 
 }  // namespace platform
 }  // namespace vxbus

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "runtime/little_endian.h"
 #include "runtime/private_heap.h"
 #include "vxbus.h"
 
@@ -60,9 +61,7 @@ class VXMemoryBufferTpl {
   }
   std::uint32_t Read32(std::uint64_t offset) {
     if (offset + 4 > used) throw NoDataExeption();
-    std::uint32_t v;
-    std::memcpy(&v, data + offset, 4);
-    return v;
+    return Load32(data + offset);
   }
   bool IsInline() const { return data == inline_; }
 

@@ -26,6 +26,11 @@ void VXAPPImpl::SetReaderThread(std::thread thread) {
   readerThreadHeld_.store(true);
 }
 
+void VXAPPImpl::Stop() {
+  stopRequested = true;
+  JoinReaderThread();
+}
+
 void VXAPPImpl::JoinReaderThread() {
   std::lock_guard<std::mutex> lock(joinMutex_);
   if (!readerThread.joinable() || readerThread.get_id() == std::this_thread::get_id()) return;

@@ -4,20 +4,38 @@
 #define VXBUS_SESSION_APPLICATION_H_
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <thread>
 
-#include "messaging/message.h"
+#include "runtime/sync_event.h"
+#include "session/message.h"
 #include "session/message_queue.h"
 #include "session/pending_calls.h"
 #include "transport/transport_channel.h"
 
 namespace vxbus {
 
+// Lifetime of a session, in one place:
+// - Created by the session acceptor (on a connection thread, for a peer that
+//   connected here) or by VXConnect (on the application's thread); that
+//   set-up reference goes when the handshake returns.
+// - The handshake starts both threads at once (StartThreads), parked at
+//   their go gates, runs the exchange on the set-up thread, then opens the
+//   gates (ReleaseThreads) and waits until both are up. An exchange that
+//   failed leaves `established` false, and both threads end at once.
+// - The reader enters the session in g_applications; it ends on a channel
+//   failure, `stopRequested` or g_shuttingDown, then runs the session-end
+//   hook and the disconnect listener, and sets `stopRequested` for the
+//   writer. Stop() (VXDisconnect, VXShutdown) sets the flag and joins it.
+// - The writer is detached and never joined. It ends on `stopRequested`,
+//   g_shuttingDown or a failed call; it erases the registry entry and
+//   completes every queued and pending message as failed.
+// - Each thread holds a reference for its whole run; the last to end
+//   (ThreadEnded) drops what still stands in the queue and the pending
+//   table, which hold the session. The destructor joins nothing.
 class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
  public:
   VXAPPImpl();
@@ -42,6 +60,9 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   // Joins the reader unless it is the calling thread or already joined; two
   // callers that stop the same session at once are kept apart.
   void JoinReaderThread();
+  // Asks both threads to end and waits for the reader, and so for the
+  // disconnect listener; the writer follows within its poll period.
+  void Stop();
   bool IsSessionValid() const { return IsValid(); }
 
   // Each session thread calls this as it ends. The last one lets go of what
@@ -55,20 +76,14 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   ChannelRef channel;
   std::thread readerThread;
   std::thread writerThread;
-  std::mutex readerMutex;
-  std::mutex writerMutex;
-  std::condition_variable readerUpCondition;
-  std::condition_variable readerGoCondition;
-  std::condition_variable writerUpCondition;
-  std::condition_variable writerGoCondition;
-  bool readerUp = false;
-  bool writerUp = false;
-  bool readerGo = false;
-  bool writerGo = false;
+  // The set-up gates: ReleaseThreads opens both go gates, and each thread
+  // opens its up gate once it is past its first step.
+  MTObjects::ISyncEvent readerGo;
+  MTObjects::ISyncEvent readerUp;
+  MTObjects::ISyncEvent writerGo;
+  MTObjects::ISyncEvent writerUp;
   std::atomic<bool> stopRequested{false};
   std::atomic<bool> established{false};
-  std::string peerHost;
-  std::string peerPort;
   std::string remoteAddress;
   std::string localAddress;
   VXMessageQueue sendQueue;

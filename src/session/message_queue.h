@@ -11,7 +11,7 @@
 #include <cstdint>
 #include <mutex>
 
-#include "messaging/message.h"
+#include "session/message.h"
 
 namespace vxbus {
 

@@ -6,7 +6,7 @@
 #include <map>
 #include <mutex>
 
-#include "messaging/message.h"
+#include "session/message.h"
 
 namespace vxbus {
 

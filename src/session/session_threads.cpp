@@ -1,6 +1,5 @@
 #include "session/session_threads.h"
 
-#include "messaging/signal_table.h"
 #include "runtime/log.h"
 #include "runtime/process_state.h"
 #include "session/app_id_tokens.h"
@@ -13,6 +12,8 @@ namespace {
 // Counts the session threads that still run, so that a shutdown can make
 // sure none of them is still inside the library when it returns.
 thread_local bool t_onSessionThread = false;
+
+std::atomic<SessionEndHook> g_sessionEndHook{nullptr};
 
 class LiveThreads {
  public:
@@ -43,19 +44,6 @@ class LiveThreads {
 LiveThreads& LiveSessionThreads() {
   static LiveThreads* threads = new LiveThreads;
   return *threads;
-}
-
-void OpenGate(std::mutex& mutex, bool& flag, std::condition_variable& condition) {
-  {
-    std::lock_guard<std::mutex> lock(mutex);
-    flag = true;
-  }
-  condition.notify_one();
-}
-
-void WaitGate(std::mutex& mutex, bool& flag, std::condition_variable& condition) {
-  std::unique_lock<std::mutex> lock(mutex);
-  condition.wait(lock, [&flag] { return flag; });
 }
 
 // Tells the session that one of its threads is done, on every way out.
@@ -94,14 +82,14 @@ void CallDisconnectListener(VXAPPImpl* session) {
 void ReaderThread(VXAPPImpl* raw) {
   SessionRef session(raw);
   ThreadExit exit(raw);
-  WaitGate(raw->readerMutex, raw->readerGo, raw->readerGoCondition);
+  raw->readerGo.Wait();
   if (!raw->established) {
-    OpenGate(raw->readerMutex, raw->readerUp, raw->readerUpCondition);
+    raw->readerUp.Set();
     LogNotInitialized(raw);
     return;
   }
   g_applications.Assign(raw->name, raw);
-  OpenGate(raw->readerMutex, raw->readerUp, raw->readerUpCondition);
+  raw->readerUp.Set();
   VX_LOG(kLogInfo, "Application connected:", raw->name);
   CallConnectListener(raw);
 
@@ -126,7 +114,7 @@ void ReaderThread(VXAPPImpl* raw) {
                       : raw->stopRequested.load()                    ? "Local shutdown: "
                                                                      : "Remote disconnect: ";
   VX_LOG(kLogInfo, cause, '"', raw->name, '"', " stopped");
-  g_signalTable.RemoveSession(raw);
+  if (SessionEndHook hook = g_sessionEndHook.load(std::memory_order_acquire)) hook(raw);
   CallDisconnectListener(raw);
   // The writer learns of a remote end from this flag; registry and queues
   // are the writer's to clean.
@@ -136,8 +124,8 @@ void ReaderThread(VXAPPImpl* raw) {
 void WriterThread(VXAPPImpl* raw) {
   SessionRef session(raw);
   ThreadExit exit(raw);
-  WaitGate(raw->writerMutex, raw->writerGo, raw->writerGoCondition);
-  OpenGate(raw->writerMutex, raw->writerUp, raw->writerUpCondition);
+  raw->writerGo.Wait();
+  raw->writerUp.Set();
   if (!raw->established) {
     LogNotInitialized(raw);
     return;
@@ -196,16 +184,20 @@ bool StartThreads(VXAPPImpl* session) {
   return true;
 }
 
+void SetSessionEndHook(SessionEndHook hook) {
+  g_sessionEndHook.store(hook, std::memory_order_release);
+}
+
 bool WaitForSessionThreadsToEnd(std::chrono::milliseconds limit) {
   return LiveSessionThreads().WaitForNone(limit);
 }
 
 bool ReleaseThreads(VXAPPImpl* session) {
   VX_LOG(kLogInfo, "Start management threads for ", session->name);
-  OpenGate(session->readerMutex, session->readerGo, session->readerGoCondition);
-  OpenGate(session->writerMutex, session->writerGo, session->writerGoCondition);
-  WaitGate(session->readerMutex, session->readerUp, session->readerUpCondition);
-  WaitGate(session->writerMutex, session->writerUp, session->writerUpCondition);
+  session->readerGo.Set();
+  session->writerGo.Set();
+  session->readerUp.Wait();
+  session->writerUp.Wait();
   VX_LOG(kLogInfo, "Startup completed for ", session->name);
   return true;
 }

@@ -16,6 +16,11 @@ bool StartThreads(VXAPPImpl* session);
 // (when it is established). Always true.
 bool ReleaseThreads(VXAPPImpl* session);
 
+// Called on a session's reader as the session ends, before the disconnect
+// listener, so that the layers above can forget it. Set once at load.
+using SessionEndHook = void (*)(VXAPPImpl* session);
+void SetSessionEndHook(SessionEndHook hook);
+
 // Waits until no session thread runs any more; false when `limit` passed first.
 bool WaitForSessionThreadsToEnd(std::chrono::milliseconds limit);
 

@@ -3,6 +3,7 @@
 #include <cstring>
 #include <limits>
 
+#include "runtime/little_endian.h"
 #include "runtime/memory_buffer.h"
 
 namespace vxbus {
@@ -15,7 +16,7 @@ std::int32_t WriteAppId(ITransportChannel& channel, const std::string& appId) {
   const std::uint32_t n = (static_cast<std::uint32_t>(textLength) + 4) & ~std::uint32_t{3};
   VXMemoryBufferTpl<4 + kMaxAppIdBlockLength> block;
   block.Resize(std::uint64_t{4} + n);
-  std::memcpy(block.data, &n, 4);
+  Store32(block.data, n);
   std::memset(block.data + 4, 0, n);
   if (textLength != 0) std::memcpy(block.data + 4, appId.data(), textLength);
   return channel.Write(block.data, static_cast<std::uint32_t>(block.used));

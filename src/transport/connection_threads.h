@@ -7,6 +7,7 @@
 
 #include "platform/socket.h"
 #include "runtime/referenced_ptr.h"
+#include "transport/transport_channel.h"
 
 namespace vxbus {
 
@@ -39,6 +40,32 @@ class ConnPipeThreadInfo : public MTObjects::MTReferencedTypeBase {
   std::mutex mutex_;
   std::string pipeName_;
 };
+
+// What the connection threads hand every accepted channel to: the layer that
+// owns sessions. The threads log each outcome in their own words.
+class IChannelAcceptor {
+ public:
+  enum class Outcome {
+    kStarted,    // the handshake passed; the session lives on in its own threads
+    kNoSession,  // no session object could be made; the channel is let go
+    kFailed,     // the handshake failed; the session ends itself
+  };
+  // Sessions now, for the connection limit; read without a lock, so the
+  // value may be a moment old.
+  virtual std::size_t SessionCount() = 0;
+  // Runs the whole handshake on the calling thread; blocks until it is done.
+  virtual Outcome Accept(const ChannelRef& channel) = 0;
+
+ protected:
+  ~IChannelAcceptor() = default;
+};
+
+// Set once at load, before any thread starts; not owned.
+void SetChannelAcceptor(IChannelAcceptor* acceptor);
+IChannelAcceptor& ChannelAcceptor();
+// Hands `channel` to the acceptor and logs a failure at level 2, each
+// thread's lines starting with its own `linePrefix`.
+void AcceptAndLog(const ChannelRef& channel, const char* linePrefix);
 
 extern MTObjects::MTReferencedPtr<ConnThreadInfo> g_connThreadInfo;
 extern MTObjects::MTReferencedPtr<ConnPipeThreadInfo> g_connPipeThreadInfo;

@@ -20,18 +20,20 @@ constexpr const char* kOutSuffix = "_out";
 constexpr std::uint32_t kLargestCount =
     static_cast<std::uint32_t>(std::numeric_limits<std::int32_t>::max());
 
-// Each single wait of a read gets the whole limit; a negative limit turns
-// into a very long wait, and -1 into none at all.
-std::uint32_t ReadWaitMs() {
-  return static_cast<std::uint32_t>(g_limits.limits.IO_TIMEOUT_MS);
+// Each single wait of a read gets the whole limit; -1 waits without one, and
+// any other negative limit is read as unsigned, a very long wait.
+std::int64_t ReadWaitMs() {
+  const std::int32_t limit = g_limits.limits.IO_TIMEOUT_MS;
+  if (limit == -1) return platform::kWaitForever;
+  return static_cast<std::int64_t>(static_cast<std::uint32_t>(limit));
 }
 
-ChannelRef MakeChannel(const platform::PipeEnds& ends, const std::string& peerName,
+ChannelRef MakeChannel(platform::LocalPipe* pipe, const std::string& peerName,
                        const std::string& localName) {
-  auto* channel = new (std::nothrow) PipeChannel(ends.read, ends.write, peerName, localName);
+  if (pipe == nullptr) return ChannelRef();
+  auto* channel = new (std::nothrow) PipeChannel(pipe, peerName, localName);
   if (channel == nullptr) {
-    platform::ClosePipe(ends.read);
-    platform::ClosePipe(ends.write);
+    platform::CloseLocalPipe(pipe);
     return ChannelRef();
   }
   return ChannelRef(channel);
@@ -39,18 +41,12 @@ ChannelRef MakeChannel(const platform::PipeEnds& ends, const std::string& peerNa
 
 }  // namespace
 
-PipeChannel::PipeChannel(platform::PipeHandle readPipe, platform::PipeHandle writePipe,
-                         const std::string& peerName, const std::string& localName)
-    : readEvent(platform::CreatePipeReadEvent()),
-      readHandle(readPipe),
-      writeHandle(writePipe),
-      peerAddress(peerName),
-      localAddress(localName) {}
+PipeChannel::PipeChannel(platform::LocalPipe* pipe, const std::string& peerName,
+                         const std::string& localName)
+    : pipe(pipe), peerAddress(peerName), localAddress(localName) {}
 
 PipeChannel::~PipeChannel() {
-  if (readHandle != platform::kInvalidPipe) platform::ClosePipe(readHandle);
-  if (writeHandle != platform::kInvalidPipe) platform::ClosePipe(writeHandle);
-  platform::ClosePipeReadEvent(readEvent);
+  platform::CloseLocalPipe(pipe);
 }
 
 std::int32_t PipeChannel::Read(void* buffer, std::uint32_t length) {
@@ -66,22 +62,12 @@ std::int32_t PipeChannel::ReadStoppable(void* buffer, std::uint32_t length,
   std::uint32_t remaining = length;
   for (;;) {
     g_transportReceiveCalls.fetch_add(1);
-    int started = platform::BeginPipeRead(readHandle, readEvent, position, remaining);
-    if (started < 0) return -1;
-    if (started == 0) {
-      const std::uint32_t waitMs = ReadWaitMs();
-      int waited = platform::WaitPipeRead(readHandle, readEvent, waitMs);
-      // A reader that may wait for its stop flag looks at it only when a
-      // whole wait has passed without data.
-      while (waited == 0 && stopFlag != nullptr && !stopFlag->load(std::memory_order_relaxed))
-        waited = platform::WaitPipeRead(readHandle, readEvent, waitMs);
-      if (waited != 1) {
-        platform::CancelPipeRead(readHandle, readEvent);
-        return -1;
-      }
-    }
-    std::int64_t count = platform::FinishPipeRead(readHandle, readEvent, position, remaining);
-    if (count < 0) return -1;
+    // A reader that may wait for its stop flag looks at it only when a whole
+    // wait has passed without data.
+    platform::IoResult read =
+        platform::ReadLocalPipe(pipe, position, remaining, ReadWaitMs(), stopFlag);
+    if (!read.ok()) return -1;
+    const std::int64_t count = read.count;
     if (count == remaining) return static_cast<std::int32_t>(length);
     position += count;
     remaining -= static_cast<std::uint32_t>(count);
@@ -96,8 +82,9 @@ std::int32_t PipeChannel::Write(const void* bytes, std::uint32_t length) {
   std::uint32_t remaining = length;
   for (;;) {
     g_transportSendCalls.fetch_add(1);
-    std::int64_t count = platform::WritePipe(writeHandle, position, remaining);
-    if (count < 0) return -1;
+    platform::IoResult written = platform::WriteLocalPipe(pipe, position, remaining);
+    if (!written.ok()) return -1;
+    const std::int64_t count = written.count;
     if (count == remaining) return static_cast<std::int32_t>(length);
     position += count;
     remaining -= static_cast<std::uint32_t>(count);
@@ -120,32 +107,26 @@ std::int32_t PipeChannel::WaitReadableForever() {
   return 1;
 }
 
-void PipeChannel::Reserved() {}
-
 void SetPipeNames(const std::string& baseName) {
   if (baseName.empty()) return;
   listenerPipeInName = baseName + kInSuffix;
   listenerPipeOutName = baseName + kOutSuffix;
 }
 
-ChannelRef AcceptPipeChannel() {
+ChannelRef AcceptPipeChannel(const std::atomic<bool>* stop) {
   if (listenerPipeInName.empty() || listenerPipeOutName.empty()) return ChannelRef();
-  platform::PipeEnds ends;
-  if (!platform::AcceptPipePair(listenerPipeInName, listenerPipeOutName, g_pipeAcceptWaitMs.load(),
-                                &ends))
-    return ChannelRef();
+  platform::LocalPipe* pipe = platform::AcceptLocalPipe(listenerPipeInName, listenerPipeOutName,
+                                                        g_pipeAcceptWaitMs.load(), stop);
   // The listener reads "_in" and writes "_out".
-  return MakeChannel(ends, listenerPipeOutName, listenerPipeInName);
+  return MakeChannel(pipe, listenerPipeOutName, listenerPipeInName);
 }
 
 ChannelRef ConnectPipeChannel(const std::string& baseName) {
   if (baseName.empty()) return ChannelRef();
   const std::string inName = baseName + kInSuffix;
   const std::string outName = baseName + kOutSuffix;
-  platform::PipeEnds ends;
-  if (!platform::ConnectPipePair(inName, outName, &ends)) return ChannelRef();
   // The connecting side writes "_in" and reads "_out".
-  return MakeChannel(ends, inName, outName);
+  return MakeChannel(platform::ConnectLocalPipe(inName, outName), inName, outName);
 }
 
 }  // namespace vxbus

@@ -23,10 +23,9 @@ extern std::atomic<std::uint32_t> g_pipeAcceptWaitMs;
 
 class PipeChannel : public ITransportChannel {
  public:
-  // Takes ownership of both pipes. `peerName` names the pipe this side
+  // Takes ownership of the pipe pair. `peerName` names the pipe this side
   // writes, `localName` the one it reads.
-  PipeChannel(platform::PipeHandle readPipe, platform::PipeHandle writePipe,
-              const std::string& peerName, const std::string& localName);
+  PipeChannel(platform::LocalPipe* pipe, const std::string& peerName, const std::string& localName);
   ~PipeChannel() override;
 
   PipeChannel(const PipeChannel&) = delete;
@@ -41,12 +40,9 @@ class PipeChannel : public ITransportChannel {
   // A pipe always reports ready: the read that follows does the waiting.
   std::int32_t WaitReadable(std::uint32_t timeoutMs) override;
   std::int32_t WaitReadableForever() override;
-  void Reserved() override;
 
  private:
-  platform::PipeReadEvent* readEvent;
-  platform::PipeHandle readHandle;
-  platform::PipeHandle writeHandle;
+  platform::LocalPipe* pipe;
   std::string peerAddress;
   std::string localAddress;
 };
@@ -56,8 +52,9 @@ class PipeChannel : public ITransportChannel {
 void SetPipeNames(const std::string& baseName);
 
 // One round of the listener on the names of SetPipeNames; null when nobody
-// came within g_pipeAcceptWaitMs or the pipes could not be made.
-ChannelRef AcceptPipeChannel();
+// came within g_pipeAcceptWaitMs, `*stop` was set (may be null), or the
+// pipes could not be made.
+ChannelRef AcceptPipeChannel(const std::atomic<bool>* stop);
 
 // Connects to the listener of `baseName`; null at once for an empty name or
 // one that nobody listens on.

@@ -47,6 +47,12 @@ std::string EndpointText(const platform::Ipv4Endpoint& endpoint) {
   return platform::FormatDottedAddress(endpoint.address) + ":" + std::to_string(endpoint.port);
 }
 
+// The channel's 1, 0 or -1 for a wait.
+std::int32_t WaitResult(const platform::IoResult& waited) {
+  if (waited.ok()) return 1;
+  return waited.status == platform::IoStatus::kTimedOut ? 0 : -1;
+}
+
 // Results above the largest count that the contract can return are refused
 // before anything touches the socket.
 constexpr std::uint32_t kLargestCount =
@@ -85,20 +91,19 @@ std::int32_t SocketChannel::ReadStoppable(void* buffer, std::uint32_t length,
   std::uint32_t remaining = length;
   for (;;) {
     g_transportReceiveCalls.fetch_add(1);
-    std::int64_t count = platform::Receive(socketHandle, position, remaining);
-    if (count > 0) {
-      position += count;
-      remaining -= static_cast<std::uint32_t>(count);
+    platform::IoResult received = platform::Receive(socketHandle, position, remaining);
+    if (received.ok()) {
+      position += received.count;
+      remaining -= static_cast<std::uint32_t>(received.count);
       if (remaining == 0) return static_cast<std::int32_t>(length);
       continue;
     }
-    if (count == 0) {
+    if (received.status == platform::IoStatus::kClosed) {
       VX_LOG(kLogInfo, "Receive failed: socket closed");
       return -1;
     }
-    int error = platform::LastSocketError();
-    if (!platform::IsWouldBlock(error)) {
-      VX_LOG(kLogInfo, "Receive failed with code ", error);
+    if (received.status != platform::IoStatus::kWouldBlock) {
+      VX_LOG(kLogInfo, "Receive failed with code ", received.systemCode);
       return -1;
     }
     // A reader that may wait for its stop flag has no overall deadline.
@@ -106,7 +111,7 @@ std::int32_t SocketChannel::ReadStoppable(void* buffer, std::uint32_t length,
       VX_LOG(kLogInfo, "Receive failed with code ", kTimeLimitErrorCode);
       return -1;
     }
-    if (platform::WaitReadable(socketHandle, QuietPeriodMs()) == 1) continue;
+    if (platform::WaitReadable(socketHandle, QuietPeriodMs()).ok()) continue;
     if (!StopWaitAllowed(stopFlag)) return -1;
   }
 }
@@ -120,16 +125,16 @@ std::int32_t SocketChannel::Write(const void* bytes, std::uint32_t length) {
   std::uint32_t remaining = length;
   for (;;) {
     g_transportSendCalls.fetch_add(1);
-    std::int64_t count = platform::Send(socketHandle, position, remaining);
-    if (count >= 0) {
-      position += count;
-      remaining -= static_cast<std::uint32_t>(count);
+    platform::IoResult sent = platform::Send(socketHandle, position, remaining);
+    if (sent.ok()) {
+      position += sent.count;
+      remaining -= static_cast<std::uint32_t>(sent.count);
       if (remaining == 0) return static_cast<std::int32_t>(length);
       continue;
     }
-    if (!platform::IsWouldBlock(platform::LastSocketError())) return -1;
+    if (sent.status != platform::IoStatus::kWouldBlock) return -1;
     if (MillisecondsSince(start) >= TimeLimitMs()) return -1;
-    if (platform::WaitWritable(socketHandle, kWriteWaitMs) != 1) return -1;
+    if (!platform::WaitWritable(socketHandle, kWriteWaitMs).ok()) return -1;
   }
 }
 
@@ -142,14 +147,12 @@ std::string SocketChannel::GetLocalAddress() {
 }
 
 std::int32_t SocketChannel::WaitReadable(std::uint32_t timeoutMs) {
-  return platform::WaitReadable(socketHandle, timeoutMs);
+  return WaitResult(platform::WaitReadable(socketHandle, timeoutMs));
 }
 
 std::int32_t SocketChannel::WaitReadableForever() {
-  return platform::WaitReadable(socketHandle, platform::kWaitForever);
+  return WaitResult(platform::WaitReadable(socketHandle, platform::kWaitForever));
 }
-
-void SocketChannel::Reserved() {}
 
 ChannelRef ConnectSocketChannel(const char* host, std::uint16_t port) {
   platform::SocketHandle socket = platform::CreateStreamSocket();
@@ -165,15 +168,16 @@ ChannelRef ConnectSocketChannel(const char* host, std::uint16_t port) {
   }
 
   ApplyConnectedSocketOptions(socket);
-  if (platform::Connect(socket, endpoint) != 0) {
-    if (!platform::IsWouldBlock(platform::LastSocketError())) {
+  platform::IoStatus connected = platform::Connect(socket, endpoint).status;
+  if (connected != platform::IoStatus::kOk) {
+    if (connected != platform::IoStatus::kWouldBlock) {
       platform::CloseSocket(socket);
       return ChannelRef();
     }
-    int result = 0;
-    for (int round = 0; round < kConnectRounds && result == 0; ++round)
-      result = platform::WaitConnected(socket, kConnectRoundMs);
-    if (result != 1) {
+    platform::IoStatus waited = platform::IoStatus::kTimedOut;
+    for (int round = 0; round < kConnectRounds && waited == platform::IoStatus::kTimedOut; ++round)
+      waited = platform::WaitConnected(socket, kConnectRoundMs).status;
+    if (waited != platform::IoStatus::kOk) {
       platform::CloseSocket(socket);
       return ChannelRef();
     }

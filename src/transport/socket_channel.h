@@ -3,7 +3,6 @@
 #define VXBUS_TRANSPORT_SOCKET_CHANNEL_H_
 
 #include <cstdint>
-#include <mutex>
 #include <string>
 
 #include "platform/socket.h"
@@ -34,11 +33,9 @@ class SocketChannel : public ITransportChannel {
   std::string GetLocalAddress() override;
   std::int32_t WaitReadable(std::uint32_t timeoutMs) override;
   std::int32_t WaitReadableForever() override;
-  void Reserved() override;
 
  private:
   platform::SocketHandle socketHandle;
-  [[maybe_unused]] std::mutex socketMutex;  // kept with the object; no operation takes it
   std::string peerAddress;
   std::string localAddress;
 };

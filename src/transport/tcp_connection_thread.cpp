@@ -5,8 +5,6 @@
 
 #include "runtime/log.h"
 #include "runtime/process_state.h"
-#include "session/application.h"
-#include "session/application_registry.h"
 #include "transport/connection_threads.h"
 #include "transport/socket_channel.h"
 
@@ -48,8 +46,8 @@ bool TcpListener::Open() {
   platform::AllowAddressReuse(socket_);
   platform::Ipv4Endpoint address = info_->Address();
   std::string dotted = platform::FormatDottedAddress(address.address);
-  bool bound = platform::Bind(socket_, address) >= 0;
-  if (!bound || platform::Listen(socket_, kListenBacklog) < 0) {
+  bool bound = platform::Bind(socket_, address);
+  if (!bound || !platform::Listen(socket_, kListenBacklog)) {
     if (!failureLogged_) {
       failureLogged_ = true;
       if (!bound)
@@ -79,7 +77,7 @@ void TcpListener::TakeOnePeer() {
   VX_LOG(kLogInfo, "ConnectionThread. Connection from: '",
          platform::FormatDottedAddress(peer.address), "' has been accepted");
   // Strictly greater: one connection more than the limit is let in.
-  std::size_t size = g_applications.Size();
+  std::size_t size = ChannelAcceptor().SessionCount();
   if (size > g_limits.limits.MAX_CONNECTIONS) {
     VX_LOG(kLogCritical,
            "ConnectionThread. Connection limit reached. Closing connection. "
@@ -91,26 +89,19 @@ void TcpListener::TakeOnePeer() {
   VX_LOG(kLogInfo, "ConnectionThread. Configuring new socket.");
   ApplyConnectedSocketOptions(accepted);
   VX_LOG(kLogInfo, "ConnectionThread. Starting new application");
-  SessionRef session(new (std::nothrow) VXAPPImpl);
-  if (!session) {
-    VX_LOG(kLogError, "ConnectionThread. Cannot create application object");
-    platform::CloseSocket(accepted);
-  } else {
-    ChannelRef channel = WrapAcceptedSocket(accepted);
-    if (!session->AcceptApplication(channel))
-      VX_LOG(kLogError, "ConnectionThread. Application start failed");
-  }
+  ChannelRef channel = WrapAcceptedSocket(accepted);
+  AcceptAndLog(channel, "ConnectionThread. ");
   VX_LOG(kLogInfo, "ConnectionThread. Initialization of new connection is completed.");
 }
 
 void TcpListener::Run() {
   while (!ShuttingDown()) {
     if (socket_ == platform::kInvalidSocket && !Open()) continue;
-    int ready = platform::WaitReadable(socket_, kAcceptPollMs);
-    if (ready == 0) continue;
-    if (ready < 0) {
+    platform::IoResult ready = platform::WaitReadable(socket_, kAcceptPollMs);
+    if (ready.status == platform::IoStatus::kTimedOut) continue;
+    if (!ready.ok()) {
       // The listener is kept; it is not reopened after a failed wait.
-      VX_LOG(kLogError, "ConnectionThread. select failed with code=", platform::LastSocketError());
+      VX_LOG(kLogError, "ConnectionThread. select failed with code=", ready.systemCode);
       PauseOneSecond();
       continue;
     }

@@ -20,14 +20,6 @@ VXSlotTable& Table() {
   return VXSlotTable::Instance();
 }
 
-TEST(SlotTable, CountZeroOrBelowReadsNoRecord) {
-  const _tag_SLOT_DESCRIPTION slots[1] = {{101, SlotA, nullptr}};
-  EXPECT_EQ(VXRegisterSlots(slots, 0), VX_SUCCESS);
-  EXPECT_EQ(VXRegisterSlots(slots, -1), VX_SUCCESS);
-  VXSlotTable::Entry entry;
-  EXPECT_FALSE(Table().Find(101, &entry));
-}
-
 // Records apply in array order, and a repeated id replaces its entry.
 TEST(SlotTable, ReRegistrationReplacesInPlace) {
   int first = 0, second = 0;

@@ -39,12 +39,12 @@ class ListStream : public testing::LeakCheckedTest {
 
   // Writes `root` as the frame writer does.
   std::int32_t Write(HVXPARAMLIST root) {
-    return ListFromHandle(root)->WriteList(channel_, false, 0, 0);
+    return ListFromHandle(root)->WriteList(channel_.get(), false, 0, 0);
   }
   // Reads a root with the size and child count that a frame header carries.
   std::int32_t Read(HVXPARAMLIST into, std::uint32_t size, std::uint32_t childCount) {
     std::uint32_t next[2] = {};
-    return ListFromHandle(into)->ReadList(channel_, size, childCount, false, &next[0], &next[1]);
+    return ListFromHandle(into)->ReadList(channel_.get(), size, childCount, false, &next[0], &next[1]);
   }
   std::int32_t Read(HVXPARAMLIST into, HVXPARAMLIST pairOf) {
     return Read(into, VXGetHandleSize(pairOf), ListFromHandle(pairOf)->ChildCount());

@@ -29,16 +29,6 @@ TEST_F(LogTest, MaskSelectsLevelsAndTheSecondArgumentIsZero) {
   EXPECT_EQ(g_entries, (std::vector<std::string>{"1 0 level 1", "8 0 level 8"}));
 }
 
-TEST_F(LogTest, NegativeThresholdZeroMaskAndNullSinkSilenceEverything) {
-  VXSetLogLevel(0xFFFFFFFF, -1, Capture);
-  WriteAllLevels();
-  VXSetLogLevel(0, 100, Capture);
-  WriteAllLevels();
-  VXSetLogLevel(0xFFFFFFFF, 0, nullptr);
-  WriteAllLevels();
-  EXPECT_TRUE(g_entries.empty());
-}
-
 TEST_F(LogTest, NothingIsComposedWhenTheLevelIsOff) {
   int composed = 0;
   auto counted = [&composed] { return ++composed; };

@@ -8,16 +8,6 @@
 namespace vxbus {
 namespace {
 
-TEST(Limits, DefaultsAreInForceAtLoad) {
-  EXPECT_EQ(g_defaultLimits.size, 292u);
-  EXPECT_EQ(g_limits.limits.MAX_CONNECTIONS, 10u);
-  EXPECT_EQ(g_limits.limits.RESERVED_A, 64u);
-  EXPECT_EQ(g_limits.limits.MAX_READ_SIZE, 1073741824u);
-  EXPECT_EQ(g_limits.limits.RESERVED_D, 67108864u);
-  EXPECT_EQ(g_limits.limits.RESERVED_E, 1048576u);
-  EXPECT_EQ(g_limits.limits.IO_TIMEOUT_MS, 60000);
-}
-
 TEST(Limits, AuthBlockOfAtMost256BytesGoesIntoDefaultsAndRecordInForce) {
   unsigned char secret[257];
   std::memset(secret, 0x5A, sizeof secret);

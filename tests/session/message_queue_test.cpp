@@ -4,7 +4,7 @@
 #include <thread>
 #include <vector>
 
-#include "messaging/message.h"
+#include "session/message.h"
 #include "session/application.h"
 #include "session/message_queue.h"
 #include "session/pending_calls.h"

@@ -31,29 +31,35 @@ struct Observed {
   std::atomic<int> completions{0}, nullOutputs{0};
   std::atomic<bool> connected{false};
 
-  void Add(const std::string& text) {
+  // Two sessions' readers may report at once: every field is written under
+  // the mutex, and `thread` records who reported.
+  void Add(const std::string& text, std::thread::id* thread) {
     std::lock_guard<std::mutex> lock(mutex);
     events.push_back(text);
+    *thread = std::this_thread::get_id();
   }
 };
 Observed* g_observed = nullptr;
 
 void OnConnect(const char* local, const char* remote, const char* appId, const char* host,
                std::int32_t port, const char* name) {
-  g_observed->connectThread = std::this_thread::get_id();
   g_observed->Add(std::string("connect ") + local + " " + remote + " " + appId + " " + host + " " +
-                  std::to_string(port) + " " + name);
+                      std::to_string(port) + " " + name,
+                  &g_observed->connectThread);
   g_observed->connected = true;
 }
 
 void OnDisconnect(const char* appId, const char* host, std::int32_t port, const char* name) {
-  g_observed->disconnectThread = std::this_thread::get_id();
+  bool subscriptionsGone;
   {
     std::lock_guard<std::recursive_mutex> lock(g_signalTable.mutex);
-    g_observed->subscriptionsGoneAtDisconnect = g_signalTable.signals["test.signal"].empty();
+    subscriptionsGone = g_signalTable.signals["test.signal"].empty();
   }
-  g_observed->Add(std::string("disconnect ") + appId + " " + host + " " + std::to_string(port) +
-                  " " + name);
+  g_observed->Add(
+      std::string("disconnect ") + appId + " " + host + " " + std::to_string(port) + " " + name,
+      &g_observed->disconnectThread);
+  std::lock_guard<std::mutex> lock(g_observed->mutex);
+  g_observed->subscriptionsGoneAtDisconnect = subscriptionsGone;
 }
 
 _tag_VX_ERROR OnNotified(const char*, std::uint32_t, HVXPARAMLIST, HVXPARAMLIST output, void*) {

@@ -50,7 +50,7 @@ ChannelPair MakePipeChannelPair() {
   std::string name = UniquePipeName("pair");
   SetPipeNames(name);
   ChannelPair pair;
-  std::thread listener([&pair] { pair.second = AcceptPipeChannel(); });
+  std::thread listener([&pair] { pair.second = AcceptPipeChannel(nullptr); });
   // The listener's pipes may not exist yet: a connect fails at once then.
   WaitUntil([&pair, &name] {
     pair.first = ConnectPipeChannel(name);

@@ -5,8 +5,8 @@
 namespace vxbus {
 namespace platform {
 
-int GetHostName(char* buffer, std::size_t size) {
-  return gethostname(buffer, size);
+bool GetHostName(char* buffer, std::size_t size) {
+  return ::gethostname(buffer, size) == 0;
 }
 
 // POSIX sockets need no library start.

@@ -9,18 +9,31 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <cstring>
+#include <new>
 
 #include "platform/posix/poll_posix.h"
 
 namespace vxbus {
 namespace platform {
 
-struct PipeReadEvent {
-  // Bytes that BeginPipeRead got at once, waiting for FinishPipeRead; -1 if none.
-  std::int64_t completed = -1;
+// One connected pair: the descriptor this side reads and the one it writes.
+class LocalPipe {
+ public:
+  LocalPipe(int readFd, int writeFd) : readFd(readFd), writeFd(writeFd) {}
+  ~LocalPipe() {
+    ::close(readFd);
+    ::close(writeFd);
+  }
+  LocalPipe(const LocalPipe&) = delete;
+  LocalPipe& operator=(const LocalPipe&) = delete;
+
+  const int readFd;
+  const int writeFd;
 };
 
 namespace {
@@ -29,10 +42,11 @@ namespace {
 constexpr int kPipeBufferBytes = 16284;
 // How long a connect waits while another client is being taken.
 constexpr time_t kConnectWaitSeconds = 10;
-constexpr std::uint32_t kWaitWithoutLimit = 0xFFFFFFFFu;
+// How often the wait for a client looks at the stop flag.
+constexpr std::int64_t kStopCheckMs = 1000;
 
-int Fd(PipeHandle pipe) {
-  return static_cast<int>(pipe);
+bool Stopped(const std::atomic<bool>* stop) {
+  return stop != nullptr && stop->load(std::memory_order_relaxed);
 }
 
 // An abstract name starts with a zero byte and needs no file on disk, so a
@@ -59,6 +73,15 @@ void SetSendTimeout(int fd, time_t seconds) {
 
 void CloseFd(int fd) {
   if (fd >= 0) ::close(fd);
+}
+
+LocalPipe* MakePipe(int readFd, int writeFd) {
+  auto* pipe = new (std::nothrow) LocalPipe(readFd, writeFd);
+  if (pipe == nullptr) {
+    ::close(readFd);
+    ::close(writeFd);
+  }
+  return pipe;
 }
 
 // A backlog of 0 lets one client wait to be taken; a second one waits in
@@ -118,6 +141,24 @@ int AcceptSecondHalf(int outListener, int inConnection) {
   }
 }
 
+// Waits up to `waitMs` for a client on the "_in" listener, in steps of at
+// most a second so that a stop request cuts the wait short.
+bool WaitForFirstHalf(int inListener, std::int64_t waitMs, const std::atomic<bool>* stop) {
+  using Clock = std::chrono::steady_clock;
+  const bool forever = waitMs < 0;
+  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(forever ? 0 : waitMs);
+  for (;;) {
+    std::int64_t step = kStopCheckMs;
+    if (!forever) {
+      auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+      step = std::max<std::int64_t>(0, std::min<std::int64_t>(left, kStopCheckMs));
+    }
+    int result = posix::PollOne(inListener, POLLIN, step, nullptr);
+    if (result != 0) return result > 0;
+    if (Stopped(stop) || (!forever && Clock::now() >= deadline)) return false;
+  }
+}
+
 int ConnectTo(const std::string& name) {
   sockaddr_un address;
   socklen_t length = 0;
@@ -142,120 +183,103 @@ int ConnectTo(const std::string& name) {
 
 }  // namespace
 
-bool AcceptPipePair(const std::string& inName, const std::string& outName, std::uint32_t inWaitMs,
-                    PipeEnds* ends) {
+LocalPipe* AcceptLocalPipe(const std::string& inName, const std::string& outName,
+                           std::int64_t inWaitMs, const std::atomic<bool>* stop) {
+  if (Stopped(stop)) return nullptr;
   // "_out" first: a client that reached "_in" must find "_out" there too.
   int outListener = OpenListener(outName);
   int inListener = OpenListener(inName);
   if (inListener < 0 || outListener < 0) {
     CloseFd(inListener);
     CloseFd(outListener);
-    return false;
+    return nullptr;
   }
-  std::int64_t wait = inWaitMs == kWaitWithoutLimit ? -1 : static_cast<std::int64_t>(inWaitMs);
   int inConnection = -1;
-  if (posix::PollOne(inListener, POLLIN, wait, nullptr) > 0) inConnection = AcceptOne(inListener);
+  if (WaitForFirstHalf(inListener, inWaitMs, stop)) inConnection = AcceptOne(inListener);
   // Closed at once, so that no second client gets into this round.
   ::close(inListener);
   if (inConnection < 0) {
     ::close(outListener);
-    return false;
+    return nullptr;
   }
   int outConnection = AcceptSecondHalf(outListener, inConnection);
   ::close(outListener);
   if (outConnection < 0) {
     ::close(inConnection);
-    return false;
+    return nullptr;
   }
   SetBuffers(inConnection);
   SetBuffers(outConnection);
-  ends->read = inConnection;
-  ends->write = outConnection;
-  return true;
+  return MakePipe(inConnection, outConnection);
 }
 
-bool ConnectPipePair(const std::string& inName, const std::string& outName, PipeEnds* ends) {
+LocalPipe* ConnectLocalPipe(const std::string& inName, const std::string& outName) {
   int inConnection = ConnectTo(inName);
-  if (inConnection < 0) return false;
+  if (inConnection < 0) return nullptr;
   int outConnection = ConnectTo(outName);
   if (outConnection < 0) {
     ::close(inConnection);
-    return false;
+    return nullptr;
   }
-  ends->write = inConnection;
-  ends->read = outConnection;
-  return true;
+  return MakePipe(outConnection, inConnection);
 }
 
-void ClosePipe(PipeHandle pipe) {
-  if (pipe >= 0) ::close(Fd(pipe));
-}
-
-PipeReadEvent* CreatePipeReadEvent() {
-  return new PipeReadEvent();
-}
-
-void ClosePipeReadEvent(PipeReadEvent* event) {
-  delete event;
+void CloseLocalPipe(LocalPipe* pipe) {
+  delete pipe;
 }
 
 namespace {
 
-// One non-blocking receive: the count, 0 when nothing is there yet, -1 when
-// the writer has gone or the pipe failed.
-std::int64_t ReceiveNow(PipeHandle pipe, void* buffer, std::uint32_t length) {
+IoResult Status(IoStatus status, std::int64_t count = 0, int systemCode = 0) {
+  IoResult result;
+  result.status = status;
+  result.count = count;
+  result.systemCode = systemCode;
+  return result;
+}
+
+// One non-blocking receive; kWouldBlock when nothing is there yet.
+IoResult ReceiveNow(int fd, void* buffer, std::uint32_t length) {
   for (;;) {
-    ssize_t count = ::recv(Fd(pipe), buffer, length, MSG_DONTWAIT);
-    if (count > 0) return count;
-    if (count == 0) return -1;
+    ssize_t count = ::recv(fd, buffer, length, MSG_DONTWAIT);
+    if (count > 0) return Status(IoStatus::kOk, count);
+    if (count == 0) return Status(IoStatus::kClosed);
     if (errno == EINTR) continue;
-    return (errno == EAGAIN || errno == EWOULDBLOCK) ? 0 : -1;
+    if (errno == EAGAIN || errno == EWOULDBLOCK) return Status(IoStatus::kWouldBlock);
+    return Status(IoStatus::kFailed, 0, errno);
   }
 }
 
 }  // namespace
 
-int BeginPipeRead(PipeHandle pipe, PipeReadEvent* event, void* buffer, std::uint32_t length) {
-  if (event == nullptr || pipe < 0) return -1;
-  event->completed = -1;
-  std::int64_t count = ReceiveNow(pipe, buffer, length);
-  if (count < 0) return -1;
-  if (count == 0) return 0;
-  event->completed = count;
-  return 1;
-}
-
-int WaitPipeRead(PipeHandle pipe, PipeReadEvent* event, std::uint32_t timeoutMs) {
-  if (event == nullptr || pipe < 0) return -1;
-  if (event->completed >= 0) return 1;
-  std::int64_t wait = timeoutMs == kWaitWithoutLimit ? -1 : static_cast<std::int64_t>(timeoutMs);
-  int result = posix::PollOne(Fd(pipe), POLLIN, wait, nullptr);
-  return result > 0 ? 1 : result;
-}
-
-// Nothing is in flight between the calls here, so there is nothing to stop.
-void CancelPipeRead(PipeHandle, PipeReadEvent* event) {
-  if (event != nullptr) event->completed = -1;
-}
-
-std::int64_t FinishPipeRead(PipeHandle pipe, PipeReadEvent* event, void* buffer,
-                            std::uint32_t length) {
-  if (event == nullptr || pipe < 0) return -1;
-  if (event->completed >= 0) {
-    std::int64_t count = event->completed;
-    event->completed = -1;
-    return count;
+// Nothing is ever in flight between the calls here: a read that waits
+// polls, and only a poll that saw data is followed by a receive.
+IoResult ReadLocalPipe(LocalPipe* pipe, void* buffer, std::uint32_t length, std::int64_t roundMs,
+                       const std::atomic<bool>* stop) {
+  if (pipe == nullptr) return Status(IoStatus::kFailed, 0, EBADF);
+  for (;;) {
+    IoResult result = ReceiveNow(pipe->readFd, buffer, length);
+    if (result.status != IoStatus::kWouldBlock) return result;
+    int waited = posix::PollOne(pipe->readFd, POLLIN, roundMs, nullptr);
+    // A reader that may wait for its stop flag looks at it only when a whole
+    // round has passed without data.
+    while (waited == 0 && stop != nullptr && !stop->load(std::memory_order_relaxed))
+      waited = posix::PollOne(pipe->readFd, POLLIN, roundMs, nullptr);
+    if (waited == 0) return Status(IoStatus::kTimedOut);
+    if (waited < 0) return Status(IoStatus::kFailed, 0, errno);
   }
-  return ReceiveNow(pipe, buffer, length);
 }
 
 // MSG_NOSIGNAL: a reader that has gone makes the write fail with EPIPE
 // instead of raising SIGPIPE, which would end the whole process.
-std::int64_t WritePipe(PipeHandle pipe, const void* bytes, std::uint32_t length) {
-  if (pipe < 0) return -1;
+IoResult WriteLocalPipe(LocalPipe* pipe, const void* bytes, std::uint32_t length) {
+  if (pipe == nullptr) return Status(IoStatus::kFailed, 0, EBADF);
   for (;;) {
-    ssize_t count = ::send(Fd(pipe), bytes, length, MSG_NOSIGNAL);
-    if (count >= 0 || errno != EINTR) return count;
+    ssize_t count = ::send(pipe->writeFd, bytes, length, MSG_NOSIGNAL);
+    if (count >= 0) return Status(IoStatus::kOk, count);
+    if (errno == EINTR) continue;
+    return Status(errno == EPIPE || errno == ECONNRESET ? IoStatus::kClosed : IoStatus::kFailed, 0,
+                  errno);
   }
 }
 

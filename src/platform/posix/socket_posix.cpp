@@ -18,7 +18,40 @@ namespace platform {
 namespace {
 
 int Fd(SocketHandle socket) {
-  return static_cast<int>(socket);
+  return static_cast<int>(static_cast<std::int64_t>(socket));
+}
+
+// EINTR counts as "not now" too: on a non-blocking socket it only means that
+// the call should be made again, which the wait that follows leads to.
+bool IsWouldBlock(int error) {
+  return error == EAGAIN || error == EWOULDBLOCK || error == EINPROGRESS || error == EINTR;
+}
+
+IoResult Done(std::int64_t count) {
+  IoResult result;
+  result.status = IoStatus::kOk;
+  result.count = count;
+  return result;
+}
+
+IoResult FromErrno() {
+  IoResult result;
+  result.status = IsWouldBlock(errno) ? IoStatus::kWouldBlock : IoStatus::kFailed;
+  result.systemCode = errno;
+  return result;
+}
+
+// poll's 1, 0 or -1 as a result.
+IoResult FromPoll(int polled) {
+  if (polled > 0) return Done(0);
+  if (polled == 0) {
+    IoResult result;
+    result.status = IoStatus::kTimedOut;
+    return result;
+  }
+  IoResult result;
+  result.systemCode = errno;
+  return result;
 }
 
 sockaddr_in ToSockaddr(const Ipv4Endpoint& endpoint) {
@@ -40,20 +73,18 @@ bool FromSockaddr(const sockaddr_storage& storage, socklen_t length, Ipv4Endpoin
   return true;
 }
 
-int SetIntOption(SocketHandle socket, int level, int option, int value) {
-  return ::setsockopt(Fd(socket), level, option, &value, sizeof value) == 0 ? 0 : -1;
+bool SetIntOption(SocketHandle socket, int level, int option, int value) {
+  return ::setsockopt(Fd(socket), level, option, &value, sizeof value) == 0;
 }
 
 // poll reports readiness for everything that select puts in its set: data,
 // an ended stream, or a pending error.
-int WaitFor(SocketHandle socket, short events, std::int64_t timeoutMs) {
-  if (socket < 0) {
+IoResult WaitFor(SocketHandle socket, short events, std::int64_t timeoutMs) {
+  if (socket == kInvalidSocket) {
     errno = EBADF;
-    return -1;
+    return FromPoll(-1);
   }
-  short seen = 0;
-  int result = posix::PollOne(Fd(socket), events, timeoutMs, &seen);
-  return result > 0 ? 1 : result;
+  return FromPoll(posix::PollOne(Fd(socket), events, timeoutMs, nullptr));
 }
 
 }  // namespace
@@ -65,39 +96,29 @@ SocketHandle CreateStreamSocket() {
 }
 
 void CloseSocket(SocketHandle socket) {
-  if (socket >= 0) ::close(Fd(socket));
+  if (socket != kInvalidSocket) ::close(Fd(socket));
 }
 
-int LastSocketError() {
-  return errno;
-}
-
-// EINTR is counted here too: on a non-blocking socket it only means that the
-// call should be made again, which the wait that follows leads to.
-bool IsWouldBlock(int error) {
-  return error == EAGAIN || error == EWOULDBLOCK || error == EINPROGRESS || error == EINTR;
-}
-
-int AllowAddressReuse(SocketHandle socket) {
+bool AllowAddressReuse(SocketHandle socket) {
   return SetIntOption(socket, SOL_SOCKET, SO_REUSEADDR, 1);
 }
 
-int SetNoDelay(SocketHandle socket, bool on) {
+bool SetNoDelay(SocketHandle socket, bool on) {
   return SetIntOption(socket, IPPROTO_TCP, TCP_NODELAY, on ? 1 : 0);
 }
 
-int SetNonBlocking(SocketHandle socket, bool on) {
+bool SetNonBlocking(SocketHandle socket, bool on) {
   int flags = ::fcntl(Fd(socket), F_GETFL, 0);
-  if (flags < 0) return -1;
+  if (flags < 0) return false;
   flags = on ? (flags | O_NONBLOCK) : (flags & ~O_NONBLOCK);
-  return ::fcntl(Fd(socket), F_SETFL, flags) == 0 ? 0 : -1;
+  return ::fcntl(Fd(socket), F_SETFL, flags) == 0;
 }
 
-int SetReceiveBufferSize(SocketHandle socket, int bytes) {
+bool SetReceiveBufferSize(SocketHandle socket, int bytes) {
   return SetIntOption(socket, SOL_SOCKET, SO_RCVBUF, bytes);
 }
 
-int SetSendBufferSize(SocketHandle socket, int bytes) {
+bool SetSendBufferSize(SocketHandle socket, int bytes) {
   return SetIntOption(socket, SOL_SOCKET, SO_SNDBUF, bytes);
 }
 
@@ -137,34 +158,39 @@ std::string FormatDottedAddress(std::uint32_t address) {
   return std::string(text);
 }
 
-int Connect(SocketHandle socket, const Ipv4Endpoint& endpoint) {
+IoResult Connect(SocketHandle socket, const Ipv4Endpoint& endpoint) {
   sockaddr_in address = ToSockaddr(endpoint);
-  return ::connect(Fd(socket), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0
-             ? 0
-             : -1;
+  if (::connect(Fd(socket), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0)
+    return Done(0);
+  return FromErrno();
 }
 
 // A refused or failed connect shows as an error or a hang-up on the socket;
 // only plain writability means that the connection stands.
-int WaitConnected(SocketHandle socket, std::int64_t timeoutMs) {
-  if (socket < 0) {
+IoResult WaitConnected(SocketHandle socket, std::int64_t timeoutMs) {
+  if (socket == kInvalidSocket) {
     errno = EBADF;
-    return -1;
+    return FromPoll(-1);
   }
   short seen = 0;
   int result = posix::PollOne(Fd(socket), POLLOUT, timeoutMs, &seen);
-  if (result <= 0) return result;
-  return (seen & (POLLERR | POLLHUP)) != 0 ? -1 : 1;
+  if (result <= 0) return FromPoll(result);
+  if ((seen & (POLLERR | POLLHUP)) == 0) return Done(0);
+  IoResult failed;
+  int error = 0;
+  socklen_t length = sizeof error;
+  if (::getsockopt(Fd(socket), SOL_SOCKET, SO_ERROR, &error, &length) == 0)
+    failed.systemCode = error;
+  return failed;
 }
 
-int Bind(SocketHandle socket, const Ipv4Endpoint& endpoint) {
+bool Bind(SocketHandle socket, const Ipv4Endpoint& endpoint) {
   sockaddr_in address = ToSockaddr(endpoint);
-  return ::bind(Fd(socket), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 ? 0
-                                                                                              : -1;
+  return ::bind(Fd(socket), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0;
 }
 
-int Listen(SocketHandle socket, int backlog) {
-  return ::listen(Fd(socket), backlog) == 0 ? 0 : -1;
+bool Listen(SocketHandle socket, int backlog) {
+  return ::listen(Fd(socket), backlog) == 0;
 }
 
 SocketHandle Accept(SocketHandle listener, Ipv4Endpoint* peer) {
@@ -190,22 +216,30 @@ bool GetLocalEndpoint(SocketHandle socket, Ipv4Endpoint* endpoint) {
   return FromSockaddr(storage, length, endpoint);
 }
 
-int WaitReadable(SocketHandle socket, std::int64_t timeoutMs) {
+IoResult WaitReadable(SocketHandle socket, std::int64_t timeoutMs) {
   return WaitFor(socket, POLLIN, timeoutMs);
 }
 
-int WaitWritable(SocketHandle socket, std::int64_t timeoutMs) {
+IoResult WaitWritable(SocketHandle socket, std::int64_t timeoutMs) {
   return WaitFor(socket, POLLOUT, timeoutMs);
 }
 
-std::int64_t Receive(SocketHandle socket, void* buffer, std::size_t length) {
-  return ::recv(Fd(socket), buffer, length, 0);
+IoResult Receive(SocketHandle socket, void* buffer, std::size_t length) {
+  ssize_t count = ::recv(Fd(socket), buffer, length, 0);
+  if (count > 0 || (count == 0 && length == 0)) return Done(count);
+  if (count == 0) {
+    IoResult closed;
+    closed.status = IoStatus::kClosed;
+    return closed;
+  }
+  return FromErrno();
 }
 
 // MSG_NOSIGNAL: a peer that has gone makes the send fail with EPIPE instead
 // of raising SIGPIPE, which would end the whole process.
-std::int64_t Send(SocketHandle socket, const void* bytes, std::size_t length) {
-  return ::send(Fd(socket), bytes, length, MSG_NOSIGNAL);
+IoResult Send(SocketHandle socket, const void* bytes, std::size_t length) {
+  ssize_t count = ::send(Fd(socket), bytes, length, MSG_NOSIGNAL);
+  return count >= 0 ? Done(count) : FromErrno();
 }
 
 }  // namespace platform

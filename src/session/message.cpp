@@ -1,4 +1,4 @@
-#include "messaging/message.h"
+#include "session/message.h"
 
 #include <atomic>
 #include <cstring>
@@ -15,19 +15,6 @@ namespace {
 ListRef g_nullList;  // what a message without lists hands out
 const char kNoName[] = "";
 }  // namespace
-
-void IVXMessage::ISyncEvent::Set() {
-  {
-    std::lock_guard<std::mutex> lock(mutex_);
-    signalled_ = 1;
-  }
-  condition_.notify_all();
-}
-
-void IVXMessage::ISyncEvent::Wait() {
-  std::unique_lock<std::mutex> lock(mutex_);
-  condition_.wait(lock, [this] { return signalled_ != 0; });
-}
 
 std::uint32_t IVXMessage::NextMessageId() {
   return ++g_lastMessageId;

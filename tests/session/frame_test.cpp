@@ -5,9 +5,9 @@
 #include <thread>
 #include <vector>
 
-#include "messaging/slot_call_message.h"
 #include "paramlist/handle.h"
 #include "session/application.h"
+#include "session/slot_call_message.h"
 #include "support/channel_pair.h"
 
 namespace vxbus {
@@ -79,7 +79,7 @@ TEST_F(FrameTest, CallWithNestedListsAndItsReplyRoundTrip) {
   VXSetStringValue(sub, "s", "hi");
   VXSetHandleValue(input, "sub", sub);
   VXCloseHandle(sub);
-  MessageRef call(new VXSlotCallMessage(IVXMessage::EventRef(new IVXMessage::ISyncEvent), sender_,
+  MessageRef call(new VXSlotCallMessage(IVXMessage::EventRef(new MTObjects::ISyncEvent), sender_,
                                         42, input, nullptr, nullptr));
   VXCloseHandle(input);  // the message holds its own reference
   sender_->pendingCalls->Insert(call);

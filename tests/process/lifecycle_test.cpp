@@ -60,7 +60,7 @@ bool PortAccepts(int port) {
   platform::ParseDottedAddress("127.0.0.1", &endpoint.address);
   endpoint.port = static_cast<std::uint16_t>(port);
   platform::SocketHandle s = platform::CreateStreamSocket();
-  bool connected = platform::Connect(s, endpoint) == 0;
+  bool connected = platform::Connect(s, endpoint).ok();
   platform::CloseSocket(s);
   return connected;
 }
@@ -171,8 +171,8 @@ TEST_F(LifecycleTest, FirstInitialiseMergesTheLimitsRecordAndPortZeroListensNowh
 TEST_F(LifecycleTest, TcpListenerWaitsForItsPortLimitsConnectionsAndReportsSessions) {
   platform::Ipv4Endpoint any;  // all local addresses, a port of the kernel's choice
   platform::SocketHandle squatter = platform::CreateStreamSocket();
-  ASSERT_EQ(platform::Bind(squatter, any), 0);
-  ASSERT_EQ(platform::Listen(squatter, 1), 0);
+  ASSERT_TRUE(platform::Bind(squatter, any));
+  ASSERT_TRUE(platform::Listen(squatter, 1));
   ASSERT_TRUE(platform::GetLocalEndpoint(squatter, &any));
   const int port = any.port;
   VXLimits record = Record();

@@ -1,12 +1,12 @@
 // The one concrete message: calls, notifications, signal traffic and the
 // replies to all of them. A received request is turned into its own reply.
-#ifndef VXBUS_MESSAGING_SLOT_CALL_MESSAGE_H_
-#define VXBUS_MESSAGING_SLOT_CALL_MESSAGE_H_
+#ifndef VXBUS_SESSION_SLOT_CALL_MESSAGE_H_
+#define VXBUS_SESSION_SLOT_CALL_MESSAGE_H_
 
 #include <cstddef>
 #include <cstdint>
 
-#include "messaging/message.h"
+#include "session/message.h"
 #include "transport/transport_channel.h"
 
 namespace vxbus {
@@ -56,4 +56,4 @@ class VXSlotCallMessage : public IVXMessage {
 
 }  // namespace vxbus
 
-#endif  // VXBUS_MESSAGING_SLOT_CALL_MESSAGE_H_
+#endif  // VXBUS_SESSION_SLOT_CALL_MESSAGE_H_

@@ -1,8 +1,9 @@
 // Reading one frame off a session's channel.
 #include <cstring>
 
-#include "messaging/slot_call_message.h"
+#include "runtime/little_endian.h"
 #include "session/application.h"
+#include "session/slot_call_message.h"
 
 namespace vxbus {
 
@@ -12,9 +13,8 @@ bool VXAPPImpl::ReceiveMessage(MessageRef& out) {
   // Only this first read may wait for as long as the peer stays silent; the
   // rest of the frame is bounded by the channel's time limit.
   if (channel->ReadStoppable(header, sizeof header, &stopRequested) < 0) return false;
-  std::uint32_t id, state;
-  std::memcpy(&id, header, 4);
-  std::memcpy(&state, header + 4, 4);
+  const std::uint32_t id = Load32(header);
+  const std::uint32_t state = Load32(header + 4);
 
   if (state == kStateCall || state == kStateOneWay) {
     MessageRef message(new VXSlotCallMessage(SessionRef(this), header));

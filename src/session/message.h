@@ -1,13 +1,12 @@
 // The unit that crosses between two applications after the handshake.
-#ifndef VXBUS_MESSAGING_MESSAGE_H_
-#define VXBUS_MESSAGING_MESSAGE_H_
+#ifndef VXBUS_SESSION_MESSAGE_H_
+#define VXBUS_SESSION_MESSAGE_H_
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
-#include <mutex>
 
 #include "runtime/referenced_ptr.h"
+#include "runtime/sync_event.h"
 #include "vxbus.h"
 
 namespace vxbus {
@@ -30,20 +29,7 @@ extern std::atomic<std::uint32_t> g_lastMessageId;
 class IVXMessage : public MTObjects::MTReferencedTypeBase {
  public:
   // The wait object of one blocking call. Never reset: one event, one call.
-  class ISyncEvent : public MTObjects::MTReferencedTypeBase {
-   public:
-    void Set();
-    void Wait();
-
-   protected:
-    bool IsObjectValid() const override { return true; }
-
-   private:
-    std::mutex mutex_;
-    std::condition_variable condition_;
-    std::uint8_t signalled_ = 0;
-  };
-  using EventRef = MTObjects::MTReferencedPtr<ISyncEvent>;
+  using EventRef = MTObjects::MTReferencedPtr<MTObjects::ISyncEvent>;
 
   // Takes the next process-wide id; the first id of a process is 1 and the
   // counter wraps from 4294967295 to 0.
@@ -84,4 +70,4 @@ using MessageRef = MTObjects::MTReferencedPtr<IVXMessage>;
 
 }  // namespace vxbus
 
-#endif  // VXBUS_MESSAGING_MESSAGE_H_
+#endif  // VXBUS_SESSION_MESSAGE_H_

@@ -1,9 +1,10 @@
-#include "messaging/slot_call_message.h"
+#include "session/slot_call_message.h"
 
 #include <cstring>
 
 #include "paramlist/fast_holder.h"
 #include "paramlist/handle.h"
+#include "runtime/little_endian.h"
 #include "runtime/memory_buffer.h"
 #include "runtime/private_heap.h"
 #include "session/application.h"
@@ -11,11 +12,6 @@
 namespace vxbus {
 
 namespace {
-std::uint32_t LoadWord(const unsigned char* p) {
-  std::uint32_t v;
-  std::memcpy(&v, p, 4);
-  return v;
-}
 ListRef NewListUnlessOneWay(std::uint32_t state) {
   return state == kStateOneWay ? ListRef() : ListRef(new FastHolderImpl);
 }
@@ -41,7 +37,7 @@ std::int32_t VXSlotCallBody::Write(ChannelRef& channel, bool isRequest, std::uin
   header.Append32(list->ChildCount());
   std::int32_t written = channel->Write(header.data, static_cast<std::uint32_t>(header.used));
   if (written < 0) return written;
-  return list->WriteList(channel, false, 0, 0);
+  return list->WriteList(channel.get(), false, 0, 0);
 }
 
 std::int32_t VXSlotCallBody::Read(ChannelRef& channel, bool isRequest, const unsigned char* tail) {
@@ -58,7 +54,7 @@ std::int32_t VXSlotCallBody::Read(ChannelRef& channel, bool isRequest, const uns
   std::uint32_t childCount = header.Read32(header.used - 4);
   std::uint32_t size = header.Read32(header.used - 8);
   std::uint32_t nextSize = 0, nextChildCount = 0;
-  return target->ReadList(channel, size, childCount, false, &nextSize, &nextChildCount);
+  return target->ReadList(channel.get(), size, childCount, false, &nextSize, &nextChildCount);
 }
 
 VXSlotCallMessage::VXSlotCallMessage(EventRef event, SessionRef session, std::uint32_t slotId,
@@ -73,8 +69,7 @@ VXSlotCallMessage::VXSlotCallMessage(EventRef event, SessionRef session, std::ui
 }
 
 VXSlotCallMessage::VXSlotCallMessage(SessionRef session, const unsigned char* header)
-    : IVXMessage(EventRef(), std::move(session), LoadWord(header), LoadWord(header + 4),
-                 header + 8),
+    : IVXMessage(EventRef(), std::move(session), Load32(header), Load32(header + 4), header + 8),
       body_(ListRef(new FastHolderImpl), ListRef()),
       received_(1),
       callback_(nullptr),

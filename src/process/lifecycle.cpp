@@ -18,6 +18,7 @@
 #include "runtime/process_state.h"
 #include "session/application_registry.h"
 #include "session/message_queue.h"
+#include "session/session_acceptor.h"
 #include "session/session_threads.h"
 #include "transport/connection_threads.h"
 
@@ -32,10 +33,20 @@ std::thread g_dispatchThread;
 
 constexpr char kAnyAddress[] = "0.0.0.0";
 
+void ForgetSubscriptions(VXAPPImpl* session) {
+  g_signalTable.RemoveSession(session);
+}
+
+// The lower layers reach the upper ones only through these two. Wired at
+// load, so that they hold whether or not the library was initialised.
+const bool g_layersWired = [] {
+  SetChannelAcceptor(&SessionAcceptor());
+  SetSessionEndHook(ForgetSubscriptions);
+  return true;
+}();
+
 void StopAndJoinReader(const SessionRef& session) {
-  if (!session->IsSessionValid()) return;
-  session->stopRequested = true;
-  session->JoinReaderThread();
+  if (session->IsSessionValid()) session->Stop();
 }
 
 bool IsSet(const char* text) {
@@ -65,7 +76,7 @@ _tag_VX_ERROR InitializeCommon(const char* pipeName, const char* bindAddress, co
     MergeLimits(limits);
   }
   // The count stays raised on every path below; each call needs its shutdown.
-  if (platform::GetHostName(g_hostName, sizeof g_hostName) != 0) return VX_ERROR_FAILED;
+  if (!platform::GetHostName(g_hostName, sizeof g_hostName)) return VX_ERROR_FAILED;
   std::string appId = BuildOwnAppId(port, appName);
   g_shuttingDown = false;
   if (count != 1) return appId == g_ownAppId ? VX_SUCCESS : VX_ERROR_NAME_IN_USE;

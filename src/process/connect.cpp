@@ -48,9 +48,6 @@ _tag_VX_ERROR VXConnectEx(const char* pipeName, const char* host, std::int32_t p
 // writer, which may keep the entry for one more poll period.
 _tag_VX_ERROR VXDisconnect(const char* applicationName) {
   SessionRef session = g_applications.Find(applicationName);
-  if (session.IsValid()) {
-    session->stopRequested = true;
-    session->JoinReaderThread();
-  }
+  if (session.IsValid()) session->Stop();
   return VX_SUCCESS;
 }

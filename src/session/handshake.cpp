@@ -101,8 +101,6 @@ void VXAPPImpl::RunAcceptExchange() {
     CallUnknownConnectListener(this);
     return;
   }
-  peerHost = host;
-  peerPort = port;
   WriteAppId(link, g_ownAppId);
   name = appId;
   established = true;
@@ -150,8 +148,6 @@ std::int32_t VXAPPImpl::RunConnectExchange(char* appIdBuffer, std::uint32_t appI
     CallUnknownConnectListener(this);
     return VX_ERROR_FAILED;
   }
-  peerHost = host;
-  peerPort = port;
   name = appId;
   established = true;
   if (appIdBuffer && appIdBufferSize) {

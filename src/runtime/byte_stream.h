@@ -1,0 +1,29 @@
+// The ordered byte stream that lists write themselves to and read themselves
+// from. The transport's channels implement it; nothing here knows what a
+// socket, a pipe or a frame is.
+#ifndef VXBUS_RUNTIME_BYTE_STREAM_H_
+#define VXBUS_RUNTIME_BYTE_STREAM_H_
+
+#include <atomic>
+#include <cstdint>
+
+#include "runtime/referenced_ptr.h"
+
+namespace vxbus {
+
+class IByteStream : public MTObjects::MTReferencedTypeBase {
+ public:
+  // Each returns exactly `length`, or -1; after -1 the stream is out of step
+  // and the caller drops the connection. A length of 0 returns 0 at once.
+  // They block until done or until the stream's time limit passes.
+  // While *stopFlag reads false the read may wait without end for the next
+  // byte; once it is set, or with a null pointer, the time limits apply.
+  virtual std::int32_t ReadStoppable(void* buffer, std::uint32_t length,
+                                     const std::atomic<bool>* stopFlag) = 0;
+  virtual std::int32_t Read(void* buffer, std::uint32_t length) = 0;
+  virtual std::int32_t Write(const void* bytes, std::uint32_t length) = 0;
+};
+
+}  // namespace vxbus
+
+#endif  // VXBUS_RUNTIME_BYTE_STREAM_H_

@@ -1,0 +1,14 @@
+// Turns a channel that a connection thread accepted into a session.
+#ifndef VXBUS_SESSION_SESSION_ACCEPTOR_H_
+#define VXBUS_SESSION_SESSION_ACCEPTOR_H_
+
+#include "transport/connection_threads.h"
+
+namespace vxbus {
+
+// The process's one acceptor; lives as long as the process.
+IChannelAcceptor& SessionAcceptor();
+
+}  // namespace vxbus
+
+#endif  // VXBUS_SESSION_SESSION_ACCEPTOR_H_
