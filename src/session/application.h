@@ -60,8 +60,8 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   // Joins the reader unless it is the calling thread or already joined; two
   // callers that stop the same session at once are kept apart.
   void JoinReaderThread();
-  // Asks both threads to end and waits for the reader, and so for the
-  // disconnect listener; the writer follows within its poll period.
+  // Asks both threads to end, wakes them, and waits for the reader, and so
+  // for the disconnect listener; the writer follows at once.
   void Stop();
   bool IsSessionValid() const { return IsValid(); }
 

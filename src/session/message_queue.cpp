@@ -44,12 +44,18 @@ void VXMessageQueue::Push(const MessageRef& message) {
   notEmpty_.notify_one();
 }
 
+void VXMessageQueue::Wake() {
+  woken_.store(true);
+  std::lock_guard<std::mutex> lock(mutex_);
+  notEmpty_.notify_one();
+}
+
 VXMessageQueue::Node* VXMessageQueue::TakeBatch(std::int32_t limitMs) {
   Node* batch = head_.exchange(nullptr, std::memory_order_acquire);
   if (batch || limitMs == 0) return batch;
   auto take = [this, &batch] {
     batch = head_.exchange(nullptr, std::memory_order_acquire);
-    return batch != nullptr;
+    return batch != nullptr || woken_.exchange(false);
   };
   std::unique_lock<std::mutex> lock(mutex_);
   if (limitMs < 0) {

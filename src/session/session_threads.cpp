@@ -99,6 +99,8 @@ void ReaderThread(VXAPPImpl* raw) {
     std::int32_t ready = raw->channel->WaitReadable(kReaderPollMs);
     if (ready < 0) break;
     if (ready == 0) continue;
+    // A local stop wakes the wait; the frames behind it are not read.
+    if (raw->stopRequested.load()) break;
     MessageRef message;
     if (!raw->ReceiveMessage(message) || !message.IsValid()) break;
     if (message->GetState() == kStateReply) {
@@ -119,6 +121,7 @@ void ReaderThread(VXAPPImpl* raw) {
   // The writer learns of a remote end from this flag; registry and queues
   // are the writer's to clean.
   raw->stopRequested.store(true);
+  raw->sendQueue.Wake();
 }
 
 void WriterThread(VXAPPImpl* raw) {

@@ -154,6 +154,10 @@ std::int32_t SocketChannel::WaitReadableForever() {
   return WaitResult(platform::WaitReadable(socketHandle, platform::kWaitForever));
 }
 
+void SocketChannel::InterruptReads() {
+  platform::InterruptReceive(socketHandle);
+}
+
 ChannelRef ConnectSocketChannel(const char* host, std::uint16_t port) {
   platform::SocketHandle socket = platform::CreateStreamSocket();
   if (socket == platform::kInvalidSocket) return ChannelRef();

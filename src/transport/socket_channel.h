@@ -33,6 +33,7 @@ class SocketChannel : public ITransportChannel {
   std::string GetLocalAddress() override;
   std::int32_t WaitReadable(std::uint32_t timeoutMs) override;
   std::int32_t WaitReadableForever() override;
+  void InterruptReads() override;
 
  private:
   platform::SocketHandle socketHandle;

@@ -122,6 +122,31 @@ TYPED_TEST(BothChannels, StoppableReadWaitsUntilItsFlagIsSet) {
   EXPECT_EQ(result.load(), -1);
 }
 
+// A local stop wakes a read that would wait for its flag without end, and
+// every read after it fails without waiting; writing goes on.
+TYPED_TEST(BothChannels, InterruptedReadsEndAtOnceAndWritesGoOn) {
+  ChannelPair pair = TypeParam::Make();
+  const std::atomic<bool> stop{false};
+  std::atomic<std::int32_t> result{-2};
+  Signal done;
+  std::thread reader([&] {
+    unsigned char byte;
+    result = pair.second->ReadStoppable(&byte, 1, &stop);
+    done.Raise();
+  });
+  pair.second->InterruptReads();
+  EXPECT_TRUE(done.WaitFor());
+  if (result.load() == -2) pair.first.Reset();  // so that join can't hang
+  reader.join();
+  EXPECT_EQ(result.load(), -1);
+  unsigned char byte;
+  EXPECT_EQ(pair.second->ReadStoppable(&byte, 1, &stop), -1);
+  ASSERT_TRUE(pair.first.IsValid());
+  EXPECT_EQ(pair.second->Write("ok", 2), 2);
+  Bytes got(2);
+  EXPECT_EQ(pair.first->Read(got.data(), 2), 2);
+}
+
 TYPED_TEST(BothChannels, PeerClosingMidReadFailsTheRead) {
   ChannelPair pair = TypeParam::Make();
   LogCapture log;
