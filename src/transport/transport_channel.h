@@ -24,6 +24,13 @@ class ITransportChannel : public IByteStream {
   // another reads; for a local stop.
   virtual void InterruptReads() = 0;
 
+  // Between these two, small writes may be collected and passed on together
+  // in fewer system calls, in order; EndWriteBatch passes on what is left.
+  // A write inside a batch that returned its length may still fail later,
+  // in a write or in EndWriteBatch (0 or -1). One writing thread only.
+  virtual void BeginWriteBatch() {}
+  virtual std::int32_t EndWriteBatch() { return 0; }
+
  protected:
   bool IsObjectValid() const override { return true; }
 };
