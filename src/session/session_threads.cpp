@@ -128,50 +128,6 @@ bool WriterStopping(const VXAPPImpl* raw) {
   return g_shuttingDown.load(std::memory_order_relaxed) || raw->stopRequested.load();
 }
 
-// A call whose request could not be written is completed, as failed, on
-// the dispatch thread.
-void FailUnwrittenCall(VXAPPImpl* raw, std::uint32_t id) {
-  MessageRef failed;
-  raw->pendingCalls->Take(id, failed);
-  if (!failed.IsValid()) return;
-  failed->SetReplyState();
-  g_dispatchQueue.Push(failed);
-}
-
-// Writes `message` and every message queued right behind it in one write
-// batch of the channel, so that consecutive small frames leave together. A
-// failed reply or one-way frame is dropped; false when a call could not be
-// written, which ends the writer. When the batch fails as a whole, its
-// first call counts as the one that failed.
-bool WriteBatch(VXAPPImpl* raw, MessageRef message) {
-  ITransportChannel& channel = *raw->channel;
-  channel.BeginWriteBatch();
-  bool batchHasCall = false;
-  std::uint32_t firstCallId = 0;
-  while (message) {
-    if (message.IsValid()) {
-      // Entered before the first byte goes out, so no reply can overtake it.
-      if (message->GetState() == kStateCall) raw->pendingCalls->Insert(message);
-      // Send turns a received call's state into a reply.
-      const bool written = message->Send() >= 0;
-      if (message->GetState() == kStateCall) {
-        if (!written) {
-          channel.EndWriteBatch();
-          FailUnwrittenCall(raw, message->GetId());
-          return false;
-        }
-        if (!batchHasCall) firstCallId = message->GetId();
-        batchHasCall = true;
-      }
-    }
-    if (WriterStopping(raw)) break;
-    raw->sendQueue.Pop(message, 0);
-  }
-  if (channel.EndWriteBatch() >= 0 || !batchHasCall) return true;
-  FailUnwrittenCall(raw, firstCallId);
-  return false;
-}
-
 void WriterThread(VXAPPImpl* raw) {
   SessionRef session(raw);
   ThreadExit exit(raw);
@@ -186,8 +142,9 @@ void WriterThread(VXAPPImpl* raw) {
     MessageRef message;
     raw->sendQueue.Pop(message, kWriterPollMs);
     if (!message) continue;
-    if (!WriteBatch(raw, std::move(message))) break;
+    if (!raw->WriteQueuedBatch(std::move(message))) break;
   }
+  raw->EndWriting();
 
   g_applications.Erase(raw->name);
   // Every caller that found the session under the registry lock has pushed
