@@ -52,8 +52,9 @@ IoResult ReadLocalPipe(LocalPipe* pipe, void* buffer, std::uint32_t length, std:
                        const std::atomic<bool>* stop);
 
 // Ends a ReadLocalPipe under way, and every later one, at once with
-// kClosed, whatever its stop flag says. Writing goes on as before. Safe while
-// another thread reads; for a local stop.
+// kClosed, whatever its stop flag says. This side's writing goes on as
+// before; the peer's writes to this side may fail from then on, as after a
+// close. Safe while another thread reads; for a local stop.
 void InterruptLocalPipeRead(LocalPipe* pipe);
 
 // Ends the wait for a client of an AcceptLocalPipe under way in this process
