@@ -104,25 +104,32 @@ TYPED_TEST(BothChannels, CountsOneCallPerTransferAndNoneWithoutOne) {
   EXPECT_EQ(g_transportSendCalls - sends, 1u);
 }
 
+// A read of one byte with a stop flag, on a thread of its own.
+struct OneByteRead {
+  OneByteRead(ChannelRef channel, const std::atomic<bool>* stop)
+      : thread([this, channel, stop] {
+          unsigned char byte;
+          result = channel->ReadStoppable(&byte, 1, stop);
+          done.Raise();
+        }) {}
+  std::atomic<std::int32_t> result{-2};
+  Signal done;
+  std::thread thread;  // last, so that it starts after the two above exist
+};
+
 // Well past the limit (a socket re-checks after 1 s, a pipe after each
 // 300 ms) the read still waits; once the flag is set it gives up.
 TYPED_TEST(BothChannels, StoppableReadWaitsUntilItsFlagIsSet) {
   this->limits().IO_TIMEOUT_MS = 300;
   ChannelPair pair = TypeParam::Make();
   std::atomic<bool> stop{false};
-  std::atomic<std::int32_t> result{-2};
-  Signal done;
-  std::thread reader([&] {
-    unsigned char byte;
-    result = pair.second->ReadStoppable(&byte, 1, &stop);
-    done.Raise();
-  });
-  EXPECT_FALSE(done.WaitFor(std::chrono::milliseconds(1500)));
+  OneByteRead read(pair.second, &stop);
+  EXPECT_FALSE(read.done.WaitFor(std::chrono::milliseconds(1500)));
   stop = true;
-  EXPECT_TRUE(done.WaitFor());
+  EXPECT_TRUE(read.done.WaitFor());
   pair.first.Reset();  // ends a read that missed its flag, so join can't hang
-  reader.join();
-  EXPECT_EQ(result.load(), -1);
+  read.thread.join();
+  EXPECT_EQ(read.result.load(), -1);
 }
 
 // A local stop wakes a read that would wait for its flag without end, and
@@ -130,18 +137,12 @@ TYPED_TEST(BothChannels, StoppableReadWaitsUntilItsFlagIsSet) {
 TYPED_TEST(BothChannels, InterruptedReadsEndAtOnceAndWritesGoOn) {
   ChannelPair pair = TypeParam::Make();
   const std::atomic<bool> stop{false};
-  std::atomic<std::int32_t> result{-2};
-  Signal done;
-  std::thread reader([&] {
-    unsigned char byte;
-    result = pair.second->ReadStoppable(&byte, 1, &stop);
-    done.Raise();
-  });
+  OneByteRead read(pair.second, &stop);
   pair.second->InterruptReads();
-  EXPECT_TRUE(done.WaitFor());
-  if (result.load() == -2) pair.first.Reset();  // so that join can't hang
-  reader.join();
-  EXPECT_EQ(result.load(), -1);
+  EXPECT_TRUE(read.done.WaitFor());
+  if (read.result.load() == -2) pair.first.Reset();  // so that join can't hang
+  read.thread.join();
+  EXPECT_EQ(read.result.load(), -1);
   unsigned char byte;
   EXPECT_EQ(pair.second->ReadStoppable(&byte, 1, &stop), -1);
   ASSERT_TRUE(pair.first.IsValid());
