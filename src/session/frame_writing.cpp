@@ -61,19 +61,21 @@ void VXAPPImpl::EndWriting() {
 
 bool VXAPPImpl::WriteFrame(const MessageRef& message, FrameBatch* batch) {
   if (!message.IsValid()) return true;
+  const bool isCall = message->GetState() == kStateCall;
   // Entered before the first byte goes out, so no reply can overtake it.
-  if (message->GetState() == kStateCall) pendingCalls->Insert(message);
-  const bool written = message->Send() >= 0;
+  if (isCall) pendingCalls->Insert(message);
+  if (message->Send() >= 0) {
+    // The state is not looked at again: once the bytes are out, the reader
+    // may already be turning the call into its reply.
+    if (isCall && !batch->hasCall) batch->firstCallId = message->GetId();
+    batch->hasCall = batch->hasCall || isCall;
+    return true;
+  }
   // A failed reply or one-way frame is dropped. Send turns a received
   // call's state into a reply.
   if (message->GetState() != kStateCall) return true;
-  if (!written) {
-    FailUnwrittenCall(message->GetId());
-    return false;
-  }
-  if (!batch->hasCall) batch->firstCallId = message->GetId();
-  batch->hasCall = true;
-  return true;
+  FailUnwrittenCall(message->GetId());
+  return false;
 }
 
 // When the batch fails as a whole, its first call counts as the one that
