@@ -9,17 +9,23 @@ using namespace vxbus;
 
 HVXPARAMLIST VXCall(const char* applicationName, std::uint32_t slotId, HVXPARAMLIST list) {
   MessageRef message;
+  SessionRef session;
+  bool writeHere = false;
   {
-    SessionRef session;  // dropped after the registry lock is left
     // The lock spans the look-up and the push, so a session found here can't
-    // be erased and drained before the message stands in its queue.
+    // be erased and drained before the message stands in its queue. A claim
+    // of the idle writer does the same: the writer can't end while it is held.
     std::lock_guard<std::recursive_mutex> lock(g_applications.Mutex());
     session = g_applications.FindLocked(applicationName);
     if (!session.IsValid()) return VX_INVALID_PARAMLIST;
     IVXMessage::EventRef event(new MTObjects::ISyncEvent);
     message = new VXSlotCallMessage(event, session, slotId, list, nullptr, nullptr);
-    session->sendQueue.Push(message);
+    writeHere = session->ClaimIdleWriter();
+    if (!writeHere) session->QueueFrame(message);
   }
+  // Written outside the registry lock, so that other callers don't wait for it.
+  if (writeHere) session->WriteClaimed(message);
+  session.Reset();
   // No time limit: a call lasts as long as its session does.
   message->WaitForCompletion();
   return VXReferenceHandle(HandleFromList(message->GetOutputList().get()));
@@ -34,7 +40,7 @@ _tag_VX_ERROR VXNotify(const char* applicationName, std::uint32_t slotId, HVXPAR
   if (!session.IsValid()) return VX_ERROR_NO_APPLICATION;
   MessageRef message(
       new VXSlotCallMessage(IVXMessage::EventRef(), session, slotId, list, callback, userData));
-  session->sendQueue.Push(message);
+  session->QueueFrame(message);
   return VX_SUCCESS;
 }
 

@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "messaging/slot_table.h"
+#include "paramlist/fast_holder.h"
 #include "paramlist/handle.h"
 #include "runtime/process_state.h"
 #include "session/application.h"
@@ -11,6 +12,8 @@
 
 namespace vxbus {
 namespace {
+
+constexpr std::uint32_t kDirectReplyBytes = 16384;
 
 // An unknown slot runs nothing: the caller gets the empty reply and can't
 // tell it from a slot that returned nothing.
@@ -21,6 +24,18 @@ void RunSlot(IVXMessage& message) {
   VXSlotContext context{session.IsValid() ? session->name.c_str() : "", entry.userData};
   entry.slotFunction(HandleFromList(message.GetInputList().get()),
                      HandleFromList(message.GetOutputList().get()), &context);
+}
+
+// A small reply is written here when the session's writer is idle, which
+// spares a hand-off; a large one goes to the writer, so that the next slot
+// need not wait for it.
+void SendReply(VXAPPImpl& session, const MessageRef& reply) {
+  const ListRef& output = reply->GetOutputList();
+  const bool small = !output.IsValid() || output->Used() <= kDirectReplyBytes;
+  if (small && session.ClaimIdleWriter())
+    session.WriteClaimed(reply);
+  else
+    session.QueueFrame(reply);
 }
 
 }  // namespace
@@ -40,7 +55,7 @@ void DispatchThread() {
         const SessionRef& session = message->GetSession();
         if (session.IsValid()) {
           message->SetReplyState();
-          session->sendQueue.Push(message);
+          SendReply(*session, message);
         }
         break;
       }

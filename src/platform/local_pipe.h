@@ -51,6 +51,17 @@ void CloseLocalPipe(LocalPipe* pipe);
 IoResult ReadLocalPipe(LocalPipe* pipe, void* buffer, std::uint32_t length, std::int64_t roundMs,
                        const std::atomic<bool>* stop);
 
+// Ends a ReadLocalPipe under way, and every later one, at once with
+// kClosed, whatever its stop flag says. This side's writing goes on as
+// before; the peer's writes to this side may fail from then on, as after a
+// close. Safe while another thread reads; for a local stop.
+void InterruptLocalPipeRead(LocalPipe* pipe);
+
+// Ends the wait for a client of an AcceptLocalPipe under way in this process
+// at once, so that it looks at its stop flag now; a round that starts later
+// looks at its flag when it starts. Safe from any thread.
+void WakeLocalPipeAccept();
+
 // One write that blocks, without a time limit, until the pipe has taken at
 // least one byte: kOk with the count (maybe fewer than `length`); kClosed or
 // kFailed when the reader has gone. It never raises a signal.

@@ -83,6 +83,12 @@ IoResult WaitWritable(SocketHandle socket, std::int64_t timeoutMs);
 IoResult Receive(SocketHandle socket, void* buffer, std::size_t length);
 IoResult Send(SocketHandle socket, const void* bytes, std::size_t length);
 
+// Ends every wait for reading on `socket` at once, the one under way and all
+// later ones: WaitReadable reports ready, and Receive then reports kClosed.
+// Sending goes on as before, and nothing goes on the wire. Safe while another
+// thread waits on or reads the socket; for a local stop.
+void InterruptReceive(SocketHandle socket);
+
 }  // namespace platform
 }  // namespace vxbus
 

@@ -21,6 +21,7 @@
 #include "session/session_acceptor.h"
 #include "session/session_threads.h"
 #include "transport/connection_threads.h"
+#include "transport/pipe_channel.h"
 
 namespace vxbus {
 namespace {
@@ -156,6 +157,7 @@ _tag_VX_ERROR VXShutdown(void) {
     g_shuttingDown = true;
     running = g_applications.Sessions();
   }
+  WakePipeListener();
   VXConnectionReady();  // a thread still at its gate can run to its end
   if (g_pipeThread.joinable()) g_pipeThread.join();
   if (g_tcpThread.joinable()) g_tcpThread.join();

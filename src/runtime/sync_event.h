@@ -2,6 +2,7 @@
 #ifndef VXBUS_RUNTIME_SYNC_EVENT_H_
 #define VXBUS_RUNTIME_SYNC_EVENT_H_
 
+#include <atomic>
 #include <condition_variable>
 #include <mutex>
 
@@ -21,7 +22,7 @@ class ISyncEvent : public MTReferencedTypeBase {
  private:
   std::mutex mutex_;
   std::condition_variable condition_;
-  bool signalled_ = false;
+  std::atomic<bool> signalled_{false};
 };
 
 }  // namespace MTObjects

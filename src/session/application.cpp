@@ -28,6 +28,10 @@ void VXAPPImpl::SetReaderThread(std::thread thread) {
 
 void VXAPPImpl::Stop() {
   stopRequested = true;
+  // Both threads are woken rather than left to notice the flag at the end
+  // of their poll periods.
+  if (channel.IsValid()) channel->InterruptReads();
+  sendQueue.Wake();
   JoinReaderThread();
 }
 

@@ -60,8 +60,8 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   // Joins the reader unless it is the calling thread or already joined; two
   // callers that stop the same session at once are kept apart.
   void JoinReaderThread();
-  // Asks both threads to end and waits for the reader, and so for the
-  // disconnect listener; the writer follows within its poll period.
+  // Asks both threads to end, wakes them, and waits for the reader, and so
+  // for the disconnect listener; the writer follows at once.
   void Stop();
   bool IsSessionValid() const { return IsValid(); }
 
@@ -70,6 +70,28 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   // session, and with no thread left nothing can take them any more. They
   // are not completed; the writer completed what it could on its way out.
   void ThreadEnded();
+
+  // Writing frames. The writer thread writes what is queued, in batches; a
+  // thread with a call or a reply of its own may write it directly while the
+  // writer is idle, which spares two thread hand-offs. Frames leave in the
+  // order the queue would give them: a frame is written directly only when
+  // nothing is queued or being written ahead of it.
+  //
+  // Queues a frame for the writer; any thread. Every frame of sendQueue
+  // goes in through here.
+  void QueueFrame(const MessageRef& message);
+  // True when the calling thread may write its frame now; it then holds the
+  // write lock and must call WriteClaimed next. Never blocks.
+  bool ClaimIdleWriter();
+  // Writes one frame under the claim and lets the claim go. A call that
+  // cannot be written is completed as failed on the dispatch thread, and
+  // writing ends for the session, as it does in the writer.
+  void WriteClaimed(const MessageRef& message);
+  // The writer's side: writes `first` and all queued behind it in one write
+  // batch of the channel; false once writing has ended.
+  bool WriteQueuedBatch(MessageRef first);
+  // The writer calls this as it leaves; nothing is written any more.
+  void EndWriting();
 
   std::unique_ptr<VXPendingCalls> pendingCalls;
   std::string name;  // the peer's appID; empty until the handshake succeeded
@@ -92,6 +114,18 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   bool IsObjectValid() const override;
 
  private:
+  struct FrameBatch {
+    bool hasCall = false;
+    std::uint32_t firstCallId = 0;
+  };
+  // Both run under writeMutex_. False when a call could not be written.
+  bool WriteFrame(const MessageRef& message, FrameBatch* batch);
+  bool EndFrameBatch(bool allWritten, const FrameBatch& batch);
+  void FailUnwrittenCall(std::uint32_t id);
+
+  std::mutex writeMutex_;                       // held while frames go onto the channel
+  std::atomic<std::uint32_t> queuedFrames_{0};  // queued and not yet written
+  bool writingEnded_ = false;                   // under writeMutex_
   std::atomic<bool> readerThreadHeld_{false};
   std::atomic<int> runningThreads_{2};
   std::mutex joinMutex_;

@@ -26,6 +26,10 @@ class VXMessageQueue {
   // which is how a consumer is woken to look at its end conditions.
   void Push(const MessageRef& message);
 
+  // Makes a Pop that waits, or else the next Pop that finds nothing queued,
+  // return at once with nothing. Queues nothing; any thread.
+  void Wake();
+
   // Consumer only. `limitMs` 0 does not wait, a negative value waits without
   // limit. `out` is empty on a time-out or for a pushed null.
   void Pop(MessageRef& out, std::int32_t limitMs);
@@ -44,6 +48,7 @@ class VXMessageQueue {
   std::atomic<Node*> head_{nullptr};
   std::mutex mutex_;  // only for the consumer's sleep
   std::condition_variable notEmpty_;
+  std::atomic<bool> woken_{false};
   Node* fifo_ = nullptr;  // consumer-private, oldest first
 };
 

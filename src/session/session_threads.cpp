@@ -99,6 +99,8 @@ void ReaderThread(VXAPPImpl* raw) {
     std::int32_t ready = raw->channel->WaitReadable(kReaderPollMs);
     if (ready < 0) break;
     if (ready == 0) continue;
+    // A local stop wakes the wait; the frames behind it are not read.
+    if (raw->stopRequested.load()) break;
     MessageRef message;
     if (!raw->ReceiveMessage(message) || !message.IsValid()) break;
     if (message->GetState() == kStateReply) {
@@ -119,6 +121,11 @@ void ReaderThread(VXAPPImpl* raw) {
   // The writer learns of a remote end from this flag; registry and queues
   // are the writer's to clean.
   raw->stopRequested.store(true);
+  raw->sendQueue.Wake();
+}
+
+bool WriterStopping(const VXAPPImpl* raw) {
+  return g_shuttingDown.load(std::memory_order_relaxed) || raw->stopRequested.load();
 }
 
 void WriterThread(VXAPPImpl* raw) {
@@ -131,25 +138,13 @@ void WriterThread(VXAPPImpl* raw) {
     return;
   }
 
-  while (!g_shuttingDown.load(std::memory_order_relaxed) && !raw->stopRequested.load()) {
+  while (!WriterStopping(raw)) {
     MessageRef message;
     raw->sendQueue.Pop(message, kWriterPollMs);
     if (!message) continue;
-    if (!message.IsValid()) continue;
-    // Entered before the first byte goes out, so no reply can overtake it.
-    if (message->GetState() == kStateCall) raw->pendingCalls->Insert(message);
-    if (message->Send() >= 0) continue;
-    // A failed reply or one-way frame is dropped; only a failed call ends
-    // this loop. Send turns a received call's state into a reply.
-    if (message->GetState() != kStateCall) continue;
-    MessageRef failed;
-    raw->pendingCalls->Take(message->GetId(), failed);
-    if (failed.IsValid()) {
-      failed->SetReplyState();
-      g_dispatchQueue.Push(failed);  // completed by the dispatch thread
-    }
-    break;
+    if (!raw->WriteQueuedBatch(std::move(message))) break;
   }
+  raw->EndWriting();
 
   g_applications.Erase(raw->name);
   // Every caller that found the session under the registry lock has pushed

@@ -107,6 +107,10 @@ std::int32_t PipeChannel::WaitReadableForever() {
   return 1;
 }
 
+void PipeChannel::InterruptReads() {
+  platform::InterruptLocalPipeRead(pipe);
+}
+
 void SetPipeNames(const std::string& baseName) {
   if (baseName.empty()) return;
   listenerPipeInName = baseName + kInSuffix;
@@ -119,6 +123,10 @@ ChannelRef AcceptPipeChannel(const std::atomic<bool>* stop) {
                                                         g_pipeAcceptWaitMs.load(), stop);
   // The listener reads "_in" and writes "_out".
   return MakeChannel(pipe, listenerPipeOutName, listenerPipeInName);
+}
+
+void WakePipeListener() {
+  platform::WakeLocalPipeAccept();
 }
 
 ChannelRef ConnectPipeChannel(const std::string& baseName) {

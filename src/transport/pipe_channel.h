@@ -40,6 +40,7 @@ class PipeChannel : public ITransportChannel {
   // A pipe always reports ready: the read that follows does the waiting.
   std::int32_t WaitReadable(std::uint32_t timeoutMs) override;
   std::int32_t WaitReadableForever() override;
+  void InterruptReads() override;
 
  private:
   platform::LocalPipe* pipe;
@@ -55,6 +56,10 @@ void SetPipeNames(const std::string& baseName);
 // came within g_pipeAcceptWaitMs, `*stop` was set (may be null), or the
 // pipes could not be made.
 ChannelRef AcceptPipeChannel(const std::atomic<bool>* stop);
+
+// Ends the wait of an AcceptPipeChannel under way at once, so that it looks
+// at its stop flag now; set the flag first.
+void WakePipeListener();
 
 // Connects to the listener of `baseName`; null at once for an empty name or
 // one that nobody listens on.

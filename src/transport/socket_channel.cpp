@@ -1,6 +1,7 @@
 #include "transport/socket_channel.h"
 
 #include <chrono>
+#include <cstring>
 #include <limits>
 #include <new>
 
@@ -22,6 +23,12 @@ constexpr int kConnectRounds = 2;
 constexpr std::int64_t kConnectRoundMs = 2001;
 // A full send buffer is waited for 10 s and 1 ms, whatever the limit is.
 constexpr std::int64_t kWriteWaitMs = 10001;
+// Reads below this size take what the socket holds into the read buffer;
+// writes below it are collected in a write batch. Larger ones move in place.
+constexpr std::uint32_t kDirectReadBytes = 16384;
+constexpr std::uint32_t kDirectWriteBytes = 16384;
+constexpr std::uint32_t kReadBufferBytes = 65536;
+constexpr std::uint32_t kBatchBytes = 65536;
 
 std::int64_t MillisecondsSince(Clock::time_point start) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
@@ -67,7 +74,10 @@ void ApplyConnectedSocketOptions(platform::SocketHandle socket) {
   platform::SetSendBufferSize(socket, kSocketBufferBytes);
 }
 
-SocketChannel::SocketChannel(platform::SocketHandle socket) : socketHandle(socket) {
+SocketChannel::SocketChannel(platform::SocketHandle socket)
+    : socketHandle(socket),
+      readBuffer_(new unsigned char[kReadBufferBytes]),
+      batch_(new unsigned char[kBatchBytes]) {
   platform::Ipv4Endpoint endpoint;
   if (platform::GetPeerEndpoint(socketHandle, &endpoint)) peerAddress = EndpointText(endpoint);
   if (platform::GetLocalEndpoint(socketHandle, &endpoint)) localAddress = EndpointText(endpoint);
@@ -81,6 +91,20 @@ std::int32_t SocketChannel::Read(void* buffer, std::uint32_t length) {
   return ReadStoppable(buffer, length, nullptr);
 }
 
+platform::IoResult SocketChannel::ReceiveOnce(void* buffer, std::size_t length) {
+  g_transportReceiveCalls.fetch_add(1);
+  return platform::Receive(socketHandle, buffer, length);
+}
+
+std::uint32_t SocketChannel::TakeBuffered(unsigned char* out, std::uint32_t length) {
+  std::uint32_t count = readEnd_ - readStart_;
+  if (count > length) count = length;
+  if (count == 0) return 0;
+  std::memcpy(out, readBuffer_.get() + readStart_, count);
+  readStart_ += count;
+  return count;
+}
+
 std::int32_t SocketChannel::ReadStoppable(void* buffer, std::uint32_t length,
                                           const std::atomic<bool>* stopFlag) {
   if (length > g_limits.limits.MAX_READ_SIZE || length > kLargestCount) return -1;
@@ -89,13 +113,26 @@ std::int32_t SocketChannel::ReadStoppable(void* buffer, std::uint32_t length,
 
   auto* position = static_cast<unsigned char*>(buffer);
   std::uint32_t remaining = length;
-  for (;;) {
-    g_transportReceiveCalls.fetch_add(1);
-    platform::IoResult received = platform::Receive(socketHandle, position, remaining);
+  std::uint32_t taken = TakeBuffered(position, remaining);
+  position += taken;
+  remaining -= taken;
+  while (remaining > 0) {
+    // A large rest goes straight to its place; a small one takes whatever
+    // the socket holds, so that the frames behind it need no receive.
+    const bool direct = remaining >= kDirectReadBytes;
+    platform::IoResult received = direct ? ReceiveOnce(position, remaining)
+                                         : ReceiveOnce(readBuffer_.get(), kReadBufferBytes);
     if (received.ok()) {
-      position += received.count;
-      remaining -= static_cast<std::uint32_t>(received.count);
-      if (remaining == 0) return static_cast<std::int32_t>(length);
+      if (direct) {
+        position += received.count;
+        remaining -= static_cast<std::uint32_t>(received.count);
+      } else {
+        readStart_ = 0;
+        readEnd_ = static_cast<std::uint32_t>(received.count);
+        taken = TakeBuffered(position, remaining);
+        position += taken;
+        remaining -= taken;
+      }
       continue;
     }
     if (received.status == platform::IoStatus::kClosed) {
@@ -114,10 +151,36 @@ std::int32_t SocketChannel::ReadStoppable(void* buffer, std::uint32_t length,
     if (platform::WaitReadable(socketHandle, QuietPeriodMs()).ok()) continue;
     if (!StopWaitAllowed(stopFlag)) return -1;
   }
+  return static_cast<std::int32_t>(length);
 }
 
 std::int32_t SocketChannel::Write(const void* bytes, std::uint32_t length) {
   if (length > kLargestCount) return -1;
+  if (!batching_ || length == 0) return WriteThrough(bytes, length);
+  // A large piece goes out from where it lies, after what was collected.
+  if (length >= kDirectWriteBytes || batched_ + length > kBatchBytes) {
+    const std::uint32_t collected = batched_;
+    batched_ = 0;
+    if (WriteThrough(batch_.get(), collected) < 0) return -1;
+    if (length >= kDirectWriteBytes) return WriteThrough(bytes, length);
+  }
+  std::memcpy(batch_.get() + batched_, bytes, length);
+  batched_ += length;
+  return static_cast<std::int32_t>(length);
+}
+
+void SocketChannel::BeginWriteBatch() {
+  batching_ = true;
+}
+
+std::int32_t SocketChannel::EndWriteBatch() {
+  batching_ = false;
+  const std::uint32_t collected = batched_;
+  batched_ = 0;
+  return WriteThrough(batch_.get(), collected) < 0 ? -1 : 0;
+}
+
+std::int32_t SocketChannel::WriteThrough(const void* bytes, std::uint32_t length) {
   const Clock::time_point start = Clock::now();
   if (length == 0) return 0;
 
@@ -146,12 +209,19 @@ std::string SocketChannel::GetLocalAddress() {
   return localAddress;
 }
 
+// Bytes already taken off the socket count as ready.
 std::int32_t SocketChannel::WaitReadable(std::uint32_t timeoutMs) {
+  if (readEnd_ > readStart_) return 1;
   return WaitResult(platform::WaitReadable(socketHandle, timeoutMs));
 }
 
 std::int32_t SocketChannel::WaitReadableForever() {
+  if (readEnd_ > readStart_) return 1;
   return WaitResult(platform::WaitReadable(socketHandle, platform::kWaitForever));
+}
+
+void SocketChannel::InterruptReads() {
+  platform::InterruptReceive(socketHandle);
 }
 
 ChannelRef ConnectSocketChannel(const char* host, std::uint16_t port) {

@@ -3,6 +3,7 @@
 #define VXBUS_TRANSPORT_SOCKET_CHANNEL_H_
 
 #include <cstdint>
+#include <memory>
 #include <string>
 
 #include "platform/socket.h"
@@ -33,11 +34,28 @@ class SocketChannel : public ITransportChannel {
   std::string GetLocalAddress() override;
   std::int32_t WaitReadable(std::uint32_t timeoutMs) override;
   std::int32_t WaitReadableForever() override;
+  void InterruptReads() override;
+  void BeginWriteBatch() override;
+  std::int32_t EndWriteBatch() override;
 
  private:
+  // Every send and receive call, counted once each.
+  platform::IoResult ReceiveOnce(void* buffer, std::size_t length);
+  std::int32_t WriteThrough(const void* bytes, std::uint32_t length);
+  std::uint32_t TakeBuffered(unsigned char* out, std::uint32_t length);
+
   platform::SocketHandle socketHandle;
   std::string peerAddress;
   std::string localAddress;
+  // Small reads take what the socket holds into this buffer and are served
+  // from it; WaitReadable reports ready while it holds bytes. Reader only.
+  std::unique_ptr<unsigned char[]> readBuffer_;
+  std::uint32_t readStart_ = 0;
+  std::uint32_t readEnd_ = 0;
+  // The bytes collected in a write batch. Writer only.
+  std::unique_ptr<unsigned char[]> batch_;
+  std::uint32_t batched_ = 0;
+  bool batching_ = false;
 };
 
 // Connects outward to a dotted address or a host name; null on failure.

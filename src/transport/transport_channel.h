@@ -19,6 +19,17 @@ class ITransportChannel : public IByteStream {
   // > 0: data may be read now; 0: time-out; < 0: failure.
   virtual std::int32_t WaitReadable(std::uint32_t timeoutMs) = 0;
   virtual std::int32_t WaitReadableForever() = 0;
+  // Ends every wait for data at once, the one under way and all later ones;
+  // the reads that follow fail. Writes go on. Safe from any thread while
+  // another reads; for a local stop.
+  virtual void InterruptReads() = 0;
+
+  // Between these two, small writes may be collected and passed on together
+  // in fewer system calls, in order; EndWriteBatch passes on what is left.
+  // A write inside a batch that returned its length may still fail later,
+  // in a write or in EndWriteBatch (0 or -1). One writing thread only.
+  virtual void BeginWriteBatch() {}
+  virtual std::int32_t EndWriteBatch() { return 0; }
 
  protected:
   bool IsObjectValid() const override { return true; }

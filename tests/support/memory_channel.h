@@ -56,6 +56,7 @@ class MemoryChannel : public ITransportChannel {
   std::string GetLocalAddress() override { return "memory:local"; }
   std::int32_t WaitReadable(std::uint32_t) override { return Queued() > 0 ? 1 : 0; }
   std::int32_t WaitReadableForever() override { return Queued() > 0 ? 1 : -1; }
+  void InterruptReads() override {}
 
   // Bytes for the reader that were never written through Write.
   void Feed(const Bytes& bytes) {

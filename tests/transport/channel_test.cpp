@@ -46,10 +46,13 @@ class ChannelTest : public ::testing::Test {
 struct SocketKind {
   static ChannelPair Make() { return MakeSocketChannelPair(); }
   static constexpr const char* kClosedLine = "Receive failed: socket closed";
+  // A small read takes all that is there; the next one is served from it.
+  static constexpr std::uint32_t kReceivesFor1000Then1 = 1;
 };
 struct PipeKind {
   static ChannelPair Make() { return MakePipeChannelPair(); }
   static constexpr const char* kClosedLine = nullptr;  // pipes log nothing
+  static constexpr std::uint32_t kReceivesFor1000Then1 = 2;
 };
 
 template <class Kind>
@@ -82,7 +85,7 @@ TYPED_TEST(BothChannels, CarriesLargeTransfersBothWaysAtOnce) {
 }
 
 // A read above the size limit and a zero length touch nothing, even with the
-// peer gone; every other call counts once per receive or send.
+// peer gone; every receive or send system call counts once.
 TYPED_TEST(BothChannels, CountsOneCallPerTransferAndNoneWithoutOne) {
   this->limits().MAX_READ_SIZE = 1000;
   ChannelPair pair = TypeParam::Make();
@@ -98,9 +101,22 @@ TYPED_TEST(BothChannels, CountsOneCallPerTransferAndNoneWithoutOne) {
   pair.first.Reset();
   EXPECT_EQ(pair.second->Read(got.data(), 0), 0);
   EXPECT_EQ(pair.second->Write(got.data(), 0), 0);
-  EXPECT_EQ(g_transportReceiveCalls - receives, 2u);
+  EXPECT_EQ(g_transportReceiveCalls - receives, TypeParam::kReceivesFor1000Then1);
   EXPECT_EQ(g_transportSendCalls - sends, 1u);
 }
+
+// A read of one byte with a stop flag, on a thread of its own.
+struct OneByteRead {
+  OneByteRead(ChannelRef channel, const std::atomic<bool>* stop)
+      : thread([this, channel, stop] {
+          unsigned char byte;
+          result = channel->ReadStoppable(&byte, 1, stop);
+          done.Raise();
+        }) {}
+  std::atomic<std::int32_t> result{-2};
+  Signal done;
+  std::thread thread;  // last, so that it starts after the two above exist
+};
 
 // Well past the limit (a socket re-checks after 1 s, a pipe after each
 // 300 ms) the read still waits; once the flag is set it gives up.
@@ -108,19 +124,32 @@ TYPED_TEST(BothChannels, StoppableReadWaitsUntilItsFlagIsSet) {
   this->limits().IO_TIMEOUT_MS = 300;
   ChannelPair pair = TypeParam::Make();
   std::atomic<bool> stop{false};
-  std::atomic<std::int32_t> result{-2};
-  Signal done;
-  std::thread reader([&] {
-    unsigned char byte;
-    result = pair.second->ReadStoppable(&byte, 1, &stop);
-    done.Raise();
-  });
-  EXPECT_FALSE(done.WaitFor(std::chrono::milliseconds(1500)));
+  OneByteRead read(pair.second, &stop);
+  EXPECT_FALSE(read.done.WaitFor(std::chrono::milliseconds(1500)));
   stop = true;
-  EXPECT_TRUE(done.WaitFor());
+  EXPECT_TRUE(read.done.WaitFor());
   pair.first.Reset();  // ends a read that missed its flag, so join can't hang
-  reader.join();
-  EXPECT_EQ(result.load(), -1);
+  read.thread.join();
+  EXPECT_EQ(read.result.load(), -1);
+}
+
+// A local stop wakes a read that would wait for its flag without end, and
+// every read after it fails without waiting; writing goes on.
+TYPED_TEST(BothChannels, InterruptedReadsEndAtOnceAndWritesGoOn) {
+  ChannelPair pair = TypeParam::Make();
+  const std::atomic<bool> stop{false};
+  OneByteRead read(pair.second, &stop);
+  pair.second->InterruptReads();
+  EXPECT_TRUE(read.done.WaitFor());
+  if (read.result.load() == -2) pair.first.Reset();  // so that join can't hang
+  read.thread.join();
+  EXPECT_EQ(read.result.load(), -1);
+  unsigned char byte;
+  EXPECT_EQ(pair.second->ReadStoppable(&byte, 1, &stop), -1);
+  ASSERT_TRUE(pair.first.IsValid());
+  EXPECT_EQ(pair.second->Write("ok", 2), 2);
+  Bytes got(2);
+  EXPECT_EQ(pair.first->Read(got.data(), 2), 2);
 }
 
 TYPED_TEST(BothChannels, PeerClosingMidReadFailsTheRead) {
@@ -151,6 +180,47 @@ TYPED_TEST(BothChannels, WritingToAClosedPeerFails) {
 }
 
 using SocketChannelTest = ChannelTest;
+
+// Small writes of a batch leave in one send; a large one goes out in place
+// after them. Whatever the mix of read sizes, the bytes arrive whole and in
+// the order written, also across the bytes that a small read took ahead.
+TEST_F(SocketChannelTest, WriteBatchesAndBufferedReadsKeepTheByteOrder) {
+  ChannelPair pair = MakeSocketChannelPair();
+  const Bytes sent = Pattern(3 * 1024 * 1024 + 1000);
+  const std::uint32_t pieces[] = {16, 100, 7, 3000, 200 * 1024, 5, 2 * 1024 * 1024, 24, 9};
+  Bytes got(sent.size());
+  std::int32_t readResult = 0;
+  std::thread reader([&] {
+    // Read sizes that cut across the written pieces.
+    const std::uint32_t sizes[] = {3, 4000, 1, 300000, 17};
+    std::uint32_t at = 0;
+    for (int i = 0; at < got.size() && readResult >= 0; ++i) {
+      std::uint32_t size = sizes[i % 5];
+      if (size > got.size() - at) size = static_cast<std::uint32_t>(got.size() - at);
+      readResult = pair.second->Read(got.data() + at, size);
+      at += size;
+    }
+  });
+  const std::uint32_t sends = g_transportSendCalls;
+  pair.first->BeginWriteBatch();
+  for (std::uint32_t i = 0; i < 4; ++i)
+    ASSERT_EQ(pair.first->Write(sent.data() + i * 4, 4), 4);
+  ASSERT_EQ(pair.first->EndWriteBatch(), 0);
+  EXPECT_EQ(g_transportSendCalls - sends, 1u);
+
+  std::uint32_t at = 16;
+  pair.first->BeginWriteBatch();
+  for (std::uint32_t piece : pieces) {
+    ASSERT_EQ(pair.first->Write(sent.data() + at, piece), static_cast<std::int32_t>(piece));
+    at += piece;
+  }
+  ASSERT_EQ(pair.first->Write(sent.data() + at, static_cast<std::uint32_t>(sent.size() - at)),
+            static_cast<std::int32_t>(sent.size() - at));
+  ASSERT_EQ(pair.first->EndWriteBatch(), 0);
+  reader.join();
+  EXPECT_GE(readResult, 0);
+  EXPECT_TRUE(got == sent);
+}
 
 // A quiet period is half the limit rounded up to whole seconds, plus 1 ms.
 TEST_F(SocketChannelTest, PlainReadGivesUpAfterHalfTheLimitOfSilence) {

@@ -5,6 +5,7 @@
 // fails at once, and a client has to try again.
 #include "platform/local_pipe.h"
 
+#include <sys/eventfd.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -141,8 +142,22 @@ int AcceptSecondHalf(int outListener, int inConnection) {
   }
 }
 
+// The process's one wake for the wait for a client: readable while a wake
+// is pending. Made at first use and kept for the life of the process.
+int AcceptWakeFd() {
+  static const int fd = ::eventfd(0, EFD_NONBLOCK | EFD_CLOEXEC);
+  return fd;
+}
+
+// Takes a pending wake; true when there was one.
+bool TakeAcceptWake() {
+  eventfd_t count = 0;
+  return ::eventfd_read(AcceptWakeFd(), &count) == 0;
+}
+
 // Waits up to `waitMs` for a client on the "_in" listener, in steps of at
-// most a second so that a stop request cuts the wait short.
+// most a second; a wake, or a stop request seen between steps, cuts the wait
+// short. A wake without a stop request is taken and the wait goes on.
 bool WaitForFirstHalf(int inListener, std::int64_t waitMs, const std::atomic<bool>* stop) {
   using Clock = std::chrono::steady_clock;
   const bool forever = waitMs < 0;
@@ -153,8 +168,11 @@ bool WaitForFirstHalf(int inListener, std::int64_t waitMs, const std::atomic<boo
       auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
       step = std::max<std::int64_t>(0, std::min<std::int64_t>(left, kStopCheckMs));
     }
-    int result = posix::PollOne(inListener, POLLIN, step, nullptr);
-    if (result != 0) return result > 0;
+    pollfd entries[2] = {{inListener, POLLIN, 0}, {AcceptWakeFd(), POLLIN, 0}};
+    int result = ::poll(entries, 2, static_cast<int>(step));
+    if (result < 0 && errno != EINTR) return false;
+    if (result > 0 && entries[0].revents != 0) return (entries[0].revents & POLLNVAL) == 0;
+    if (result > 0 && entries[1].revents != 0) TakeAcceptWake();
     if (Stopped(stop) || (!forever && Clock::now() >= deadline)) return false;
   }
 }
@@ -268,6 +286,14 @@ IoResult ReadLocalPipe(LocalPipe* pipe, void* buffer, std::uint32_t length, std:
     if (waited == 0) return Status(IoStatus::kTimedOut);
     if (waited < 0) return Status(IoStatus::kFailed, 0, errno);
   }
+}
+
+void InterruptLocalPipeRead(LocalPipe* pipe) {
+  if (pipe != nullptr) ::shutdown(pipe->readFd, SHUT_RD);
+}
+
+void WakeLocalPipeAccept() {
+  ::eventfd_write(AcceptWakeFd(), 1);
 }
 
 // MSG_NOSIGNAL: a reader that has gone makes the write fail with EPIPE

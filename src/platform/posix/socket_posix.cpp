@@ -242,5 +242,11 @@ IoResult Send(SocketHandle socket, const void* bytes, std::size_t length) {
   return count >= 0 ? Done(count) : FromErrno();
 }
 
+// A shutdown of the receiving half wakes every poll on the descriptor and
+// sends nothing to the peer; the FIN waits for the close.
+void InterruptReceive(SocketHandle socket) {
+  ::shutdown(Fd(socket), SHUT_RD);
+}
+
 }  // namespace platform
 }  // namespace vxbus

@@ -1,0 +1,99 @@
+// Writing frames onto a session's channel: in batches from the writer
+// thread, or one frame directly from the thread that made it while the
+// writer is idle.
+#include "runtime/process_state.h"
+#include "session/application.h"
+
+namespace vxbus {
+
+namespace {
+
+bool Stopping(const VXAPPImpl& session) {
+  return g_shuttingDown.load(std::memory_order_relaxed) || session.stopRequested.load();
+}
+
+}  // namespace
+
+void VXAPPImpl::QueueFrame(const MessageRef& message) {
+  queuedFrames_.fetch_add(1);
+  sendQueue.Push(message);
+}
+
+bool VXAPPImpl::ClaimIdleWriter() {
+  if (queuedFrames_.load() != 0 || !writeMutex_.try_lock()) return false;
+  // Under the lock, no count means every queued frame has been written.
+  if (queuedFrames_.load() == 0 && !writingEnded_ && !Stopping(*this)) return true;
+  writeMutex_.unlock();
+  return false;
+}
+
+void VXAPPImpl::WriteClaimed(const MessageRef& message) {
+  std::lock_guard<std::mutex> lock(writeMutex_, std::adopt_lock);
+  channel->BeginWriteBatch();
+  FrameBatch batch;
+  const bool written = WriteFrame(message, &batch);
+  if (EndFrameBatch(written, batch)) return;
+  writingEnded_ = true;
+  sendQueue.Wake();  // the writer ends as it would after its own failure
+}
+
+bool VXAPPImpl::WriteQueuedBatch(MessageRef message) {
+  std::lock_guard<std::mutex> lock(writeMutex_);
+  if (writingEnded_) return false;
+  channel->BeginWriteBatch();
+  FrameBatch batch;
+  bool written = true;
+  while (message) {
+    written = WriteFrame(message, &batch);
+    queuedFrames_.fetch_sub(1);
+    if (!written || Stopping(*this)) break;
+    sendQueue.Pop(message, 0);
+  }
+  if (EndFrameBatch(written, batch)) return true;
+  writingEnded_ = true;
+  return false;
+}
+
+void VXAPPImpl::EndWriting() {
+  std::lock_guard<std::mutex> lock(writeMutex_);
+  writingEnded_ = true;
+}
+
+bool VXAPPImpl::WriteFrame(const MessageRef& message, FrameBatch* batch) {
+  if (!message.IsValid()) return true;
+  const bool isCall = message->GetState() == kStateCall;
+  // Entered before the first byte goes out, so no reply can overtake it.
+  if (isCall) pendingCalls->Insert(message);
+  if (message->Send() >= 0) {
+    // The state is not looked at again: once the bytes are out, the reader
+    // may already be turning the call into its reply.
+    if (isCall && !batch->hasCall) batch->firstCallId = message->GetId();
+    batch->hasCall = batch->hasCall || isCall;
+    return true;
+  }
+  // A failed reply or one-way frame is dropped. Send turns a received
+  // call's state into a reply.
+  if (message->GetState() != kStateCall) return true;
+  FailUnwrittenCall(message->GetId());
+  return false;
+}
+
+// When the batch fails as a whole, its first call counts as the one that
+// could not be written.
+bool VXAPPImpl::EndFrameBatch(bool allWritten, const FrameBatch& batch) {
+  const bool flushed = channel->EndWriteBatch() >= 0;
+  if (!allWritten) return false;
+  if (flushed || !batch.hasCall) return true;
+  FailUnwrittenCall(batch.firstCallId);
+  return false;
+}
+
+void VXAPPImpl::FailUnwrittenCall(std::uint32_t id) {
+  MessageRef failed;
+  pendingCalls->Take(id, failed);
+  if (!failed.IsValid()) return;
+  failed->SetReplyState();
+  g_dispatchQueue.Push(failed);  // completed by the dispatch thread
+}
+
+}  // namespace vxbus
