@@ -39,7 +39,7 @@ fi
 
 # Release: without debug information the cross build takes half the time.
 cmake -S . -B "$build" -DCMAKE_TOOLCHAIN_FILE="$toolchain" -DCMAKE_BUILD_TYPE=Release \
-  -DGTest_DIR="$gtest/lib/cmake/GTest" >/dev/null
+  -DGTest_DIR="$gtest/lib/cmake/GTest" -DVXBUS_BUILD_TOOLS=OFF >/dev/null
 if [ "$#" -gt 0 ]; then
   cmake --build "$build" -j"$(nproc)" --target "$@"
 else

@@ -17,19 +17,21 @@ namespace platform {
 // event of the one overlapped read that may be under way.
 class LocalPipe {
  public:
-  LocalPipe(HANDLE read, HANDLE write, HANDLE readEvent)
-      : read(read), write(write), readEvent(readEvent) {}
+  LocalPipe(HANDLE read, HANDLE write, HANDLE readEvent, HANDLE interruptEvent)
+      : read(read), write(write), readEvent(readEvent), interruptEvent(interruptEvent) {}
   ~LocalPipe() {
     ::CloseHandle(read);
     ::CloseHandle(write);
     ::CloseHandle(readEvent);
+    ::CloseHandle(interruptEvent);
   }
   LocalPipe(const LocalPipe&) = delete;
   LocalPipe& operator=(const LocalPipe&) = delete;
 
   const HANDLE read;
   const HANDLE write;
-  const HANDLE readEvent;  // manual reset
+  const HANDLE readEvent;       // manual reset
+  const HANDLE interruptEvent;  // manual reset; once set, every read ends
 };
 
 namespace {
@@ -44,6 +46,13 @@ constexpr std::int64_t kStopPollMs = 1000;
 
 std::string PipePath(const std::string& name) {
   return "\\\\.\\pipe\\" + name;
+}
+
+// Set by WakeLocalPipeAccept; auto reset, so a wake that finds no waiter
+// costs the next wait one extra look at its stop flag.
+HANDLE AcceptWakeEvent() {
+  static const HANDLE event = ::CreateEventA(nullptr, FALSE, FALSE, nullptr);
+  return event;
 }
 
 bool Stopped(const std::atomic<bool>* stop) {
@@ -90,8 +99,10 @@ bool WaitWithStop(HANDLE event, std::int64_t waitMs, const std::atomic<bool>* st
       auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
       slice = std::min<std::int64_t>(slice, std::max<std::int64_t>(left, 0));
     }
-    const DWORD waited = ::WaitForSingleObject(event, static_cast<DWORD>(slice));
+    const HANDLE events[] = {event, AcceptWakeEvent()};
+    const DWORD waited = ::WaitForMultipleObjects(2, events, FALSE, static_cast<DWORD>(slice));
     if (waited == WAIT_OBJECT_0) return true;
+    if (waited == WAIT_OBJECT_0 + 1) continue;  // woken: look at the stop flag now
     if (waited != WAIT_TIMEOUT) return false;
     if (waitMs >= 0 && Clock::now() >= deadline) return false;
   }
@@ -148,12 +159,15 @@ HANDLE OpenClientEnd(const std::string& name, DWORD access, DWORD flags) {
 
 LocalPipe* MakePipe(HANDLE read, HANDLE write) {
   HANDLE readEvent = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
-  LocalPipe* pipe =
-      readEvent == nullptr ? nullptr : new (std::nothrow) LocalPipe(read, write, readEvent);
+  HANDLE interruptEvent = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
+  LocalPipe* pipe = readEvent == nullptr || interruptEvent == nullptr
+                        ? nullptr
+                        : new (std::nothrow) LocalPipe(read, write, readEvent, interruptEvent);
   if (pipe == nullptr) {
     ::CloseHandle(read);
     ::CloseHandle(write);
     CloseIfOpen(readEvent);
+    CloseIfOpen(interruptEvent);
   }
   return pipe;
 }
@@ -201,25 +215,39 @@ IoResult ReadLocalPipe(LocalPipe* pipe, void* buffer, std::uint32_t length, std:
   if (pipe == nullptr) return Status(IoStatus::kFailed, 0, ERROR_INVALID_HANDLE);
   const DWORD round =
       roundMs < 0 ? INFINITE : static_cast<DWORD>(std::min<std::int64_t>(roundMs, INFINITE - 1));
+  const HANDLE events[] = {pipe->readEvent, pipe->interruptEvent};
   for (;;) {
+    if (::WaitForSingleObject(pipe->interruptEvent, 0) == WAIT_OBJECT_0)
+      return Status(IoStatus::kClosed);
     OVERLAPPED overlapped{};
     overlapped.hEvent = pipe->readEvent;
     if (!::ReadFile(pipe->read, buffer, length, nullptr, &overlapped) &&
         ::GetLastError() != ERROR_IO_PENDING)
       return FromLastError();
-    DWORD waited = ::WaitForSingleObject(pipe->readEvent, round);
+    DWORD waited = ::WaitForMultipleObjects(2, events, FALSE, round);
     while (waited == WAIT_TIMEOUT && stop != nullptr && !stop->load(std::memory_order_relaxed))
-      waited = ::WaitForSingleObject(pipe->readEvent, round);
+      waited = ::WaitForMultipleObjects(2, events, FALSE, round);
     const DWORD waitError = ::GetLastError();
     if (waited != WAIT_OBJECT_0) ::CancelIo(pipe->read);
     DWORD count = 0;
     if (!::GetOverlappedResult(pipe->read, &overlapped, &count, TRUE)) {
       if (::GetLastError() != ERROR_OPERATION_ABORTED) return FromLastError();
+      if (waited == WAIT_OBJECT_0 + 1) return Status(IoStatus::kClosed);
       return waited == WAIT_TIMEOUT ? Status(IoStatus::kTimedOut)
                                     : Status(IoStatus::kFailed, 0, static_cast<int>(waitError));
     }
     if (count > 0) return Status(IoStatus::kOk, count);
   }
+}
+
+// The read under way waits on this event too, and cancels itself; a later
+// read sees the event set before it starts.
+void InterruptLocalPipeRead(LocalPipe* pipe) {
+  if (pipe != nullptr) ::SetEvent(pipe->interruptEvent);
+}
+
+void WakeLocalPipeAccept() {
+  ::SetEvent(AcceptWakeEvent());
 }
 
 IoResult WriteLocalPipe(LocalPipe* pipe, const void* bytes, std::uint32_t length) {

@@ -230,13 +230,21 @@ IoResult Receive(SocketHandle socket, void* buffer, std::size_t length) {
   int count = ::recv(Native(socket), static_cast<char*>(buffer), part, 0);
   if (count > 0 || (count == 0 && length == 0)) return Done(count);
   if (count == 0) return Status(IoStatus::kClosed);
-  return FromLastError();
+  IoResult failed = FromLastError();
+  if (failed.systemCode == WSAESHUTDOWN) failed.status = IoStatus::kClosed;  // InterruptReceive
+  return failed;
 }
 
 IoResult Send(SocketHandle socket, const void* bytes, std::size_t length) {
   int part = length > INT_MAX ? INT_MAX : static_cast<int>(length);
   int count = ::send(Native(socket), static_cast<const char*>(bytes), part, 0);
   return count >= 0 ? Done(count) : FromLastError();
+}
+
+// A shutdown of the receiving half ends the waits for reading and sends
+// nothing to the peer; a later recv fails with WSAESHUTDOWN.
+void InterruptReceive(SocketHandle socket) {
+  ::shutdown(Native(socket), SD_RECEIVE);
 }
 
 }  // namespace platform
