@@ -142,7 +142,7 @@ bool Converse(const std::string& serverName, bool overPipes) {
     Say(kRole, "Disconnecting. Our pipe reads time out after 2 seconds; then the session ends.");
   else
     Say(kRole,
-        "Disconnecting. The session's reader looks for this every 5 seconds; wait a moment.");
+        "Disconnecting.");
   return done;
 }
 

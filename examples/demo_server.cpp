@@ -120,12 +120,7 @@ int RunServer(const Endpoint& endpoint) {
 
   bool served = g_clientGone.WaitFor(std::chrono::seconds(30));
   if (!served) Say(kRole, "No client came and went within 30 seconds; giving up.");
-  if (endpoint.UsesPipes()) {
-    Say(kRole, "Shutting down. The pipe listener first finishes its wait for another client,");
-    Say(kRole, "which lasts up to 10 seconds, so this takes a moment.");
-  } else {
-    Say(kRole, "Shutting down.");
-  }
+  Say(kRole, "Shutting down.");
   VXShutdown();
   Say(kRole, "Stopped.");
   return served ? 0 : 1;

@@ -66,10 +66,10 @@ ExitCode StartAndConnect(const Options& options, const std::string& target, std:
 }
 
 void Leave(int code) {
+  VXShutdown();
   std::cout.flush();
   std::cerr.flush();
-  std::fflush(nullptr);
-  std::_Exit(code);
+  std::exit(code);
 }
 
 }  // namespace vxctl

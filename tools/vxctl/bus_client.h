@@ -14,10 +14,8 @@ namespace vxctl {
 // on success `appId` is the peer's name on the bus.
 ExitCode StartAndConnect(const Options& options, const std::string& target, std::string& appId);
 
-// Ends the process with `code` once the output is flushed, without the
-// library's ordered stop: that waits up to a reader's poll period (5 s) for
-// each TCP session, too long for a command whose work is done. The process's
-// end closes the connection, which the peer sees as the end of the session.
+// Ends the process with `code`: the library's ordered stop first (it wakes
+// the session's threads, so it returns at once), then the output is flushed.
 [[noreturn]] void Leave(int code);
 
 // "vxctl: " and the text, on standard error.
