@@ -141,8 +141,7 @@ bool Converse(const std::string& serverName, bool overPipes) {
   if (overPipes)
     Say(kRole, "Disconnecting. Our pipe reads time out after 2 seconds; then the session ends.");
   else
-    Say(kRole,
-        "Disconnecting.");
+    Say(kRole, "Disconnecting.");
   return done;
 }
 
