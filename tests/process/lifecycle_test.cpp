@@ -296,5 +296,25 @@ TEST_F(LifecycleTest, ShutdownFromADisconnectListenerDoesNotWaitForItsOwnThread)
   --outstanding_;
 }
 
+// With live sessions and never a VXShutdown, a process still ends, with its
+// own exit code, whether it returns from main or calls exit inside a slot.
+TEST_F(LifecycleTest, ProcessEndsWithoutShutdownFromMainAndFromASlot) {
+  int port = InitListening("exitwatcher");
+  Peer returner(Named("returner"));
+  Peer exiter(Named("exiter"));
+  ASSERT_TRUE(returner.Ready() && exiter.Ready());
+  ASSERT_EQ(ConnectFrom(returner, port), Accepted());
+  ASSERT_EQ(ConnectFrom(exiter, port), Accepted());
+  returner.Send("return-without-shutdown 5");
+  EXPECT_EQ(VXNotify(exiter.AppId().c_str(), 7, VX_INVALID_PARAMLIST, nullptr, nullptr),
+            VX_SUCCESS);
+  int code = -1;
+  EXPECT_TRUE(returner.WaitForExit(std::chrono::seconds(10), &code));
+  EXPECT_EQ(code, 5);
+  code = -1;
+  EXPECT_TRUE(exiter.WaitForExit(std::chrono::seconds(10), &code));
+  EXPECT_EQ(code, 7);
+}
+
 }  // namespace
 }  // namespace vxbus

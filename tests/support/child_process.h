@@ -22,6 +22,9 @@ class ChildProcess {
   // The next line the child wrote, without its newline; false on time-out or end.
   bool ReadLine(std::string& line, std::chrono::milliseconds limit);
   void Kill();
+  // Waits up to `limit` for the child to end by itself; true with its exit
+  // code (or 128 + the signal that ended it) in `exitCode`.
+  bool WaitForExit(std::chrono::milliseconds limit, int* exitCode);
 
  private:
   long pid_ = -1;

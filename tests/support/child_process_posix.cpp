@@ -79,5 +79,18 @@ void ChildProcess::Kill() {
   pid_ = -1;
 }
 
+bool ChildProcess::WaitForExit(std::chrono::milliseconds limit, int* exitCode) {
+  if (pid_ <= 0) return false;
+  auto deadline = std::chrono::steady_clock::now() + limit;
+  int status = 0;
+  while (waitpid(static_cast<pid_t>(pid_), &status, WNOHANG) == 0) {
+    if (std::chrono::steady_clock::now() >= deadline) return false;
+    poll(nullptr, 0, 10);  // a child's end has no descriptor to wait on
+  }
+  pid_ = -1;
+  *exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return true;
+}
+
 }  // namespace testing
 }  // namespace vxbus
