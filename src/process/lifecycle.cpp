@@ -4,6 +4,7 @@
 // VXShutdown that matches it undoes it. Slots, signals, listeners and open
 // gates stay over a shutdown.
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
 #include <mutex>
 #include <string>
@@ -28,9 +29,11 @@ namespace {
 
 std::recursive_mutex g_initLock;
 std::atomic<std::int32_t> g_initCount{0};
-std::thread g_tcpThread;
-std::thread g_pipeThread;
-std::thread g_dispatchThread;
+// Never destroyed: a process that exits without VXShutdown still holds them
+// joinable, and destroying a joinable thread ends the process.
+std::thread& g_tcpThread = *new std::thread;
+std::thread& g_pipeThread = *new std::thread;
+std::thread& g_dispatchThread = *new std::thread;
 
 constexpr char kAnyAddress[] = "0.0.0.0";
 
@@ -48,6 +51,16 @@ const bool g_layersWired = [] {
 
 void StopAndJoinReader(const SessionRef& session) {
   if (session->IsSessionValid()) session->Stop();
+}
+
+// Runs at exit when the library was not shut down, maybe on one of its own
+// threads (exit inside a slot): it asks every thread to stop and wakes what
+// it can, but joins nothing, so the process ends whichever thread called it.
+void StopWithoutWaitingAtExit() {
+  if (g_initCount.load() == 0) return;
+  g_shuttingDown = true;
+  VXConnectionReady();
+  g_dispatchQueue.Push(MessageRef());
 }
 
 bool IsSet(const char* text) {
@@ -72,6 +85,8 @@ _tag_VX_ERROR InitializeCommon(const char* pipeName, const char* bindAddress, co
   std::lock_guard<std::recursive_mutex> lock(g_initLock);
   const std::int32_t count = ++g_initCount;
   if (count == 1) {
+    static const bool exitStepRegistered = std::atexit(StopWithoutWaitingAtExit) == 0;
+    (void)exitStepRegistered;
     platform::StartSocketLibrary();
     g_limits = g_defaultLimits;
     MergeLimits(limits);

@@ -22,6 +22,7 @@ bool VXAPPImpl::IsObjectValid() const {
 }
 
 void VXAPPImpl::SetReaderThread(std::thread thread) {
+  readerId_.store(thread.get_id());
   readerThread = std::move(thread);
   readerThreadHeld_.store(true);
 }
@@ -35,9 +36,12 @@ void VXAPPImpl::Stop() {
   JoinReaderThread();
 }
 
+// The reader is told apart before the lock: a listener that stops its own
+// session while another thread joins it would otherwise wait on that thread.
 void VXAPPImpl::JoinReaderThread() {
+  if (readerId_.load() == std::this_thread::get_id()) return;
   std::lock_guard<std::mutex> lock(joinMutex_);
-  if (!readerThread.joinable() || readerThread.get_id() == std::this_thread::get_id()) return;
+  if (!readerThread.joinable()) return;
   readerThread.join();
   readerThreadHeld_.store(false);
 }

@@ -58,7 +58,8 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   // may be asked from any thread while another joins.
   void SetReaderThread(std::thread thread);
   // Joins the reader unless it is the calling thread or already joined; two
-  // callers that stop the same session at once are kept apart.
+  // callers that stop the same session at once are kept apart. Called on the
+  // reader (a disconnect listener) it returns at once and takes no lock.
   void JoinReaderThread();
   // Asks both threads to end, wakes them, and waits for the reader, and so
   // for the disconnect listener; the writer follows at once.
@@ -127,6 +128,7 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   std::atomic<std::uint32_t> queuedFrames_{0};  // queued and not yet written
   bool writingEnded_ = false;                   // under writeMutex_
   std::atomic<bool> readerThreadHeld_{false};
+  std::atomic<std::thread::id> readerId_{};
   std::atomic<int> runningThreads_{2};
   std::mutex joinMutex_;
 };

@@ -2,7 +2,9 @@
 
 namespace vxbus {
 
-ApplicationRegistry g_applications;
+// Never destroyed: session threads of a process that exits without a
+// shutdown still leave it while the exit handlers run.
+ApplicationRegistry& g_applications = *new ApplicationRegistry;
 
 VXAPPImpl* ApplicationRegistry::FindLocked(const char* appId) {
   if (appId == nullptr) return nullptr;

@@ -43,7 +43,7 @@ class ApplicationRegistry {
   std::atomic<std::size_t> size_{0};
 };
 
-extern ApplicationRegistry g_applications;
+extern ApplicationRegistry& g_applications;
 
 }  // namespace vxbus
 

@@ -8,7 +8,9 @@
 
 namespace vxbus {
 
-VXMessageQueue g_dispatchQueue;
+// Never destroyed: a process that exits without shutting down leaves the
+// dispatch thread asleep on it, and its condition variable must outlive that.
+VXMessageQueue& g_dispatchQueue = *new VXMessageQueue;
 
 VXMessageQueue::~VXMessageQueue() {
   Clear();

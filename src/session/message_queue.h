@@ -52,7 +52,7 @@ class VXMessageQueue {
   Node* fifo_ = nullptr;  // consumer-private, oldest first
 };
 
-extern VXMessageQueue g_dispatchQueue;
+extern VXMessageQueue& g_dispatchQueue;
 
 }  // namespace vxbus
 

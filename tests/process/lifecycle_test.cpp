@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <cstdlib>
 #include <cstring>
 #include <future>
 #include <memory>
@@ -299,6 +300,33 @@ TEST_F(LifecycleTest, ShutdownFromADisconnectListenerDoesNotWaitForItsOwnThread)
   // Well inside the bound a shutdown gives session threads to finish.
   EXPECT_TRUE(done.WaitFor(std::chrono::seconds(8)));
   --outstanding_;
+}
+
+// With live sessions and never a VXShutdown, a process still ends, with its
+// own exit code, whether it returns from main or calls exit inside a slot.
+TEST_F(LifecycleTest, ProcessEndsWithoutShutdownFromMainAndFromASlot) {
+  int port = InitListening("exitwatcher");
+  // Threads left running at exit are the point here, not a leak to report
+  // under ThreadSanitizer, whose report would replace the exit code.
+  setenv("TSAN_OPTIONS", "report_thread_leaks=0", 1);
+  Peer returner(Named("returner"));
+  Peer exiter(Named("exiter"));
+  ASSERT_TRUE(returner.Ready() && exiter.Ready());
+  ASSERT_EQ(ConnectFrom(returner, port), Accepted());
+  ASSERT_EQ(ConnectFrom(exiter, port), Accepted());
+  returner.Send("return-without-shutdown 5");
+  // The peer reports its connect before this side's reader has entered it.
+  EXPECT_TRUE(WaitUntil([&exiter] {
+    return VXNotify(exiter.AppId().c_str(), 7, VX_INVALID_PARAMLIST, nullptr, nullptr) ==
+           VX_SUCCESS;
+  }));
+  int code = -1;
+  EXPECT_TRUE(returner.WaitForExit(std::chrono::seconds(10), &code));
+  EXPECT_EQ(code, 5);
+  code = -1;
+  EXPECT_TRUE(exiter.WaitForExit(std::chrono::seconds(10), &code));
+  EXPECT_EQ(code, 7);
+  unsetenv("TSAN_OPTIONS");
 }
 
 }  // namespace

@@ -183,6 +183,34 @@ TEST_F(SessionTest, LocalStopRunsListenersOnTheReaderAndDropsSubscriptions) {
   EXPECT_TRUE(observed_.subscriptionsGoneAtDisconnect);
 }
 
+// The session a disconnect listener stops again, as VXDisconnect does once it
+// finds the entry; held here so the second stop never misses it.
+SessionRef* g_stopAgain = nullptr;
+testing::Signal* g_listenerReturned = nullptr;
+
+void StopOwnSessionFromListener(const char*, const char*, std::int32_t, const char*) {
+  (*g_stopAgain)->Stop();
+  g_listenerReturned->Raise();
+}
+
+TEST_F(SessionTest, ListenerStoppingItsSessionDuringAnotherStopReturnsWithoutJoining) {
+  testing::ChannelPair pair = testing::MakeSocketChannelPair();
+  SessionRef a = EstablishedSession(pair.first, "hostL:7/listener");
+  ASSERT_TRUE(WaitUntil([this] { return observed_.connected.load(); }));
+  testing::Signal listenerReturned, disconnectReturned;
+  g_stopAgain = &a;
+  g_listenerReturned = &listenerReturned;
+  VXSetDisconnectListener(StopOwnSessionFromListener);
+  std::thread stopper([&] {
+    EXPECT_EQ(VXDisconnect("hostL:7/listener"), VX_SUCCESS);
+    disconnectReturned.Raise();
+  });
+  EXPECT_TRUE(listenerReturned.WaitFor());
+  ASSERT_TRUE(disconnectReturned.WaitFor());
+  stopper.join();
+  EXPECT_FALSE(a->IsSessionValid());
+}
+
 TEST_F(SessionTest, UnestablishedSessionEndsAtOnceWithoutListenersOrEntry) {
   testing::ChannelPair pair = testing::MakeSocketChannelPair();
   SessionRef session(new VXAPPImpl);

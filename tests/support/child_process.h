@@ -25,6 +25,9 @@ class ChildProcess {
   // return); false on time-out or end.
   bool ReadLine(std::string& line, std::chrono::milliseconds limit);
   void Kill();
+  // Waits up to `limit` for the child to end by itself; true with its exit
+  // code (or 128 + the signal that ended it) in `exitCode`.
+  bool WaitForExit(std::chrono::milliseconds limit, int* exitCode);
 
  private:
   struct Native;  // the system's handles; each platform's file defines it

@@ -83,5 +83,18 @@ long CurrentProcessId() {
   return static_cast<long>(getpid());
 }
 
+bool ChildProcess::WaitForExit(std::chrono::milliseconds limit, int* exitCode) {
+  if (native_->pid <= 0) return false;
+  auto deadline = std::chrono::steady_clock::now() + limit;
+  int status = 0;
+  while (waitpid(native_->pid, &status, WNOHANG) == 0) {
+    if (std::chrono::steady_clock::now() >= deadline) return false;
+    poll(nullptr, 0, 10);  // a child's end has no descriptor to wait on
+  }
+  native_->pid = -1;
+  *exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+  return true;
+}
+
 }  // namespace testing
 }  // namespace vxbus

@@ -137,6 +137,18 @@ void ChildProcess::Kill() {
   native_->process = nullptr;
 }
 
+bool ChildProcess::WaitForExit(std::chrono::milliseconds limit, int* exitCode) {
+  if (native_->process == nullptr) return false;
+  if (::WaitForSingleObject(native_->process, static_cast<DWORD>(limit.count())) != WAIT_OBJECT_0)
+    return false;
+  DWORD code = 0;
+  ::GetExitCodeProcess(native_->process, &code);
+  ::CloseHandle(native_->process);
+  native_->process = nullptr;
+  *exitCode = static_cast<int>(code);
+  return true;
+}
+
 long CurrentProcessId() {
   return static_cast<long>(::GetCurrentProcessId());
 }

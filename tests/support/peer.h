@@ -44,6 +44,9 @@ class Peer {
   int CountLines(const std::string& prefix) const;
 
   void Kill() { process_->Kill(); }
+  bool WaitForExit(std::chrono::milliseconds limit, int* exitCode) {
+    return process_->WaitForExit(limit, exitCode);
+  }
 
  private:
   PeerOptions options_;

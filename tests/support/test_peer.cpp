@@ -99,6 +99,13 @@ _tag_VX_ERROR Record(HVXPARAMLIST input, HVXPARAMLIST output, VXSlotContext* con
   return VX_SUCCESS;
 }
 
+constexpr int kExitInSlotCode = 7;
+
+// 7: ends the process from inside the slot, without VXShutdown.
+_tag_VX_ERROR ExitInSlot(HVXPARAMLIST, HVXPARAMLIST, VXSlotContext*) {
+  std::exit(kExitInSlotCode);
+}
+
 void Command(const std::string& line) {
   std::istringstream in(line);
   std::string verb;
@@ -188,9 +195,12 @@ int main(int argc, char** argv) {
     return 1;
   }
   g_ownAppId = vxbus::testing::HostName() + ":" + std::to_string(port) + "/" + name;
-  const _tag_SLOT_DESCRIPTION slots[] = {
-      {1, Echo, nullptr}, {2, Block, nullptr}, {3, Forward, nullptr}, {6, Record, nullptr}};
-  VXRegisterSlots(slots, 4);
+  const _tag_SLOT_DESCRIPTION slots[] = {{1, Echo, nullptr},
+                                         {2, Block, nullptr},
+                                         {3, Forward, nullptr},
+                                         {6, Record, nullptr},
+                                         {7, ExitInSlot, nullptr}};
+  VXRegisterSlots(slots, 5);
   VXConnectionReady();
   if (port != 0) {  // ready means a peer can connect now
     std::unique_lock<std::mutex> lock(g_listeningMutex);
@@ -199,8 +209,12 @@ int main(int argc, char** argv) {
   Say("ready " + g_ownAppId);
 
   std::string line;
-  while (std::getline(std::cin, line) && line != "quit")
+  const std::string returnVerb = "return-without-shutdown ";
+  while (std::getline(std::cin, line) && line != "quit") {
+    if (line.compare(0, returnVerb.size(), returnVerb) == 0)
+      return std::atoi(line.c_str() + returnVerb.size());
     Command(line);
+  }
   VXShutdown();
   return 0;
 }
