@@ -10,9 +10,18 @@
 #include "byte_channel.h"
 #include "paramlist/fast_holder.h"
 #include "paramlist/handle.h"
+#include "runtime/process_state.h"
+#include "session/application.h"
+#include "session/slot_call_message.h"
+#include "transport/app_id_block.h"
+#include "transport/challenge.h"
 
 using vxbus::ChannelRef;
 using vxbus::ListFromHandle;
+using vxbus::MessageRef;
+using vxbus::SessionRef;
+using vxbus::VXSlotCallMessage;
+using vxbus::fuzz::ByteChannel;
 using Bytes = std::vector<std::uint8_t>;
 
 namespace {
@@ -86,6 +95,54 @@ Bytes ImageSeed(HVXPARAMLIST list) {
   return seed;
 }
 
+// A session whose frames land in `sink`.
+SessionRef SinkSession(ByteChannel* sink) {
+  SessionRef session(new vxbus::VXAPPImpl);
+  session->channel = ChannelRef(sink);
+  session->name = "fuzz:1/peer";
+  session->established = true;
+  return session;
+}
+
+// One frame of each kind carrying the list: a one-way call, a call, and the
+// reply to the call with id 1 that the frame harness keeps waiting.
+Bytes FrameSeed(HVXPARAMLIST list) {
+  auto* sink = new ByteChannel(nullptr, 0);
+  SessionRef session = SinkSession(sink);
+  MessageRef oneWay(
+      new VXSlotCallMessage(vxbus::IVXMessage::EventRef(), session, 7, list, nullptr, nullptr));
+  oneWay->Send();
+  MessageRef call(new VXSlotCallMessage(vxbus::IVXMessage::EventRef(new MTObjects::ISyncEvent),
+                                        session, 3, list, nullptr, nullptr));
+  call->Send();
+  const unsigned char callHeader[16] = {1, 0, 0, 0, 1, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0};
+  MessageRef received(new VXSlotCallMessage(session, callHeader));
+  VXSetHandleValue(vxbus::HandleFromList(received->GetOutputList().get()), "list", list);
+  received->Send();
+  return sink->Written();
+}
+
+// A connecting side's bytes for a full handshake, from the library's own
+// connecting code; the leading 1 asks the harness to answer its challenge.
+Bytes HandshakeSeed(HVXPARAMLIST) {
+  auto* acceptor = new ByteChannel(nullptr, 0);
+  ChannelRef acceptorRef(acceptor);
+  vxbus::WriteAppId(*acceptor, "fuzz:1/acceptor");
+  const std::uint8_t challenge[vxbus::kChallengeBytes] = {};
+  acceptor->Write(challenge, sizeof challenge);
+  vxbus::WriteAppId(*acceptor, "fuzz:1/acceptor");
+  const Bytes input = acceptor->Written();
+  auto* channel = new ByteChannel(input.data(), input.size());
+  SessionRef session(new vxbus::VXAPPImpl);
+  ChannelRef channelRef(channel);
+  session->channel = channelRef;
+  vxbus::g_ownAppId = "seed:2/connector";
+  session->RunConnectExchange(nullptr, 0, nullptr, 0);
+  Bytes seed{1};
+  seed.insert(seed.end(), channel->Written().begin(), channel->Written().end());
+  return seed;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -97,7 +154,10 @@ int main(int argc, char** argv) {
   struct Harness {
     const char* name;
     Bytes (*seed)(HVXPARAMLIST);
-  } const harnesses[] = {{"list_stream", StreamSeed}, {"list_image", ImageSeed}};
+  } const harnesses[] = {{"list_stream", StreamSeed},
+                         {"list_image", ImageSeed},
+                         {"frame_reader", FrameSeed},
+                         {"handshake", HandshakeSeed}};
   const std::vector<HVXPARAMLIST> lists = SampleLists();
   bool ok = true;
   for (const Harness& h : harnesses) {

@@ -23,7 +23,7 @@ class LocalPipe;
 
 // One round of the listener: makes both names, waits up to `inWaitMs` for a
 // client on `inName`, then without a limit for that same client on
-// `outName`. `*stop` reading true ends the first wait early (it is looked at
+// `outName`. `*stop` reading true ends either wait early (it is looked at
 // when the round starts and at least once a second while waiting); `stop`
 // may be null. A client that goes away during the second wait may end it.
 // No listening end is left behind, whatever the outcome. Returns the

@@ -70,8 +70,9 @@ void AcceptAndLog(const ChannelRef& channel, const char* linePrefix);
 extern MTObjects::MTReferencedPtr<ConnThreadInfo> g_connThreadInfo;
 extern MTObjects::MTReferencedPtr<ConnPipeThreadInfo> g_connPipeThreadInfo;
 
-// Both wait at their gates first and end on g_shuttingDown. Each runs the
-// handshake of every peer it takes on itself, one peer at a time.
+// Both wait at their gates first and end on g_shuttingDown. The TCP thread
+// runs each handshake on a handshake thread (HandshakeThreads) and waits for
+// them before it ends; the pipe thread runs each one itself.
 void TcpConnectionThread();
 void PipeConnectionThread();
 

@@ -6,6 +6,7 @@
 #include "runtime/log.h"
 #include "runtime/process_state.h"
 #include "transport/connection_threads.h"
+#include "transport/handshake_threads.h"
 #include "transport/socket_channel.h"
 
 namespace vxbus {
@@ -37,7 +38,8 @@ class TcpListener {
 
   MTObjects::MTReferencedPtr<ConnThreadInfo> info_;
   platform::SocketHandle socket_ = platform::kInvalidSocket;
-  bool failureLogged_ = false;  // one line per run of failures, not one a second
+  bool failureLogged_ = false;   // one line per run of failures, not one a second
+  HandshakeThreads handshakes_;  // joined before the listener is gone
 };
 
 // The address is read afresh at each attempt.
@@ -90,8 +92,10 @@ void TcpListener::TakeOnePeer() {
   ApplyConnectedSocketOptions(accepted);
   VX_LOG(kLogInfo, "ConnectionThread. Starting new application");
   ChannelRef channel = WrapAcceptedSocket(accepted);
-  AcceptAndLog(channel, "ConnectionThread. ");
-  VX_LOG(kLogInfo, "ConnectionThread. Initialization of new connection is completed.");
+  handshakes_.Run([channel] {
+    AcceptAndLog(channel, "ConnectionThread. ");
+    VX_LOG(kLogInfo, "ConnectionThread. Initialization of new connection is completed.");
+  });
 }
 
 void TcpListener::Run() {

@@ -211,7 +211,10 @@ TEST_F(LifecycleTest, TcpListenerWaitsForItsPortLimitsConnectionsAndReportsSessi
                                      guest.AppId() + " " + g_hostName + " " +
                                      std::to_string(guest.Port()) + " guest");
 
-  EXPECT_EQ(ConnectFrom(second, port), Accepted());           // the limit is strictly greater
+  EXPECT_EQ(ConnectFrom(second, port), Accepted());  // the limit is strictly greater
+  // Handshakes run beside the listener: the limit counts the sessions that
+  // are in the registry, which the second joins just before its listener call.
+  ASSERT_TRUE(WaitUntil([] { return Copy(g_connects).size() == 2; }));
   EXPECT_EQ(ConnectFrom(third, port), "connect-result -1 ");  // closed before the first byte
   EXPECT_EQ(log_.Count(kLogCritical,
                        "ConnectionThread. Connection limit reached. Closing connection. "
@@ -228,6 +231,29 @@ TEST_F(LifecycleTest, TcpListenerWaitsForItsPortLimitsConnectionsAndReportsSessi
   ASSERT_TRUE(WaitUntil([] { return DEBUG_VXObjectCount().applications == 0; }));
   EXPECT_EQ(Copy(g_disconnects).size(), 2u);
   EXPECT_EQ(Copy(g_connects).size(), 2u);  // none for the refused one
+}
+
+// A connection that never says a word holds up only its own handshake.
+TEST_F(LifecycleTest, SilentConnectionDoesNotHoldUpTheNextPeer) {
+  const int port = InitListening("door");
+  platform::Ipv4Endpoint endpoint;
+  platform::ParseDottedAddress("127.0.0.1", &endpoint.address);
+  endpoint.port = static_cast<std::uint16_t>(port);
+  platform::SocketHandle silent = platform::CreateStreamSocket();
+  ASSERT_TRUE(platform::Connect(silent, endpoint).ok());
+  ASSERT_TRUE(log_.WaitFor(kLogInfo, "ConnectionThread. Starting new application"));
+
+  // The silent one's handshake waits out the default read limit of a minute;
+  // the guest's answer comes within the peer's bound of 15 s all the same.
+  Peer guest(Named("guest"));
+  ASSERT_TRUE(guest.Ready());
+  EXPECT_EQ(ConnectFrom(guest, port), Accepted());
+
+  platform::CloseSocket(silent);  // its handshake fails at once
+  EXPECT_TRUE(log_.WaitFor(kLogError, "ConnectionThread. Application start failed"));
+  guest.Kill();
+  ASSERT_TRUE(WaitUntil([] { return DEBUG_VXObjectCount().applications == 0; }));
+  Shutdown();
 }
 
 TEST_F(LifecycleTest, RepeatedInitialiseIsCountedAndTheLastShutdownJoinsEveryThread) {

@@ -1,8 +1,18 @@
 // The pipe connection thread: its stop without a pipe name, and its shutdown.
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <cstring>
+#include <future>
 #include <string>
 #include <vector>
+
+#ifndef _WIN32
+#include <stddef.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+#endif
 
 #include "support/channel_pair.h"
 #include "support/log_capture.h"
@@ -50,6 +60,36 @@ TEST_F(PipeConnectionThreadTest, ShutdownEndsARunningListener) {
   EXPECT_EQ(log_.Count("ConnThread Shutdown"), 1);
   EXPECT_FALSE(ConnectPipeChannel(pipe).IsValid());  // no pipe stays behind
 }
+
+#ifndef _WIN32
+// A client that connects only the "_in" half, as a raw socket on the name
+// under which the listener of this platform takes it; -1 when it can't.
+int ConnectOnlyTheInHalf(const std::string& pipe) {
+  const std::string name = pipe + "_in";
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (name.size() + 1 > sizeof address.sun_path) return -1;
+  std::memcpy(address.sun_path + 1, name.data(), name.size());  // abstract name
+  const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+  const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  if (fd >= 0 && ::connect(fd, reinterpret_cast<const sockaddr*>(&address), length) == 0) return fd;
+  if (fd >= 0) ::close(fd);
+  return -1;
+}
+
+TEST_F(PipeConnectionThreadTest, AClientWithOnlyTheInHalfDoesNotHoldUpShutdown) {
+  const std::string pipe = UniquePipeName("half");
+  ASSERT_EQ(VXInitializeWithPipeChannel(pipe.c_str(), nullptr, "half", 0, nullptr), VX_SUCCESS);
+  VXConnectionReady();
+  int half = -1;
+  ASSERT_TRUE(WaitUntil([&] { return (half = ConnectOnlyTheInHalf(pipe)) >= 0; }));
+  auto shutdown = std::async(std::launch::async, [] { return VXShutdown(); });
+  const bool ended = shutdown.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+  ::close(half);  // lets a listener that still waits go, so that the test ends
+  EXPECT_TRUE(ended);
+  EXPECT_EQ(shutdown.get(), VX_SUCCESS);
+}
+#endif
 
 }  // namespace
 }  // namespace testing

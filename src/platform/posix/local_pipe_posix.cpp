@@ -118,15 +118,20 @@ pid_t PeerProcess(int fd) {
 // Waits without a limit for the "_out" half of the client that is already
 // connected on `inConnection`. A connection from another process is turned
 // away, so that two clients cannot end up with each other's halves; a client
-// that goes away in the meantime ends the wait.
-int AcceptSecondHalf(int outListener, int inConnection) {
+// that goes away in the meantime ends the wait, and so does a stop request,
+// so that a client that never opens "_out" cannot hold up a shutdown.
+int AcceptSecondHalf(int outListener, int inConnection, const std::atomic<bool>* stop) {
   const pid_t client = PeerProcess(inConnection);
   for (;;) {
     pollfd entries[2] = {{outListener, POLLIN, 0}, {inConnection, POLLRDHUP, 0}};
-    int result = ::poll(entries, 2, -1);
+    int result = ::poll(entries, 2, static_cast<int>(kStopCheckMs));
     if (result < 0) {
       if (errno == EINTR) continue;
       return -1;
+    }
+    if (result == 0) {
+      if (Stopped(stop)) return -1;
+      continue;
     }
     if ((entries[1].revents & (POLLRDHUP | POLLHUP | POLLERR | POLLNVAL)) != 0) return -1;
     if ((entries[0].revents & (POLLERR | POLLHUP | POLLNVAL)) != 0) return -1;
@@ -220,7 +225,7 @@ LocalPipe* AcceptLocalPipe(const std::string& inName, const std::string& outName
     ::close(outListener);
     return nullptr;
   }
-  int outConnection = AcceptSecondHalf(outListener, inConnection);
+  int outConnection = AcceptSecondHalf(outListener, inConnection, stop);
   ::close(outListener);
   if (outConnection < 0) {
     ::close(inConnection);

@@ -1,0 +1,57 @@
+// The frame reader of a session, fed whole frames by the fuzzer through the
+// channel interface: calls, one-way calls and replies, read one after the
+// other until the reader ends the session. One call with id 1 waits for its
+// reply, so that reply bodies are read too.
+#include <cstddef>
+#include <cstdint>
+#include <thread>
+
+#include "byte_channel.h"
+#include "runtime/process_state.h"
+#include "session/application.h"
+#include "session/slot_call_message.h"
+
+using vxbus::ChannelRef;
+using vxbus::MessageRef;
+using vxbus::SessionRef;
+using vxbus::VXAPPImpl;
+using vxbus::VXSlotCallMessage;
+using vxbus::fuzz::ByteChannel;
+
+namespace {
+
+// One session for every input: a session counts as valid while it holds a
+// reader thread, and starting one per input would cost most of the time.
+// Each input brings its own channel and its own waiting call.
+SessionRef* g_session = nullptr;
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  vxbus::g_limits.limits.MAX_READ_SIZE = 1 << 20;  // see list_stream_fuzzer.cpp
+  g_session = new SessionRef(new VXAPPImpl);
+  VXAPPImpl& session = **g_session;
+  session.name = "fuzz:1/peer";
+  session.established = true;
+  session.SetReaderThread(std::thread([] {}));
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const SessionRef& session = *g_session;
+  session->channel = ChannelRef(new ByteChannel(data, size));
+
+  vxbus::g_lastMessageId = 0;  // the waiting call gets id 1
+  MessageRef waiting(new VXSlotCallMessage(vxbus::IVXMessage::EventRef(new MTObjects::ISyncEvent),
+                                           session, 1, VX_INVALID_PARAMLIST, nullptr, nullptr));
+  session->pendingCalls->Insert(waiting);
+
+  MessageRef message;
+  for (int frames = 0; frames < 64 && session->ReceiveMessage(message); ++frames) {
+    if (!message.IsValid()) __builtin_trap();
+  }
+  message.Reset();
+  session->pendingCalls->Clear();
+  session->channel.Reset();
+  return 0;
+}

@@ -1,0 +1,65 @@
+// The accepting side of the handshake, with the connecting peer's bytes from
+// the fuzzer and the challenge from the real random source. The first input
+// byte chooses whether the 16 bytes read as the answer are replaced with the
+// right one, so that the steps after the challenge are reached as well.
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+
+#include "byte_channel.h"
+#include "runtime/process_state.h"
+#include "session/application.h"
+#include "transport/challenge.h"
+
+using vxbus::ChannelRef;
+using vxbus::SessionRef;
+using vxbus::VXAPPImpl;
+
+namespace {
+
+// Knows the challenge it carried out and so the answer that matches it.
+class AnsweringChannel : public vxbus::fuzz::ByteChannel {
+ public:
+  AnsweringChannel(const std::uint8_t* data, std::size_t size, bool answer)
+      : ByteChannel(data, size), answer_(answer) {}
+
+  std::int32_t Read(void* buffer, std::uint32_t length) override {
+    const std::int32_t got = ByteChannel::Read(buffer, length);
+    if (got == static_cast<std::int32_t>(vxbus::kAnswerBytes) && answerDue_) {
+      std::memcpy(buffer, expected_, vxbus::kAnswerBytes);
+      answerDue_ = false;
+    }
+    return got;
+  }
+  std::int32_t Write(const void* bytes, std::uint32_t length) override {
+    if (answer_ && length == vxbus::kChallengeBytes) {
+      vxbus::ComputeAnswer(vxbus::g_limits.limits.authBlock,
+                           static_cast<const unsigned char*>(bytes), expected_);
+      answerDue_ = true;
+    }
+    return ByteChannel::Write(bytes, length);
+  }
+
+ private:
+  const bool answer_;
+  bool answerDue_ = false;
+  unsigned char expected_[vxbus::kAnswerBytes] = {};
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerInitialize(int*, char***) {
+  vxbus::g_ownAppId = "fuzz:1/acceptor";
+  return 0;
+}
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  if (size < 1) return 0;
+  SessionRef session(new VXAPPImpl);
+  auto* channel = new AnsweringChannel(data + 1, size - 1, (data[0] & 1) != 0);
+  session->channel = ChannelRef(channel);
+  session->RunAcceptExchange();
+  // Accepted only with a name that has a host and a port.
+  if (session->established && session->name.find(':') == std::string::npos) __builtin_trap();
+  return 0;
+}
