@@ -26,6 +26,8 @@ class LocalPipe;
 // `outName`. `*stop` reading true ends either wait early (it is looked at
 // when the round starts and at least once a second while waiting); `stop`
 // may be null. A client that goes away during the second wait may end it.
+// A port whose connect on the second name cannot be cut short (Win32's
+// blocking ConnectNamedPipe) ends only the first wait on `stop`.
 // No listening end is left behind, whatever the outcome. Returns the
 // connected pair, owned by the caller, or null: nobody came, the round was
 // stopped, or the names could not be made.
