@@ -40,6 +40,7 @@ class ByteChannel : public ITransportChannel {
   std::string GetLocalAddress() override { return "fuzz:local"; }
   std::int32_t WaitReadable(std::uint32_t) override { return left_ > 0 ? 1 : -1; }
   std::int32_t WaitReadableForever() override { return left_ > 0 ? 1 : -1; }
+  void InterruptReads() override { left_ = 0; }
 
   std::size_t Left() const { return left_; }
   const std::vector<std::uint8_t>& Written() const { return written_; }

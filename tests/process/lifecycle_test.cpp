@@ -17,6 +17,7 @@
 #include "platform/socket.h"
 #include "runtime/log.h"
 #include "runtime/process_state.h"
+#include "support/child_process.h"
 #include "support/log_capture.h"
 #include "support/peer.h"
 #include "support/wait.h"
@@ -334,7 +335,7 @@ TEST_F(LifecycleTest, ProcessEndsWithoutShutdownFromMainAndFromASlot) {
   int port = InitListening("exitwatcher");
   // Threads left running at exit are the point here, not a leak to report
   // under ThreadSanitizer, whose report would replace the exit code.
-  setenv("TSAN_OPTIONS", "report_thread_leaks=0", 1);
+  testing::SetInheritedVariable("TSAN_OPTIONS", "report_thread_leaks=0");
   Peer returner(Named("returner"));
   Peer exiter(Named("exiter"));
   ASSERT_TRUE(returner.Ready() && exiter.Ready());
@@ -352,7 +353,7 @@ TEST_F(LifecycleTest, ProcessEndsWithoutShutdownFromMainAndFromASlot) {
   code = -1;
   EXPECT_TRUE(exiter.WaitForExit(std::chrono::seconds(10), &code));
   EXPECT_EQ(code, 7);
-  unsetenv("TSAN_OPTIONS");
+  testing::SetInheritedVariable("TSAN_OPTIONS", nullptr);
 }
 
 }  // namespace

@@ -43,6 +43,10 @@ class ChildProcess {
 // The id of the calling process, for names that must differ between processes.
 long CurrentProcessId();
 
+// Sets `name` in this process's environment, which children started later
+// inherit; a null `value` removes it.
+void SetInheritedVariable(const char* name, const char* value);
+
 }  // namespace testing
 }  // namespace vxbus
 

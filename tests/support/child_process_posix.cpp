@@ -2,6 +2,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <spawn.h>
+#include <stdlib.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -81,6 +82,13 @@ void ChildProcess::Kill() {
 
 long CurrentProcessId() {
   return static_cast<long>(getpid());
+}
+
+void SetInheritedVariable(const char* name, const char* value) {
+  if (value == nullptr)
+    unsetenv(name);
+  else
+    setenv(name, value, 1);
 }
 
 bool ChildProcess::WaitForExit(std::chrono::milliseconds limit, int* exitCode) {

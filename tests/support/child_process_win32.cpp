@@ -153,5 +153,11 @@ long CurrentProcessId() {
   return static_cast<long>(::GetCurrentProcessId());
 }
 
+// CreateProcess hands children this block, which SetEnvironmentVariableA
+// changes.
+void SetInheritedVariable(const char* name, const char* value) {
+  ::SetEnvironmentVariableA(name, value);
+}
+
 }  // namespace testing
 }  // namespace vxbus
