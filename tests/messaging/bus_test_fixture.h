@@ -43,7 +43,7 @@ _tag_VX_ERROR RecordAt(HVXPARAMLIST input, HVXPARAMLIST, VXSlotContext* context)
 
 // Completion callbacks of notifications and emissions.
 struct Completions {
-  std::atomic<int> calls{0}, nullApplications{0}, nullOutputs{0};
+  std::atomic<int> calls{0}, nullApplications{0}, nullOutputs{0}, emptyOutputs{0};
   std::atomic<std::thread::id> thread{};
 };
 
@@ -51,7 +51,10 @@ inline _tag_VX_ERROR CountCompletion(const char* application, std::uint32_t, HVX
                                      HVXPARAMLIST output, void* userData) {
   auto* done = static_cast<Completions*>(userData);
   if (!application) ++done->nullApplications;
-  if (!output.value) ++done->nullOutputs;
+  if (!output.value)
+    ++done->nullOutputs;
+  else if (VXGetParamCount(output) == 0)
+    ++done->emptyOutputs;
   done->thread = std::this_thread::get_id();
   ++done->calls;
   return VX_SUCCESS;
