@@ -117,12 +117,17 @@ void SetPipeNames(const std::string& baseName) {
   listenerPipeOutName = baseName + kOutSuffix;
 }
 
-ChannelRef AcceptPipeChannel(const std::atomic<bool>* stop) {
+ChannelRef AcceptPipeChannel(const std::atomic<bool>* stop, int* createError) {
+  if (createError != nullptr) *createError = 0;
   if (listenerPipeInName.empty() || listenerPipeOutName.empty()) return ChannelRef();
-  platform::LocalPipe* pipe = platform::AcceptLocalPipe(listenerPipeInName, listenerPipeOutName,
-                                                        g_pipeAcceptWaitMs.load(), stop);
+  platform::LocalPipe* pipe = platform::AcceptLocalPipe(
+      listenerPipeInName, listenerPipeOutName, g_pipeAcceptWaitMs.load(), stop, createError);
   // The listener reads "_in" and writes "_out".
   return MakeChannel(pipe, listenerPipeOutName, listenerPipeInName);
+}
+
+void PausePipeListener(const std::atomic<bool>* stop) {
+  platform::IdleLocalPipeRound(g_pipeAcceptWaitMs.load(), stop);
 }
 
 void WakePipeListener() {
