@@ -11,6 +11,7 @@
 #define VXBUS_PLATFORM_LOCAL_PIPE_H_
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -42,6 +43,11 @@ LocalPipe* AcceptLocalPipe(const std::string& inName, const std::string& outName
 // woken as the wait of AcceptLocalPipe is. A listener that goes round again
 // after a failed create waits here, so that it does not spin.
 void IdleLocalPipeRound(std::int64_t waitMs, const std::atomic<bool>* stop);
+
+// The longest name, in bytes, that AcceptLocalPipe and ConnectLocalPipe take
+// as it is; a longer one cannot be made. Callers map longer names onto this
+// length.
+std::size_t MaxLocalPipeNameLength();
 
 // The client's side: opens `inName` for writing, then `outName` for reading.
 // Fails at once when nobody listens on a name; waits up to 10 s while the

@@ -67,7 +67,8 @@ void PausePipeListener(const std::atomic<bool>* stop);
 void WakePipeListener();
 
 // Connects to the listener of `baseName`; null at once for an empty name or
-// one that nobody listens on.
+// one that nobody listens on. Names of any length work: one too long for
+// the system is mapped the same way as the listener maps it.
 ChannelRef ConnectPipeChannel(const std::string& baseName);
 
 }  // namespace vxbus

@@ -1,11 +1,13 @@
-// The pipe listener of this process against another process that already
-// listens on its name.
+// The pipe listener of this process against other processes: a name that
+// another process already listens on, and names too long for the system's
+// own pipe names.
 #include <future>
 #include <memory>
 #include <string>
 
 #include "bus_test_fixture.h"
 #include "runtime/log.h"
+#include "session/application_registry.h"
 #include "support/channel_pair.h"
 #include "support/log_capture.h"
 #include "transport/pipe_channel.h"
@@ -96,6 +98,20 @@ TEST_F(PipeListenerTest, AShutdownEndsTheWaitAfterAFailedCreateAtOnce) {
   EXPECT_EQ(shutdown.wait_for(std::chrono::seconds(20)), std::future_status::ready);
   EXPECT_EQ(shutdown.get(), VX_SUCCESS);
   EXPECT_EQ(log_.Count("ConnThread Shutdown"), 1);
+}
+
+// A name of 200 bytes is longer than a POSIX system takes; both ends map it
+// onto the same shorter one, while the session still shows the name given.
+TEST_F(PipeListenerTest, ANameOfTwoHundredBytesConnectsAndCarriesCalls) {
+  std::string pipe = UniquePipeName("long");
+  pipe += std::string(200 - pipe.size(), 'n');
+  Peer peer(PipePeer("far", pipe));
+  ASSERT_TRUE(peer.Ready());
+  ConnectAndCall(pipe, peer);
+  SessionRef session = g_applications.Find(peer.AppId().c_str());
+  ASSERT_TRUE(session.IsValid());
+  EXPECT_EQ(session->remoteAddress, pipe + "_in");
+  EXPECT_EQ(session->localAddress, pipe + "_out");
 }
 
 }  // namespace

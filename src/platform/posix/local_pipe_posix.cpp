@@ -252,6 +252,10 @@ void IdleLocalPipeRound(std::int64_t waitMs, const std::atomic<bool>* stop) {
   WaitForFirstHalf(-1, waitMs, stop);
 }
 
+std::size_t MaxLocalPipeNameLength() {
+  return sizeof sockaddr_un::sun_path - 1;  // after the zero byte of an abstract name
+}
+
 LocalPipe* ConnectLocalPipe(const std::string& inName, const std::string& outName) {
   int inConnection = ConnectTo(inName);
   if (inConnection < 0) return nullptr;

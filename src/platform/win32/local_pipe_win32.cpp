@@ -239,6 +239,11 @@ void IdleLocalPipeRound(std::int64_t waitMs, const std::atomic<bool>* stop) {
   ::CloseHandle(never);
 }
 
+// The whole path "\\.\pipe\<name>" may have 256 characters.
+std::size_t MaxLocalPipeNameLength() {
+  return 256 - PipePath("").size();
+}
+
 // "in" first, as the listener waits for it first; only "out", which this
 // side reads, is overlapped.
 LocalPipe* ConnectLocalPipe(const std::string& inName, const std::string& outName) {
