@@ -13,6 +13,7 @@
 #include "session/application_registry.h"
 #include "session/message_queue.h"
 #include "session/session_threads.h"
+#include "session/slot_call_message.h"
 #include "support/channel_pair.h"
 #include "support/log_capture.h"
 #include "support/wait.h"
@@ -222,6 +223,32 @@ TEST_F(SessionTest, UnestablishedSessionEndsAtOnceWithoutListenersOrEntry) {
   EXPECT_EQ(g_applications.Size(), 0u);
   std::lock_guard<std::mutex> lock(observed_.mutex);
   EXPECT_TRUE(observed_.events.empty());
+}
+
+// A push that meets the end of the session lets its frame go at once, so no
+// frame is left holding the session; and the channel closes as the threads
+// end, though references to the session live on.
+TEST_F(SessionTest, FramesQueuedAsTheSessionEndsGoAtOnceAndItsChannelClosesWithItsThreads) {
+  testing::ChannelPair pair = testing::MakeSocketChannelPair();
+  SessionRef session = EstablishedSession(pair.first, "peer:5/racing");
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> producers;
+  for (int i = 0; i < 3; ++i)
+    producers.emplace_back([&stop, held = session] {
+      while (!stop.load())
+        held->QueueFrame(MessageRef(new VXSlotCallMessage(IVXMessage::EventRef(), held, 1,
+                                                          VX_INVALID_PARAMLIST, nullptr, nullptr)));
+    });
+  pair.second.Reset();  // the peer goes while frames pour in
+  ASSERT_TRUE(WaitForSessionThreadsToEnd(std::chrono::seconds(10)));
+  EXPECT_FALSE(session->channel.IsValid());
+  stop = true;
+  for (auto& producer : producers)
+    producer.join();
+  // Nothing waits for a thread any more: the counts are back at once.
+  EXPECT_EQ(DEBUG_VXObjectCount().messages, livesBefore_.messages);
+  session.Reset();
+  EXPECT_EQ(DEBUG_VXObjectCount().applications, livesBefore_.applications);
 }
 
 }  // namespace
