@@ -6,8 +6,8 @@
 //                   [--max-connections N]
 //
 // Commands: quit | connect HOST PORT [SECRETHEX] | connect-pipe BASE [SECRETHEX]
-//           | call APPID SLOT | register-signal NAME | emit NAME
-//           | subscribe APPID SIGNAL SLOT | counters
+//           | call APPID SLOT | notify APPID SLOT COUNT [reply] | register-signal NAME
+//           | emit NAME | subscribe APPID SIGNAL SLOT | counters | resources
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "support/host_name.h"
+#include "support/process_resources.h"
 #include "vxbus.h"
 
 namespace {
@@ -99,6 +100,11 @@ _tag_VX_ERROR Record(HVXPARAMLIST input, HVXPARAMLIST output, VXSlotContext* con
   return VX_SUCCESS;
 }
 
+// Completions of notifications that want a reply; their result is not told.
+_tag_VX_ERROR IgnoreCompletion(const char*, std::uint32_t, HVXPARAMLIST, HVXPARAMLIST, void*) {
+  return VX_SUCCESS;
+}
+
 constexpr int kExitInSlotCode = 7;
 
 // 7: ends the process from inside the slot, without VXShutdown.
@@ -135,6 +141,18 @@ void Command(const std::string& line) {
         Text(VXGetStringValue(reply, "servedBy")));
     VXCloseHandle(reply);
     VXCloseHandle(list);
+  } else if (verb == "notify") {
+    // COUNT notifications in a row, one-way or, with "reply", each wanting a
+    // reply; the result of the last one is told.
+    std::string appId, reply;
+    std::uint32_t slot = 0;
+    int count = 0;
+    in >> appId >> slot >> count >> reply;
+    VXNotifyCallback callback = reply == "reply" ? IgnoreCompletion : nullptr;
+    _tag_VX_ERROR result = VX_SUCCESS;
+    for (int i = 0; i < count; ++i)
+      result = VXNotify(appId.c_str(), slot, VX_INVALID_PARAMLIST, callback, nullptr);
+    Say("notify-result " + std::to_string(result));
   } else if (verb == "register-signal") {
     std::string name;
     in >> name;
@@ -158,6 +176,9 @@ void Command(const std::string& line) {
     VXObjectCounters c = DEBUG_VXObjectCount();
     Say("counters " + std::to_string(c.applications) + " " + std::to_string(c.messages) + " " +
         std::to_string(c.paramLists));
+  } else if (verb == "resources") {
+    Say("resources " + std::to_string(vxbus::testing::CountOpenDescriptors()) + " " +
+        std::to_string(vxbus::testing::CountThreads()));
   } else {
     Say("unknown-command " + verb);
   }
