@@ -107,13 +107,7 @@ TEST_F(DeadPeerTest, PeerKilledMidCallLeavesNothingAndTheNextPeerIsServedAtOnce)
   // them running in the gated slot.
   constexpr int kCalls = 2, kRequests = 6;
   std::atomic<int> emptyReplies{0};
-  std::vector<std::thread> callers;
-  for (int i = 0; i < kCalls; ++i)
-    callers.emplace_back([&doomed, &emptyReplies] {
-      HVXPARAMLIST reply = VXCall(doomed.AppId().c_str(), 2, VX_INVALID_PARAMLIST);
-      if (reply.value == nullptr || VXGetParamCount(reply) == 0) ++emptyReplies;
-      VXCloseHandle(reply);
-    });
+  std::vector<std::thread> callers = CallNeverAnsweringSlot(doomed, kCalls, &emptyReplies);
   ASSERT_NE(doomed.Expect("blocking"), "");
   HoldPeerInGatedSlot(doomed, kRequests, false);
 
