@@ -61,6 +61,7 @@ class ChurnTest : public BusTest {
 TEST_F(ChurnTest, SessionsComeAndGoOverTcpAndPipesWithoutLeavingAnythingBehind) {
   PeerOptions options = TcpPeer("server");
   options.pipe = pipe_;
+  options.quiet = true;
   Peer server(options);
   ASSERT_TRUE(server.Ready());
 
@@ -80,8 +81,8 @@ TEST_F(ChurnTest, SessionsComeAndGoOverTcpAndPipesWithoutLeavingAnythingBehind) 
   for (bool overPipes : {false, true}) {
     for (int i = 0; i < kCyclesPerTransport && !HasFatalFailure(); ++i) {
       Cycle(server, overPipes);
-      // The peer logs every session; what it wrote is read now and then,
-      // so that it never waits for room in its output.
+      // The peer reports every session; what it wrote is read now and
+      // then, so that it never waits for room in its output.
       if (i % 16 == 0) PeerFootprint(server);
     }
   }

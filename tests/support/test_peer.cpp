@@ -3,7 +3,7 @@
 // exported interface of the shared library, as any application would.
 //
 //   vxbus_test_peer --name NAME [--port N] [--pipe BASE] [--secret-hex HEX]
-//                   [--max-connections N]
+//                   [--max-connections N] [--quiet 1]
 //
 // Commands: quit | connect HOST PORT [SECRETHEX] | connect-pipe BASE [SECRETHEX]
 //           | call APPID SLOT | notify APPID SLOT COUNT [reply] | register-signal NAME
@@ -49,9 +49,10 @@ std::vector<unsigned char> FromHex(const std::string& hex) {
 std::mutex g_listeningMutex;
 std::condition_variable g_listeningCondition;
 bool g_listening = false;
+bool g_quiet = false;  // set before the library starts, read by its threads
 
 void LogSink(std::uint32_t level, std::uint32_t, const char* text) {
-  Say("log " + std::to_string(level) + " " + text);
+  if (!g_quiet) Say("log " + std::to_string(level) + " " + text);
   if (std::strncmp(text, "listen for incoming connection on", 33) == 0) {
     std::lock_guard<std::mutex> lock(g_listeningMutex);
     g_listening = true;
@@ -196,6 +197,7 @@ int main(int argc, char** argv) {
     if (key == "--port") port = std::atoi(value.c_str());
     if (key == "--pipe") pipe = value;
     if (key == "--secret-hex") secretHex = value;
+    if (key == "--quiet") g_quiet = value == "1";
     if (key == "--max-connections")
       maxConnections = static_cast<std::uint32_t>(std::atoi(value.c_str()));
   }
