@@ -11,6 +11,7 @@
 #define VXBUS_PLATFORM_LOCAL_PIPE_H_
 
 #include <atomic>
+#include <cstddef>
 #include <cstdint>
 #include <string>
 
@@ -30,9 +31,23 @@ class LocalPipe;
 // blocking ConnectNamedPipe) ends only the first wait on `stop`.
 // No listening end is left behind, whatever the outcome. Returns the
 // connected pair, owned by the caller, or null: nobody came, the round was
-// stopped, or the names could not be made.
+// stopped, or the names could not be made. In the last case it returns at
+// once and `*createError` (may be null) gets the system's code, for a log
+// line; in every other case 0. A name that another process listens on
+// cannot be made.
 LocalPipe* AcceptLocalPipe(const std::string& inName, const std::string& outName,
-                           std::int64_t inWaitMs, const std::atomic<bool>* stop);
+                           std::int64_t inWaitMs, const std::atomic<bool>* stop, int* createError);
+
+// Passes the time of a round that could not make its names: returns after
+// `waitMs`, or as soon as `*stop` reads true (may be null), looked at and
+// woken as the wait of AcceptLocalPipe is. A listener that goes round again
+// after a failed create waits here, so that it does not spin.
+void IdleLocalPipeRound(std::int64_t waitMs, const std::atomic<bool>* stop);
+
+// The longest name, in bytes, that AcceptLocalPipe and ConnectLocalPipe take
+// as it is; a longer one cannot be made. Callers map longer names onto this
+// length.
+std::size_t MaxLocalPipeNameLength();
 
 // The client's side: opens `inName` for writing, then `outName` for reading.
 // Fails at once when nobody listens on a name; waits up to 10 s while the

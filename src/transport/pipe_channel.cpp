@@ -5,6 +5,7 @@
 
 #include "runtime/object_counters.h"
 #include "runtime/process_state.h"
+#include "transport/pipe_name.h"
 
 namespace vxbus {
 
@@ -117,12 +118,18 @@ void SetPipeNames(const std::string& baseName) {
   listenerPipeOutName = baseName + kOutSuffix;
 }
 
-ChannelRef AcceptPipeChannel(const std::atomic<bool>* stop) {
+ChannelRef AcceptPipeChannel(const std::atomic<bool>* stop, int* createError) {
+  if (createError != nullptr) *createError = 0;
   if (listenerPipeInName.empty() || listenerPipeOutName.empty()) return ChannelRef();
-  platform::LocalPipe* pipe = platform::AcceptLocalPipe(listenerPipeInName, listenerPipeOutName,
-                                                        g_pipeAcceptWaitMs.load(), stop);
+  platform::LocalPipe* pipe = platform::AcceptLocalPipe(
+      SystemPipeName(listenerPipeInName), SystemPipeName(listenerPipeOutName),
+      g_pipeAcceptWaitMs.load(), stop, createError);
   // The listener reads "_in" and writes "_out".
   return MakeChannel(pipe, listenerPipeOutName, listenerPipeInName);
+}
+
+void PausePipeListener(const std::atomic<bool>* stop) {
+  platform::IdleLocalPipeRound(g_pipeAcceptWaitMs.load(), stop);
 }
 
 void WakePipeListener() {
@@ -134,7 +141,8 @@ ChannelRef ConnectPipeChannel(const std::string& baseName) {
   const std::string inName = baseName + kInSuffix;
   const std::string outName = baseName + kOutSuffix;
   // The connecting side writes "_in" and reads "_out".
-  return MakeChannel(platform::ConnectLocalPipe(inName, outName), inName, outName);
+  return MakeChannel(platform::ConnectLocalPipe(SystemPipeName(inName), SystemPipeName(outName)),
+                     inName, outName);
 }
 
 }  // namespace vxbus

@@ -54,15 +54,21 @@ void SetPipeNames(const std::string& baseName);
 
 // One round of the listener on the names of SetPipeNames; null when nobody
 // came within g_pipeAcceptWaitMs, `*stop` was set (may be null), or the
-// pipes could not be made.
-ChannelRef AcceptPipeChannel(const std::atomic<bool>* stop);
+// pipes could not be made. In that last case it returns at once, and
+// `*createError` (may be null) gets the system's code; else 0.
+ChannelRef AcceptPipeChannel(const std::atomic<bool>* stop, int* createError = nullptr);
+
+// Passes the time of one round after a failed create: g_pipeAcceptWaitMs,
+// cut short by `*stop` and by WakePipeListener as a round's wait is.
+void PausePipeListener(const std::atomic<bool>* stop);
 
 // Ends the wait of an AcceptPipeChannel under way at once, so that it looks
 // at its stop flag now; set the flag first.
 void WakePipeListener();
 
 // Connects to the listener of `baseName`; null at once for an empty name or
-// one that nobody listens on.
+// one that nobody listens on. Names of any length work: one too long for
+// the system is mapped the same way as the listener maps it.
 ChannelRef ConnectPipeChannel(const std::string& baseName);
 
 }  // namespace vxbus

@@ -9,8 +9,23 @@
 namespace vxbus {
 namespace {
 
-void ServeOneRound() {
-  ChannelRef channel = AcceptPipeChannel(&g_shuttingDown);
+// A round whose pipes cannot be made, typically because another process
+// listens on the name, waits out the length of a round instead of coming
+// straight back, and says so once per run of such rounds; the listener comes
+// up by itself once the name is free.
+void ServeOneRound(bool& createFailureLogged) {
+  int createError = 0;
+  ChannelRef channel = AcceptPipeChannel(&g_shuttingDown, &createError);
+  if (createError != 0) {
+    if (!createFailureLogged) {
+      createFailureLogged = true;
+      VX_LOG(kLogCritical, "ConnThread Pipe. create pipe '", listenerPipeInName,
+             "' FAILED with code=", createError, ". Try to reinitialize listener");
+    }
+    PausePipeListener(&g_shuttingDown);
+    return;
+  }
+  createFailureLogged = false;
   if (!channel.IsValid()) return;
   // At the limit the client's pipes just close; no line is logged here.
   if (ChannelAcceptor().SessionCount() > g_limits.limits.MAX_CONNECTIONS) return;
@@ -28,8 +43,9 @@ void PipeConnectionThread() {
     VX_LOG(kLogInfo, "ConnThread Pipe stopped - pipes are not defined");
     return;
   }
+  bool createFailureLogged = false;
   while (!g_shuttingDown.load(std::memory_order_relaxed))
-    ServeOneRound();
+    ServeOneRound(createFailureLogged);
   VX_LOG(kLogInfo, "ConnThread Shutdown");
 }
 

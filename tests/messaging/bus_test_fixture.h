@@ -98,6 +98,28 @@ class BusTest : public ::testing::Test {
     return options;
   }
 
+  // A peer that listens on the pipe `pipe` and on no TCP port.
+  static PeerOptions PipePeer(const std::string& name, const std::string& pipe,
+                              int maxConnections = 0) {
+    PeerOptions options;
+    options.name = name;
+    options.pipe = pipe;
+    options.maxConnections = maxConnections;
+    return options;
+  }
+
+  // VXConnectEx, tried again while it gives -1: a pipe listener has no pipes
+  // out between two rounds or during a handshake.
+  static int ConnectPipeRetrying(const std::string& pipe, const char* host = nullptr,
+                                 int port = 0) {
+    int result = VX_ERROR_FAILED;
+    WaitUntil([&] {
+      result = VXConnectEx(pipe.c_str(), host, port, nullptr, 0, nullptr, 0);
+      return result != VX_ERROR_FAILED;
+    });
+    return result;
+  }
+
   // VXConnect over loopback; `appId` gets the buffer. On success it returns
   // once the peer has registered this process, so that nothing the peer
   // sends here is dropped for want of a session.

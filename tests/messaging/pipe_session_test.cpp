@@ -14,25 +14,7 @@ namespace vxbus {
 namespace testing {
 namespace {
 
-PeerOptions PipePeer(const std::string& name, const std::string& pipe, int maxConnections = 0) {
-  PeerOptions options;
-  options.name = name;
-  options.pipe = pipe;
-  options.maxConnections = maxConnections;
-  return options;  // port 0: no TCP listener
-}
-
 using PipeSessionTest = BusTest;
-
-// VXConnectEx, tried again while it gives -1.
-int ConnectRetrying(const std::string& pipe, const char* host = nullptr, int port = 0) {
-  int result = VX_ERROR_FAILED;
-  WaitUntil([&] {
-    result = VXConnectEx(pipe.c_str(), host, port, nullptr, 0, nullptr, 0);
-    return result != VX_ERROR_FAILED;
-  });
-  return result;
-}
 
 TEST_F(PipeSessionTest, PipeNameWinsAndCallsNotificationsAndSignalsRunOverThePipes) {
   char buffer[256] = "untouched";
@@ -44,7 +26,7 @@ TEST_F(PipeSessionTest, PipeNameWinsAndCallsNotificationsAndSignalsRunOverThePip
   Peer peer(PipePeer("piped", pipe));
   ASSERT_TRUE(peer.Ready());
   // Nothing listens on that TCP port: only the pipe can succeed.
-  ASSERT_EQ(ConnectRetrying(pipe, "127.0.0.1", FreeTcpPort()), VX_SUCCESS);
+  ASSERT_EQ(ConnectPipeRetrying(pipe, "127.0.0.1", FreeTcpPort()), VX_SUCCESS);
   const char* to = peer.AppId().c_str();
   SessionRef session = g_applications.Find(to);
   ASSERT_TRUE(session.IsValid());
@@ -101,7 +83,7 @@ TEST_F(PipeSessionTest, OverTheLimitTheClientsPipesCloseWithoutALogLine) {
     return result.rfind("connect-result -1", 0) != 0;
   });
   EXPECT_EQ(result, "connect-result 0 " + listener.AppId());
-  ASSERT_EQ(ConnectRetrying(pipe), VX_SUCCESS);
+  ASSERT_EQ(ConnectPipeRetrying(pipe), VX_SUCCESS);
   // The last lines the listener writes about this process's session.
   for (const std::string& last :
        {"connected " + g_ownAppId, "log 8 Startup completed for " + g_ownAppId})

@@ -86,15 +86,23 @@ LocalPipe* MakePipe(int readFd, int writeFd) {
 }
 
 // A backlog of 0 lets one client wait to be taken; a second one waits in
-// its connect until the round ends, and then fails.
-int OpenListener(const std::string& name) {
+// its connect until the round ends, and then fails. On failure `*error` gets
+// the reason: EADDRINUSE while another process listens on the name.
+int OpenListener(const std::string& name, int* error) {
   sockaddr_un address;
   socklen_t length = 0;
-  if (!MakeAddress(name, &address, &length)) return -1;
+  if (!MakeAddress(name, &address, &length)) {
+    *error = ENAMETOOLONG;
+    return -1;
+  }
   int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-  if (fd < 0) return -1;
+  if (fd < 0) {
+    *error = errno;
+    return -1;
+  }
   if (::bind(fd, reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
       ::listen(fd, 0) != 0) {
+    *error = errno;
     ::close(fd);
     return -1;
   }
@@ -162,7 +170,8 @@ bool TakeAcceptWake() {
 
 // Waits up to `waitMs` for a client on the "_in" listener, in steps of at
 // most a second; a wake, or a stop request seen between steps, cuts the wait
-// short. A wake without a stop request is taken and the wait goes on.
+// short. A wake without a stop request is taken and the wait goes on. With
+// a listener of -1, which poll passes over, it only waits.
 bool WaitForFirstHalf(int inListener, std::int64_t waitMs, const std::atomic<bool>* stop) {
   using Clock = std::chrono::steady_clock;
   const bool forever = waitMs < 0;
@@ -207,14 +216,16 @@ int ConnectTo(const std::string& name) {
 }  // namespace
 
 LocalPipe* AcceptLocalPipe(const std::string& inName, const std::string& outName,
-                           std::int64_t inWaitMs, const std::atomic<bool>* stop) {
+                           std::int64_t inWaitMs, const std::atomic<bool>* stop, int* createError) {
+  int error = 0;
+  if (createError != nullptr) *createError = 0;
   if (Stopped(stop)) return nullptr;
   // "_out" first: a client that reached "_in" must find "_out" there too.
-  int outListener = OpenListener(outName);
-  int inListener = OpenListener(inName);
+  int outListener = OpenListener(outName, &error);
+  int inListener = outListener < 0 ? -1 : OpenListener(inName, &error);
   if (inListener < 0 || outListener < 0) {
-    CloseFd(inListener);
     CloseFd(outListener);
+    if (createError != nullptr) *createError = error;
     return nullptr;
   }
   int inConnection = -1;
@@ -234,6 +245,15 @@ LocalPipe* AcceptLocalPipe(const std::string& inName, const std::string& outName
   SetBuffers(inConnection);
   SetBuffers(outConnection);
   return MakePipe(inConnection, outConnection);
+}
+
+// Polls no listener: only the deadline, the wake and the stop flag end it.
+void IdleLocalPipeRound(std::int64_t waitMs, const std::atomic<bool>* stop) {
+  WaitForFirstHalf(-1, waitMs, stop);
+}
+
+std::size_t MaxLocalPipeNameLength() {
+  return sizeof sockaddr_un::sun_path - 1;  // after the zero byte of an abstract name
 }
 
 LocalPipe* ConnectLocalPipe(const std::string& inName, const std::string& outName) {

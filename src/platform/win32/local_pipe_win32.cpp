@@ -5,6 +5,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <new>
 
@@ -17,13 +18,20 @@ namespace platform {
 // event of the one overlapped read that may be under way.
 class LocalPipe {
  public:
-  LocalPipe(HANDLE read, HANDLE write, HANDLE readEvent, HANDLE interruptEvent)
-      : read(read), write(write), readEvent(readEvent), interruptEvent(interruptEvent) {}
+  LocalPipe(HANDLE read, HANDLE write, HANDLE readEvent, HANDLE interruptEvent, bool listenerSide)
+      : read(read),
+        write(write),
+        readEvent(readEvent),
+        interruptEvent(interruptEvent),
+        listenerSide(listenerSide) {
+    if (listenerSide) ownListenerPipes.fetch_add(1);
+  }
   ~LocalPipe() {
     ::CloseHandle(read);
     ::CloseHandle(write);
     ::CloseHandle(readEvent);
     ::CloseHandle(interruptEvent);
+    if (listenerSide) ownListenerPipes.fetch_sub(1);
   }
   LocalPipe(const LocalPipe&) = delete;
   LocalPipe& operator=(const LocalPipe&) = delete;
@@ -32,7 +40,14 @@ class LocalPipe {
   const HANDLE write;
   const HANDLE readEvent;       // manual reset
   const HANDLE interruptEvent;  // manual reset; once set, every read ends
+  const bool listenerSide;      // the two handles are instances this process made
+
+  // Accepted pairs alive in this process: each holds one instance of each
+  // name it was accepted on.
+  static std::atomic<long> ownListenerPipes;
 };
+
+std::atomic<long> LocalPipe::ownListenerPipes{0};
 
 namespace {
 
@@ -157,12 +172,26 @@ HANDLE OpenClientEnd(const std::string& name, DWORD access, DWORD flags) {
   return ::CreateFileA(path.c_str(), access, 0, nullptr, OPEN_EXISTING, flags, nullptr);
 }
 
-LocalPipe* MakePipe(HANDLE read, HANDLE write) {
+// A name stays open to further instances in any process, so a second
+// listener on a name would take clients in turn with the first, and could
+// take one half of a client whose other half the first holds. A name with
+// more instances than this process has made is counted as taken. The count
+// spans every name of the process, so it can only err towards letting a
+// round go ahead.
+bool HeldElsewhere(HANDLE in) {
+  DWORD instances = 0;
+  if (!::GetNamedPipeHandleState(in, nullptr, &instances, nullptr, nullptr, nullptr, 0))
+    return false;
+  return static_cast<long>(instances) > LocalPipe::ownListenerPipes.load() + 1;
+}
+
+LocalPipe* MakePipe(HANDLE read, HANDLE write, bool listenerSide) {
   HANDLE readEvent = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
   HANDLE interruptEvent = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
   LocalPipe* pipe = readEvent == nullptr || interruptEvent == nullptr
                         ? nullptr
-                        : new (std::nothrow) LocalPipe(read, write, readEvent, interruptEvent);
+                        : new (std::nothrow)
+                              LocalPipe(read, write, readEvent, interruptEvent, listenerSide);
   if (pipe == nullptr) {
     ::CloseHandle(read);
     ::CloseHandle(write);
@@ -176,18 +205,43 @@ LocalPipe* MakePipe(HANDLE read, HANDLE write) {
 
 // "in" overlapped, so that its wait is bounded; "out" blocking.
 LocalPipe* AcceptLocalPipe(const std::string& inName, const std::string& outName,
-                           std::int64_t inWaitMs, const std::atomic<bool>* stop) {
+                           std::int64_t inWaitMs, const std::atomic<bool>* stop, int* createError) {
+  if (createError != nullptr) *createError = 0;
   if (Stopped(stop)) return nullptr;
   HANDLE in = CreateListeningEnd(inName, PIPE_ACCESS_INBOUND | FILE_FLAG_OVERLAPPED);
-  HANDLE out = CreateListeningEnd(outName, PIPE_ACCESS_OUTBOUND);
-  const bool connected = in != INVALID_HANDLE_VALUE && out != INVALID_HANDLE_VALUE &&
-                         AwaitFirstClient(in, inWaitMs, stop) && AwaitSameClient(out, in);
-  if (!connected) {
+  DWORD error = in == INVALID_HANDLE_VALUE ? ::GetLastError() : 0;
+  if (error == 0 && HeldElsewhere(in)) error = ERROR_ALREADY_EXISTS;
+  HANDLE out = INVALID_HANDLE_VALUE;
+  if (error == 0) {
+    out = CreateListeningEnd(outName, PIPE_ACCESS_OUTBOUND);
+    if (out == INVALID_HANDLE_VALUE) error = ::GetLastError();
+  }
+  if (error != 0) {
     CloseIfOpen(in);
     CloseIfOpen(out);
+    if (createError != nullptr) *createError = static_cast<int>(error);
     return nullptr;
   }
-  return MakePipe(in, out);
+  if (!AwaitFirstClient(in, inWaitMs, stop) || !AwaitSameClient(out, in)) {
+    ::CloseHandle(in);
+    ::CloseHandle(out);
+    return nullptr;
+  }
+  return MakePipe(in, out, true);
+}
+
+// Waits on an event that nobody sets, so that only the deadline, the wake
+// and the stop flag end it.
+void IdleLocalPipeRound(std::int64_t waitMs, const std::atomic<bool>* stop) {
+  HANDLE never = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
+  if (never == nullptr) return;
+  WaitWithStop(never, waitMs, stop);
+  ::CloseHandle(never);
+}
+
+// The whole path "\\.\pipe\<name>" may have 256 characters.
+std::size_t MaxLocalPipeNameLength() {
+  return 256 - PipePath("").size();
 }
 
 // "in" first, as the listener waits for it first; only "out", which this
@@ -200,7 +254,7 @@ LocalPipe* ConnectLocalPipe(const std::string& inName, const std::string& outNam
     ::CloseHandle(in);
     return nullptr;
   }
-  return MakePipe(out, in);
+  return MakePipe(out, in, false);
 }
 
 void CloseLocalPipe(LocalPipe* pipe) {

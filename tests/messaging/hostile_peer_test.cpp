@@ -1,0 +1,165 @@
+// A peer process against a client that passes the handshake and then sends
+// streams no library would write: lists nested far too deep, sizes far above
+// the read limit, frames cut off, frames in states that make no sense. Each
+// may end its own session and nothing more: the peer stays up, keeps its
+// other sessions, takes the next client at once, and leaks nothing.
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "bus_test_fixture.h"
+#include "transport/app_id_block.h"
+#include "transport/challenge.h"
+#include "transport/socket_channel.h"
+
+namespace vxbus {
+namespace testing {
+namespace {
+
+using Bytes = std::vector<unsigned char>;
+
+const std::string kSecret = "secret";
+const std::string kSecretHex = "736563726574";
+
+// Little-endian words, then raw bytes, as they go on the wire.
+Bytes Words(std::initializer_list<std::uint32_t> words, const Bytes& tail = {}) {
+  Bytes bytes;
+  for (std::uint32_t word : words)
+    for (int shift = 0; shift < 32; shift += 8)
+      bytes.push_back(static_cast<unsigned char>(word >> shift));
+  bytes.insert(bytes.end(), tail.begin(), tail.end());
+  return bytes;
+}
+
+// A one-way request whose root holds one list, which holds one list, and so
+// on, `depth` levels down; every image is empty, so each level is one pair.
+Bytes NestedChain(std::uint32_t depth) {
+  Bytes frame = Words({1, 3, 6, 0, 1});
+  for (std::uint32_t level = 0; level < depth; ++level) {
+    const Bytes pair = Words({0, 1});
+    frame.insert(frame.end(), pair.begin(), pair.end());
+  }
+  return frame;
+}
+
+// An int32 record named "id" whose type byte is `type` (2 is int32).
+Bytes Int32Record(unsigned char type) {
+  return {7, 'i', 'd', 0, 0, 0, 0, type, 7, 0, 0, 0};
+}
+
+// A client that speaks the handshake as the library does and then writes
+// exactly the bytes it is given.
+class RawClient {
+ public:
+  RawClient(int port, const std::string& appId)
+      : channel_(ConnectSocketChannel("127.0.0.1", static_cast<std::uint16_t>(port))) {
+    if (!channel_) return;
+    WriteAppId(*channel_, appId);
+    if (ReadAppId(*channel_).empty()) return;
+    unsigned char challenge[kChallengeBytes];
+    if (channel_->Read(challenge, kChallengeBytes) != static_cast<std::int32_t>(kChallengeBytes))
+      return;
+    unsigned char block[kAuthBlockBytes] = {};
+    std::memcpy(block, kSecret.data(), kSecret.size());
+    unsigned char answer[kAnswerBytes];
+    ComputeAnswer(block, challenge, answer);
+    channel_->Write(answer, kAnswerBytes);
+    WriteAppId(*channel_, appId);
+    established_ = !ReadAppId(*channel_).empty();
+  }
+
+  bool Established() const { return established_; }
+  // The peer may hang up before all of it is taken; that is no failure here.
+  void Send(const Bytes& bytes) {
+    channel_->Write(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
+  }
+  void Close() { channel_.Reset(); }
+
+  // A call of slot 1 with an empty list, and its reply, read byte by byte.
+  std::string CallEcho(std::uint32_t id) {
+    Send(Words({id, 1, 1, 0, 0}));
+    std::uint32_t header[4] = {};
+    if (channel_->Read(header, sizeof header) != 16) return "no reply";
+    if (header[0] != id || header[1] != 2 || header[3] != 0) return "bad header";
+    std::string body(header[2], '\0');
+    if (channel_->Read(&body[0], header[2]) != static_cast<std::int32_t>(header[2]))
+      return "short body";
+    return body;
+  }
+
+ private:
+  ChannelRef channel_;
+  bool established_ = false;
+};
+
+struct HostileStream {
+  const char* what;
+  Bytes bytes;
+  bool closeAfter;  // the client hangs up behind the bytes
+};
+
+using HostilePeerTest = BusTest;
+
+TEST_F(HostilePeerTest, EachHostileStreamEndsOnlyItsOwnSession) {
+  const Bytes unendedString = {3, 's', 0, 1, 'h', 'i'};  // string "s" = "hi" with no NUL
+  const std::vector<HostileStream> streams = {
+      {"lists nested four times deeper than allowed", NestedChain(VX_MAX_LIST_NESTING * 4), false},
+      {"a call with a list above the read limit", Words({2, 1, 1, 0xFFFFFFF0u, 0}), false},
+      {"a child count that the stream never backs, then the end",
+       Words({3, 3, 6, 12, 0xFFFFFFFFu}, Int32Record(2)), true},
+      {"an image cut off, then the end", Words({4, 3, 6, 24, 0}, Int32Record(2)), true},
+      {"a header cut off, then the end", Words({5, 3}), true},
+      {"a reply to a call never made", Words({777, 2, 0, 0}), false},
+      {"a reply with a body where a call was expected", Words({1, 2, 12, 0}, Int32Record(2)),
+       false},
+      {"state 0", Words({6, 0, 1, 0, 0}), false},
+      {"state 4", Words({7, 4, 1, 0, 0}), false},
+      {"an unknown type byte", Words({8, 3, 6, 12, 0}, Int32Record(6)), false},
+      {"a string that runs past its image", Words({9, 3, 6, 6, 0}, unendedString), false},
+  };
+
+  PeerOptions options = TcpPeer("server", kSecretHex);
+  Peer server(options);
+  ASSERT_TRUE(server.Ready());
+  ASSERT_EQ(Connect(server, kSecret), VX_SUCCESS);  // the session that must survive
+  server.Send("counters");
+  const std::string counters = server.Expect("counters ");
+  ASSERT_EQ(counters.rfind("counters 1 0 ", 0), 0u) << counters;
+
+  int round = 0;
+  for (const HostileStream& stream : streams) {
+    SCOPED_TRACE(stream.what);
+    const std::string hostile = "127.0.0.1:1/hostile" + std::to_string(++round);
+    RawClient client(server.Port(), hostile);
+    ASSERT_TRUE(client.Established());
+    ASSERT_FALSE(server.Expect("connected " + hostile).empty());
+    client.Send(stream.bytes);
+    if (stream.closeAfter) client.Close();
+    EXPECT_FALSE(server.Expect("log 8 Remote disconnect: \"" + hostile + "\" stopped").empty());
+    EXPECT_FALSE(server.Expect("disconnected " + hostile).empty());
+    client.Close();
+
+    // The next client is served at once, and the old session still is.
+    const std::string polite = "127.0.0.1:1/polite" + std::to_string(round);
+    RawClient next(server.Port(), polite);
+    ASSERT_TRUE(next.Established());
+    EXPECT_NE(next.CallEcho(42).find(server.AppId()), std::string::npos);
+    next.Close();
+    EXPECT_FALSE(server.Expect("disconnected " + polite).empty());
+    HVXPARAMLIST reply = VXCall(server.AppId().c_str(), 1, VX_INVALID_PARAMLIST);
+    EXPECT_STREQ(VXGetStringValue(reply, "servedBy"), server.AppId().c_str());
+    VXCloseHandle(reply);
+  }
+
+  // Every session that ended has left the registry, with its messages and lists.
+  EXPECT_TRUE(WaitUntil([&] {
+    server.Send("counters");
+    return server.Expect("counters ") == counters;
+  }));
+  for (const std::string& line : server.Lines())
+    EXPECT_NE(line.rfind("log 1 ", 0), 0u) << line;
+}
+
+}  // namespace
+}  // namespace testing
+}  // namespace vxbus
