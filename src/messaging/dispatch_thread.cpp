@@ -1,10 +1,12 @@
 #include "messaging/dispatch_thread.h"
 
 #include <mutex>
+#include <string>
 
 #include "messaging/slot_table.h"
 #include "paramlist/fast_holder.h"
 #include "paramlist/handle.h"
+#include "runtime/log.h"
 #include "runtime/process_state.h"
 #include "session/application.h"
 #include "session/application_registry.h"
@@ -38,25 +40,76 @@ void SendReply(VXAPPImpl& session, const MessageRef& reply) {
     session.QueueFrame(reply);
 }
 
+bool FromEndedSession(const IVXMessage& message) {
+  const SessionRef& session = message.GetSession();
+  return session.get() != nullptr && session->HasEnded();
+}
+
+// Requests of a session that has ended are not run, and replies to it not
+// sent: nobody is left to read them, and a dead peer must not keep the
+// slots from the living. A run of them is told in one line, once the queue
+// runs dry or another session's message comes.
+class DroppedMessages {
+ public:
+  bool Pending() const { return count_ != 0; }
+  void Add(const SessionRef& session) {
+    if (session_.get() != session.get()) Report();
+    session_ = session;
+    ++count_;
+  }
+  void Report() {
+    if (count_ == 0) return;
+    VX_LOG(kLogWarning, "Dropped ", count_, " messages of ended session \"",
+           session_.IsValid() ? session_->name : std::string(), '"');
+    count_ = 0;
+    session_.Reset();  // the session may go now
+  }
+
+ private:
+  SessionRef session_;
+  std::uint32_t count_ = 0;
+};
+
 }  // namespace
 
 void DispatchThread() {
+  DroppedMessages dropped;
   for (;;) {
-    if (g_shuttingDown.load(std::memory_order_relaxed) && g_applications.Size() == 0) return;
+    if (g_shuttingDown.load(std::memory_order_relaxed) && g_applications.Size() == 0) {
+      dropped.Report();
+      return;
+    }
     MessageRef message;
-    g_dispatchQueue.Pop(message, -1);
-    if (!message) continue;  // a wake-up to test the end condition
-    switch (message->GetState()) {
+    if (dropped.Pending()) {
+      g_dispatchQueue.Pop(message, 0);
+      if (!message) {  // dry, or a wake-up: either way the end condition is due
+        dropped.Report();
+        continue;
+      }
+    } else {
+      g_dispatchQueue.Pop(message, -1);
+      if (!message) continue;  // a wake-up to test the end condition
+    }
+    const std::uint32_t state = message->GetState();
+    if ((state == kStateCall || state == kStateOneWay) && FromEndedSession(*message)) {
+      dropped.Add(message->GetSession());
+      continue;
+    }
+    dropped.Report();
+    switch (state) {
       case kStateCall: {
         // The slot table's mutex spans the slot function: slots run one at a
         // time, and an entry can't go while its function runs.
         std::lock_guard<std::recursive_mutex> lock(VXSlotTable::Instance().Mutex());
         RunSlot(*message);
         const SessionRef& session = message->GetSession();
-        if (session.IsValid()) {
-          message->SetReplyState();
-          SendReply(*session, message);
+        if (!session.IsValid()) break;
+        if (session->HasEnded()) {
+          dropped.Add(session);  // the session ended while its slot ran
+          break;
         }
+        message->SetReplyState();
+        SendReply(*session, message);
         break;
       }
       case kStateReply:

@@ -30,8 +30,11 @@ void VXAPPImpl::SetReaderThread(std::thread thread) {
 void VXAPPImpl::Stop() {
   stopRequested = true;
   // Both threads are woken rather than left to notice the flag at the end
-  // of their poll periods.
-  if (channel.IsValid()) channel->InterruptReads();
+  // of their poll periods. The channel may be closing as the threads end.
+  {
+    std::lock_guard<std::mutex> lock(channelMutex_);
+    if (channel.IsValid()) channel->InterruptReads();
+  }
   sendQueue.Wake();
   JoinReaderThread();
 }
@@ -52,8 +55,22 @@ namespace vxbus {
 
 void VXAPPImpl::ThreadEnded() {
   if (--runningThreads_ != 0) return;
-  sendQueue.Clear();
   pendingCalls->Clear();
+  // Closed now rather than with the last reference, which a message on its
+  // way to a slot may hold for long: the peer sees the end at once.
+  ChannelRef closing;
+  {
+    std::lock_guard<std::mutex> lock(channelMutex_);
+    closing = std::move(channel);
+  }
+}
+
+// Closed before the queue is emptied: a push that lands after the emptying
+// sees the flag (its compare-and-swap acquires what the emptying released)
+// and lets go of its own frame; one that lands before is emptied here.
+void VXAPPImpl::CloseSendQueue() {
+  sendQueueClosed_.store(true);
+  sendQueue.Clear();
 }
 
 }  // namespace vxbus

@@ -33,9 +33,15 @@ namespace vxbus {
 // - The writer is detached and never joined. It ends on `stopRequested`,
 //   g_shuttingDown or a failed call; it erases the registry entry and
 //   completes every queued and pending message as failed.
+// - The writer closes sendQueue as it leaves: what is queued later, or is
+//   being queued as it closes, is let go at once and never completed, so
+//   no message and session are left holding each other.
 // - Each thread holds a reference for its whole run; the last to end
-//   (ThreadEnded) drops what still stands in the queue and the pending
-//   table, which hold the session. The destructor joins nothing.
+//   (ThreadEnded) drops the pending table, which holds the session, and
+//   closes the channel: a session that ended holds no descriptor, however
+//   long its messages live on. The destructor joins nothing.
+// - From the moment the reader leaves its loop HasEnded is true, and the
+//   requests of the session still on their way to a slot are dropped.
 class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
  public:
   VXAPPImpl();
@@ -65,12 +71,21 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   // for the disconnect listener; the writer follows at once.
   void Stop();
   bool IsSessionValid() const { return IsValid(); }
+  // True once the reader has left its loop, for whatever cause: the session
+  // takes no more requests, and those still on their way are not served.
+  // Never false again. Any thread.
+  bool HasEnded() const { return readingEnded_.load(); }
+  // The reader calls this as it leaves its loop, or when it never enters it.
+  void EndReading() { readingEnded_.store(true); }
 
   // Each session thread calls this as it ends. The last one lets go of what
-  // still stands in the queue and the pending table: those messages hold the
-  // session, and with no thread left nothing can take them any more. They
-  // are not completed; the writer completed what it could on its way out.
+  // still stands in the pending table (those messages hold the session, and
+  // with no thread left nothing can take them any more; the writer completed
+  // them on its way out) and closes the channel.
   void ThreadEnded();
+  // The writer calls this last: lets go of what is still queued, uncompleted,
+  // and makes every later QueueFrame let go of its frame at once.
+  void CloseSendQueue();
 
   // Writing frames. The writer thread writes what is queued, in batches; a
   // thread with a call or a reply of its own may write it directly while the
@@ -78,8 +93,9 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   // order the queue would give them: a frame is written directly only when
   // nothing is queued or being written ahead of it.
   //
-  // Queues a frame for the writer; any thread. Every frame of sendQueue
-  // goes in through here.
+  // Queues a frame for the writer; any thread, which holds a reference to
+  // the session. Every frame of sendQueue goes in through here. Once the
+  // writer has gone the frame is let go at once, without completion.
   void QueueFrame(const MessageRef& message);
   // True when the calling thread may write its frame now; it then holds the
   // write lock and must call WriteClaimed next. Never blocks.
@@ -127,6 +143,9 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   std::mutex writeMutex_;                       // held while frames go onto the channel
   std::atomic<std::uint32_t> queuedFrames_{0};  // queued and not yet written
   bool writingEnded_ = false;                   // under writeMutex_
+  std::atomic<bool> sendQueueClosed_{false};
+  std::atomic<bool> readingEnded_{false};
+  std::mutex channelMutex_;  // Stop against the close of the channel
   std::atomic<bool> readerThreadHeld_{false};
   std::atomic<std::thread::id> readerId_{};
   std::atomic<int> runningThreads_{2};

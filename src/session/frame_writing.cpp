@@ -17,6 +17,8 @@ bool Stopping(const VXAPPImpl& session) {
 void VXAPPImpl::QueueFrame(const MessageRef& message) {
   queuedFrames_.fetch_add(1);
   sendQueue.Push(message);
+  // Nobody takes frames from a closed queue; they would hold the session.
+  if (sendQueueClosed_.load()) sendQueue.DropPushed();
 }
 
 bool VXAPPImpl::ClaimIdleWriter() {

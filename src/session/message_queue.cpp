@@ -19,7 +19,10 @@ VXMessageQueue::~VXMessageQueue() {
 void VXMessageQueue::Clear() {
   FreeList(fifo_);
   fifo_ = nullptr;
-  std::lock_guard<std::mutex> lock(mutex_);
+  DropPushed();
+}
+
+void VXMessageQueue::DropPushed() {
   FreeList(head_.exchange(nullptr));
 }
 
@@ -35,9 +38,11 @@ void VXMessageQueue::FreeList(Node* node) {
 void VXMessageQueue::Push(const MessageRef& message) {
   Node* node = new (PrivateAllocate(sizeof(Node))) Node{nullptr, message};
   Node* old = head_.load(std::memory_order_relaxed);
+  // Acquire as well: a producer whose node lands after a DropPushed sees
+  // what was published before that (a closed session queue, say).
   do {
     node->next = old;
-  } while (!head_.compare_exchange_weak(old, node, std::memory_order_release,
+  } while (!head_.compare_exchange_weak(old, node, std::memory_order_acq_rel,
                                         std::memory_order_relaxed));
   // Only the push onto an empty stack wakes the consumer; a wake-up for the
   // rest of this batch is already on its way. The mutex closes the gap

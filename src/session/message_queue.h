@@ -37,6 +37,10 @@ class VXMessageQueue {
   // Consumer only: lets go of everything queued, without handing it out.
   void Clear();
 
+  // Any thread, once the consumer has gone for good: lets go of what was
+  // pushed since, without handing it out. Never blocks.
+  void DropPushed();
+
  private:
   struct Node {
     Node* next;

@@ -84,6 +84,7 @@ void ReaderThread(VXAPPImpl* raw) {
   ThreadExit exit(raw);
   raw->readerGo.Wait();
   if (!raw->established) {
+    raw->EndReading();
     raw->readerUp.Set();
     LogNotInitialized(raw);
     return;
@@ -111,6 +112,7 @@ void ReaderThread(VXAPPImpl* raw) {
       g_dispatchQueue.Push(message);
     }
   }
+  raw->EndReading();
 
   const char* cause = g_shuttingDown.load(std::memory_order_relaxed) ? "Global shutdown: "
                       : raw->stopRequested.load()                    ? "Local shutdown: "
@@ -134,6 +136,7 @@ void WriterThread(VXAPPImpl* raw) {
   raw->writerGo.Wait();
   raw->writerUp.Set();
   if (!raw->established) {
+    raw->CloseSendQueue();
     LogNotInitialized(raw);
     return;
   }
@@ -156,6 +159,7 @@ void WriterThread(VXAPPImpl* raw) {
     message->Complete(true);
   }
   raw->pendingCalls->ForEach([](MessageRef& message) { message->Complete(true); });
+  raw->CloseSendQueue();
 }
 
 // The thread's last act, after every reference of its own is gone.

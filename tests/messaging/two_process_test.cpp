@@ -84,17 +84,9 @@ TEST_F(TwoProcessTest, PeerKilledWithCallsOutstandingCompletesEachOnceWithNothin
   ASSERT_TRUE(peer.Ready());
   ASSERT_EQ(Connect(peer), VX_SUCCESS);
   constexpr int kCalls = 3, kNotifications = 4;
-  // A message ends with nothing in one of two ways: torn down with the
-  // session (a null handle), or, when its write fails as the peer dies,
-  // through the dispatch thread with the empty list it was made with.
+  // A notification ends with nothing in the same two ways as a call.
   std::atomic<int> emptyReplies{0};
-  std::vector<std::thread> callers;
-  for (int i = 0; i < kCalls; ++i)
-    callers.emplace_back([&peer, &emptyReplies] {
-      HVXPARAMLIST reply = VXCall(peer.AppId().c_str(), 2, VX_INVALID_PARAMLIST);  // blocks
-      if (reply.value == nullptr || VXGetParamCount(reply) == 0) ++emptyReplies;
-      VXCloseHandle(reply);
-    });
+  std::vector<std::thread> callers = CallNeverAnsweringSlot(peer, kCalls, &emptyReplies);
   for (int i = 0; i < kNotifications; ++i)
     VXNotify(peer.AppId().c_str(), 2, VX_INVALID_PARAMLIST, CountCompletion, &done_);
   ASSERT_NE(peer.Expect("blocking"), "");

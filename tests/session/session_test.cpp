@@ -13,6 +13,7 @@
 #include "session/application_registry.h"
 #include "session/message_queue.h"
 #include "session/session_threads.h"
+#include "session/slot_call_message.h"
 #include "support/channel_pair.h"
 #include "support/log_capture.h"
 #include "support/wait.h"
@@ -222,6 +223,37 @@ TEST_F(SessionTest, UnestablishedSessionEndsAtOnceWithoutListenersOrEntry) {
   EXPECT_EQ(g_applications.Size(), 0u);
   std::lock_guard<std::mutex> lock(observed_.mutex);
   EXPECT_TRUE(observed_.events.empty());
+}
+
+// A push that meets the end of the session lets its frame go at once, so no
+// frame is left holding the session; and the channel closes as the threads
+// end, though references to the session live on.
+TEST_F(SessionTest, FramesQueuedAsTheSessionEndsGoAtOnceAndItsChannelClosesWithItsThreads) {
+  testing::ChannelPair pair = testing::MakeSocketChannelPair();
+  SessionRef session = EstablishedSession(pair.first, "peer:5/racing");
+  // Each producer stops by itself after a while: the writer's drain runs
+  // until it finds the queue empty, which endless producers would never let
+  // happen.
+  constexpr int kFramesPerProducer = 20000;
+  std::atomic<bool> stop{false};
+  std::vector<std::thread> producers;
+  for (int i = 0; i < 3; ++i)
+    producers.emplace_back([&stop, held = session] {
+      for (int n = 0; n < kFramesPerProducer && !stop.load(); ++n)
+        held->QueueFrame(MessageRef(new VXSlotCallMessage(IVXMessage::EventRef(), held, 1,
+                                                          VX_INVALID_PARAMLIST, nullptr, nullptr)));
+    });
+  pair.second.Reset();  // the peer goes while frames pour in
+  const bool ended = WaitForSessionThreadsToEnd(std::chrono::seconds(10));
+  stop = true;
+  for (auto& producer : producers)
+    producer.join();
+  ASSERT_TRUE(ended);
+  EXPECT_FALSE(session->channel.IsValid());
+  // Nothing waits for a thread any more: the counts are back at once.
+  EXPECT_EQ(DEBUG_VXObjectCount().messages, livesBefore_.messages);
+  session.Reset();
+  EXPECT_EQ(DEBUG_VXObjectCount().applications, livesBefore_.applications);
 }
 
 }  // namespace

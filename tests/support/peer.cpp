@@ -12,6 +12,7 @@ Peer::Peer(const PeerOptions& options) : options_(options) {
   if (options.maxConnections)
     arguments.insert(arguments.end(),
                      {"--max-connections", std::to_string(options.maxConnections)});
+  if (options.quiet) arguments.insert(arguments.end(), {"--quiet", "1"});
   std::string program = options.program;
   if (!options.launcher.empty()) {
     arguments.insert(arguments.begin(), program);

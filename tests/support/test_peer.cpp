@@ -3,11 +3,11 @@
 // exported interface of the shared library, as any application would.
 //
 //   vxbus_test_peer --name NAME [--port N] [--pipe BASE] [--secret-hex HEX]
-//                   [--max-connections N]
+//                   [--max-connections N] [--quiet 1]
 //
 // Commands: quit | connect HOST PORT [SECRETHEX] | connect-pipe BASE [SECRETHEX]
-//           | call APPID SLOT | register-signal NAME | emit NAME
-//           | subscribe APPID SIGNAL SLOT | counters
+//           | call APPID SLOT | notify APPID SLOT COUNT [reply] | register-signal NAME
+//           | emit NAME | subscribe APPID SIGNAL SLOT | counters | resources
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "support/host_name.h"
+#include "support/process_resources.h"
 #include "vxbus.h"
 
 namespace {
@@ -48,9 +49,10 @@ std::vector<unsigned char> FromHex(const std::string& hex) {
 std::mutex g_listeningMutex;
 std::condition_variable g_listeningCondition;
 bool g_listening = false;
+bool g_quiet = false;  // set before the library starts, read by its threads
 
 void LogSink(std::uint32_t level, std::uint32_t, const char* text) {
-  Say("log " + std::to_string(level) + " " + text);
+  if (!g_quiet) Say("log " + std::to_string(level) + " " + text);
   if (std::strncmp(text, "listen for incoming connection on", 33) == 0) {
     std::lock_guard<std::mutex> lock(g_listeningMutex);
     g_listening = true;
@@ -99,6 +101,11 @@ _tag_VX_ERROR Record(HVXPARAMLIST input, HVXPARAMLIST output, VXSlotContext* con
   return VX_SUCCESS;
 }
 
+// Completions of notifications that want a reply; their result is not told.
+_tag_VX_ERROR IgnoreCompletion(const char*, std::uint32_t, HVXPARAMLIST, HVXPARAMLIST, void*) {
+  return VX_SUCCESS;
+}
+
 constexpr int kExitInSlotCode = 7;
 
 // 7: ends the process from inside the slot, without VXShutdown.
@@ -135,6 +142,18 @@ void Command(const std::string& line) {
         Text(VXGetStringValue(reply, "servedBy")));
     VXCloseHandle(reply);
     VXCloseHandle(list);
+  } else if (verb == "notify") {
+    // COUNT notifications in a row, one-way or, with "reply", each wanting a
+    // reply; the result of the last one is told.
+    std::string appId, reply;
+    std::uint32_t slot = 0;
+    int count = 0;
+    in >> appId >> slot >> count >> reply;
+    VXNotifyCallback callback = reply == "reply" ? IgnoreCompletion : nullptr;
+    _tag_VX_ERROR result = VX_SUCCESS;
+    for (int i = 0; i < count; ++i)
+      result = VXNotify(appId.c_str(), slot, VX_INVALID_PARAMLIST, callback, nullptr);
+    Say("notify-result " + std::to_string(result));
   } else if (verb == "register-signal") {
     std::string name;
     in >> name;
@@ -158,6 +177,9 @@ void Command(const std::string& line) {
     VXObjectCounters c = DEBUG_VXObjectCount();
     Say("counters " + std::to_string(c.applications) + " " + std::to_string(c.messages) + " " +
         std::to_string(c.paramLists));
+  } else if (verb == "resources") {
+    Say("resources " + std::to_string(vxbus::testing::CountOpenDescriptors()) + " " +
+        std::to_string(vxbus::testing::CountThreads()));
   } else {
     Say("unknown-command " + verb);
   }
@@ -175,6 +197,7 @@ int main(int argc, char** argv) {
     if (key == "--port") port = std::atoi(value.c_str());
     if (key == "--pipe") pipe = value;
     if (key == "--secret-hex") secretHex = value;
+    if (key == "--quiet") g_quiet = value == "1";
     if (key == "--max-connections")
       maxConnections = static_cast<std::uint32_t>(std::atoi(value.c_str()));
   }
