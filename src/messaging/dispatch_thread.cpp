@@ -1,6 +1,7 @@
 #include "messaging/dispatch_thread.h"
 
 #include <mutex>
+#include <thread>
 
 #include "messaging/slot_table.h"
 #include "paramlist/fast_holder.h"
@@ -41,8 +42,12 @@ void SendReply(VXAPPImpl& session, const MessageRef& reply) {
 }  // namespace
 
 void DispatchThread() {
+  g_dispatchQueue.SetConsumerThread(std::this_thread::get_id());
   for (;;) {
-    if (g_shuttingDown.load(std::memory_order_relaxed) && g_applications.Size() == 0) return;
+    if (g_shuttingDown.load(std::memory_order_relaxed) && g_applications.Size() == 0) {
+      g_dispatchQueue.SetConsumerThread(std::thread::id());
+      return;
+    }
     MessageRef message;
     g_dispatchQueue.Pop(message, -1);
     if (!message) continue;  // a wake-up to test the end condition

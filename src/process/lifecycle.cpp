@@ -172,6 +172,7 @@ _tag_VX_ERROR VXShutdown(void) {
     g_shuttingDown = true;
     running = g_applications.Sessions();
   }
+  g_dispatchQueue.WakeRoomWaiters();  // readers waiting for room see the flag
   WakePipeListener();
   VXConnectionReady();  // a thread still at its gate can run to its end
   if (g_pipeThread.joinable()) g_pipeThread.join();

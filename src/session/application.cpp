@@ -33,6 +33,7 @@ void VXAPPImpl::Stop() {
   // of their poll periods.
   if (channel.IsValid()) channel->InterruptReads();
   sendQueue.Wake();
+  g_dispatchQueue.WakeRoomWaiters();  // the reader may wait for room there
   JoinReaderThread();
 }
 

@@ -4,6 +4,7 @@
 #include "runtime/process_state.h"
 #include "session/app_id_tokens.h"
 #include "session/application_registry.h"
+#include "session/back_pressure.h"
 
 namespace vxbus {
 
@@ -108,6 +109,8 @@ void ReaderThread(VXAPPImpl* raw) {
       // a call on the dispatch thread still gets its answer.
       message->Complete(false);
     } else {
+      // A full dispatch queue holds the reading back, and so the peer.
+      if (!AwaitDispatchRoom(*raw, message)) break;
       g_dispatchQueue.Push(message);
     }
   }
