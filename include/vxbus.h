@@ -397,7 +397,10 @@ VXBUS_API _tag_VX_ERROR VXStartListeners(const char* pipeName, const char* bindA
                                          std::uint16_t port);
 // Only the call matching the first initialise does anything: it blocks until
 // the listener threads, every session and the dispatch thread have ended;
-// a handshake under way is finished first. Always VX_SUCCESS.
+// a handshake under way is finished first. What was still queued then (to
+// be sent, or to run in a slot) is let go and counted in one log line at
+// level 4, "Shutdown dropped N queued messages (B bytes)"; queued calls and
+// notifications with a callback are completed as failed. Always VX_SUCCESS.
 VXBUS_API _tag_VX_ERROR VXShutdown(void);
 // Opens both listeners; does not block. Always VX_SUCCESS.
 VXBUS_API _tag_VX_ERROR VXConnectionReady(void);

@@ -39,7 +39,26 @@ void SendReply(VXAPPImpl& session, const MessageRef& reply) {
     session.QueueFrame(reply);
 }
 
+// A call whose request could not be written gets the empty output list.
+void CompleteUnwrittenCall(IVXMessage& message) {
+  message.Complete(false);
+}
+
 }  // namespace
+
+QueueTally DropDispatchBacklog() {
+  QueueTally dropped;
+  // Pushed nulls count no bytes: once none are left, only wake-ups remain.
+  while (g_dispatchQueue.QueuedBytes() != 0) {
+    MessageRef message;
+    g_dispatchQueue.Pop(message, 0);
+    if (!message) continue;
+    dropped.Add(VXMessageQueue::MessageBytes(message));
+    if (message->GetState() == kStateReply) CompleteUnwrittenCall(*message);
+  }
+  g_dispatchQueue.Clear();
+  return dropped;
+}
 
 void DispatchThread() {
   g_dispatchQueue.SetConsumerThread(std::this_thread::get_id());
@@ -65,7 +84,7 @@ void DispatchThread() {
         break;
       }
       case kStateReply:
-        message->Complete(false);  // a call whose request could not be written
+        CompleteUnwrittenCall(*message);
         break;
       case kStateOneWay: {
         std::lock_guard<std::recursive_mutex> lock(VXSlotTable::Instance().Mutex());

@@ -18,6 +18,7 @@
 #include "platform/socket.h"
 #include "runtime/process_state.h"
 #include "session/application_registry.h"
+#include "session/dropped_messages.h"
 #include "session/message_queue.h"
 #include "session/session_acceptor.h"
 #include "session/session_threads.h"
@@ -198,6 +199,7 @@ _tag_VX_ERROR VXShutdown(void) {
   // No test for existence: without a dispatch thread this raises the
   // invalid-argument system error, as it always has.
   g_dispatchThread.join();
+  ReportShutdownDrops(DropDispatchBacklog());
   platform::StopSocketLibrary();
   return VX_SUCCESS;
 }

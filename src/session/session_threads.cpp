@@ -5,6 +5,7 @@
 #include "session/app_id_tokens.h"
 #include "session/application_registry.h"
 #include "session/back_pressure.h"
+#include "session/dropped_messages.h"
 
 namespace vxbus {
 
@@ -152,12 +153,15 @@ void WriterThread(VXAPPImpl* raw) {
   g_applications.Erase(raw->name);
   // Every caller that found the session under the registry lock has pushed
   // by now: fail what is queued, then what waits for a reply.
+  QueueTally dropped;
   for (;;) {
     MessageRef message;
     raw->sendQueue.Pop(message, 0);
     if (!message.IsValid()) break;
+    dropped.Add(VXMessageQueue::MessageBytes(message));
     message->Complete(true);
   }
+  ReportDropped(raw->name, dropped);
   raw->pendingCalls->ForEach([](MessageRef& message) { message->Complete(true); });
 }
 
