@@ -35,6 +35,9 @@ enum _tag_VX_ERROR : std::int32_t {
   VX_ERROR_NO_SIGNAL = -4,
   VX_ERROR_NO_APPLICATION = -5,
   VX_ERROR_NAME_IN_USE = -7,
+  // A notification found the peer's send queue full for limits.IO_TIMEOUT_MS
+  // and was not sent. The session stands; trying again later may succeed.
+  VX_ERROR_QUEUE_FULL = -8,
 };
 typedef _tag_VX_ERROR VX_ERROR;
 
@@ -256,7 +259,17 @@ struct _tag_VXPARAMINFO {
 typedef _tag_VXPARAMINFO VXPARAMINFO;
 
 // The limits record. A caller's record whose `size` differs from the default
-// is ignored whole; zero words keep the default.
+// is ignored whole; zero words keep the default. The first initialise call
+// takes it; later ones don't change what is in force.
+// - RESERVED_D: bytes that the dispatch queue (requests waiting for this
+//   process's slots, from all peers) may hold; 64 MiB by default. Past it the
+//   sessions stop reading their peers, whose notifications then wait.
+// - RESERVED_E: bytes that each session's send queue may hold; 1 MiB by
+//   default. Past it VXNotify, VXNotifyWithFlow and VXEmit wait (see there).
+// - RESERVED_A, RESERVED_B, RESERVED_C: carried; nothing reads them.
+// A message counts its list's image and 128 bytes besides; one larger than a
+// limit still goes once its queue is empty. Calls and replies are never held
+// back, so these bound the one-way traffic, not every byte.
 struct VXLimits {
   std::uint32_t size;
   struct Values {
@@ -384,7 +397,10 @@ VXBUS_API _tag_VX_ERROR VXStartListeners(const char* pipeName, const char* bindA
                                          std::uint16_t port);
 // Only the call matching the first initialise does anything: it blocks until
 // the listener threads, every session and the dispatch thread have ended;
-// a handshake under way is finished first. Always VX_SUCCESS.
+// a handshake under way is finished first. What was still queued then (to
+// be sent, or to run in a slot) is let go and counted in one log line at
+// level 4, "Shutdown dropped N queued messages (B bytes)"; queued calls and
+// notifications with a callback are completed as failed. Always VX_SUCCESS.
 VXBUS_API _tag_VX_ERROR VXShutdown(void);
 // Opens both listeners; does not block. Always VX_SUCCESS.
 VXBUS_API _tag_VX_ERROR VXConnectionReady(void);
@@ -418,14 +434,20 @@ VXBUS_API _tag_VX_ERROR VXSetUnknownConnectListener(VXUnknownConnectListener lis
 // to the wire by the session's writer, so it must not change until a call
 // returns or a notification's callback has run.
 // VXCall blocks without a time limit until the reply comes or the session
-// ends. It returns the output list, owned by the caller, or
-// VX_INVALID_PARAMLIST when the peer is unknown or the session ended.
+// ends; it waits for that anyway, so it never waits for room in a queue. It
+// returns the output list, owned by the caller, or VX_INVALID_PARAMLIST when
+// the peer is unknown or the session ended.
 VXBUS_API HVXPARAMLIST VXCall(const char* applicationName, std::uint32_t slotId, HVXPARAMLIST list);
-// Does not block: VX_ERROR_NO_APPLICATION for an unknown peer, else
-// VX_SUCCESS. `callback` (may be null) runs on a library thread with the
-// reply's output list (borrowed), or with VX_INVALID_PARAMLIST when the
-// session ended; a session that ends just as the message is queued may drop
-// it without a call.
+// Queues the notification and returns: VX_SUCCESS, or
+// VX_ERROR_NO_APPLICATION for an unknown peer. While the peer's send queue
+// is full (limits.RESERVED_E) it blocks until there is room, at most
+// limits.IO_TIMEOUT_MS, and then returns VX_ERROR_QUEUE_FULL; a session that
+// ends or a library that shuts down meanwhile makes it return
+// VX_ERROR_NO_APPLICATION at once. On either error nothing was sent and the
+// callback never runs. `callback` (may be null) runs on a library thread
+// with the reply's output list (borrowed), or with VX_INVALID_PARAMLIST when
+// the session ended; a session that ends just as the message is queued may
+// drop it without a call.
 VXBUS_API _tag_VX_ERROR VXNotify(const char* applicationName, std::uint32_t slotId,
                                  HVXPARAMLIST list, VXNotifyCallback callback, void* userData);
 // As VXCall and VXNotify, with `flowId` stored in `list` first.
@@ -450,9 +472,12 @@ VXBUS_API _tag_VX_ERROR VXConnectSignal(const char* applicationName, const char*
                                         std::uint32_t slotId);
 VXBUS_API _tag_VX_ERROR VXDisconnectSignal(const char* applicationName, const char* signalName,
                                            std::uint32_t slotId);
-// Notifies every subscriber of a registered signal, as VXNotify does;
-// VX_ERROR_NO_SIGNAL for a name that is not registered. With no subscriber
-// the callback runs once at once, on the calling thread.
+// Notifies every subscriber of a registered signal, as VXNotify does, one
+// after the other; VX_ERROR_NO_SIGNAL for a name that is not registered.
+// A subscriber whose send queue stays full is skipped after the wait of
+// VXNotify and the others still get theirs; the result is then
+// VX_ERROR_QUEUE_FULL. With no subscriber the callback runs once at once, on
+// the calling thread.
 VXBUS_API _tag_VX_ERROR VXEmit(const char* signalName, HVXPARAMLIST list, VXNotifyCallback callback,
                                void* userData);
 VXBUS_API _tag_VX_ERROR VXEmitWithFlow(std::uint32_t flowId, const char* signalName,

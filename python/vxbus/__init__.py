@@ -9,7 +9,8 @@ slots and signals, over the C interface of libvxbus (ctypes only).
 """
 
 from .bus import (VX_ERROR_FAILED, VX_ERROR_NAME_IN_USE, VX_ERROR_NO_APPLICATION,
-                  VX_ERROR_NO_SIGNAL, VX_ERROR_NO_SLOT, VX_SUCCESS, Bus, Peer, VxbusError)
+                  VX_ERROR_NO_SIGNAL, VX_ERROR_NO_SLOT, VX_ERROR_QUEUE_FULL, VX_SUCCESS, Bus,
+                  Peer, VxbusError)
 from .paramlist import (PT_ARRAY, PT_BINARY, PT_INT32, PT_INT64, PT_PARAMHANDLE, PT_STRING,
                         Array, Int64, ParamList)
 
@@ -17,5 +18,5 @@ __all__ = [
     "Bus", "Peer", "VxbusError", "ParamList", "Array", "Int64",
     "PT_STRING", "PT_INT32", "PT_INT64", "PT_PARAMHANDLE", "PT_BINARY", "PT_ARRAY",
     "VX_SUCCESS", "VX_ERROR_FAILED", "VX_ERROR_NO_SLOT", "VX_ERROR_NO_SIGNAL",
-    "VX_ERROR_NO_APPLICATION", "VX_ERROR_NAME_IN_USE",
+    "VX_ERROR_NO_APPLICATION", "VX_ERROR_NAME_IN_USE", "VX_ERROR_QUEUE_FULL",
 ]

@@ -15,7 +15,7 @@ from . import paramlist
 from ._native import LOG_SINK, NOTIFY_CALLBACK, SLOT_FUNCTION, lib
 
 VX_SUCCESS, VX_ERROR_FAILED, VX_ERROR_NO_SLOT, VX_ERROR_NO_SIGNAL = 0, -1, -3, -4
-VX_ERROR_NO_APPLICATION, VX_ERROR_NAME_IN_USE = -5, -7
+VX_ERROR_NO_APPLICATION, VX_ERROR_NAME_IN_USE, VX_ERROR_QUEUE_FULL = -5, -7, -8
 
 # The line the library logs once its TCP listener accepts peers.
 _LISTENING = b"listen for incoming connection on"
@@ -65,9 +65,11 @@ class Peer:
         return paramlist.ParamList._adopt(reply)
 
     def notify(self, slot, data=None, callback=None):
-        """Sends `data` to `slot` without waiting. `callback(reply)`, if
-        given, runs on a library thread with the reply as a dict, or None when
-        the session ended first."""
+        """Sends `data` to `slot` without waiting for a reply. While the
+        peer's send queue is full it waits for room, and raises VxbusError
+        with VX_ERROR_QUEUE_FULL when none came in time. `callback(reply)`,
+        if given, runs on a library thread with the reply as a dict, or None
+        when the session ended first."""
         handle, owned = _list_handle(data)
         c_callback = self.bus._keep_callback(callback) if callback else NOTIFY_CALLBACK()
         try:
@@ -75,6 +77,8 @@ class Peer:
         finally:
             if owned:
                 lib.VXCloseHandle(handle)
+        if code == VX_ERROR_QUEUE_FULL:
+            raise VxbusError(code, "the queue to %s stayed full" % self.app_id)
         _check(code, "no session with %s" % self.app_id)
 
     def connect_signal(self, signal, slot):

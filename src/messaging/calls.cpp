@@ -2,6 +2,7 @@
 #include "messaging/flow_id.h"
 #include "paramlist/handle.h"
 #include "session/application_registry.h"
+#include "session/back_pressure.h"
 #include "session/slot_call_message.h"
 #include "vxbus.h"
 
@@ -26,7 +27,9 @@ HVXPARAMLIST VXCall(const char* applicationName, std::uint32_t slotId, HVXPARAML
   // Written outside the registry lock, so that other callers don't wait for it.
   if (writeHere) session->WriteClaimed(message);
   session.Reset();
-  // No time limit: a call lasts as long as its session does.
+  // No time limit: a call lasts as long as its session does. A slot waiting
+  // here needs a reader to bring the reply, so readers must not wait for it.
+  VXMessageQueue::ConsumerAway away(g_dispatchQueue);
   message->WaitForCompletion();
   return VXReferenceHandle(HandleFromList(message->GetOutputList().get()));
 }
@@ -40,6 +43,8 @@ _tag_VX_ERROR VXNotify(const char* applicationName, std::uint32_t slotId, HVXPAR
   if (!session.IsValid()) return VX_ERROR_NO_APPLICATION;
   MessageRef message(
       new VXSlotCallMessage(IVXMessage::EventRef(), session, slotId, list, callback, userData));
+  const _tag_VX_ERROR room = AwaitSendRoom(*session, message);
+  if (room != VX_SUCCESS) return room;
   session->QueueFrame(message);
   return VX_SUCCESS;
 }

@@ -2,6 +2,7 @@
 
 #include <mutex>
 #include <string>
+#include <thread>
 
 #include "messaging/slot_table.h"
 #include "paramlist/fast_holder.h"
@@ -70,13 +71,34 @@ class DroppedMessages {
   std::uint32_t count_ = 0;
 };
 
+// A call whose request could not be written gets the empty output list.
+void CompleteUnwrittenCall(IVXMessage& message) {
+  message.Complete(false);
+}
+
 }  // namespace
+
+QueueTally DropDispatchBacklog() {
+  QueueTally dropped;
+  // Pushed nulls count no bytes: once none are left, only wake-ups remain.
+  while (g_dispatchQueue.QueuedBytes() != 0) {
+    MessageRef message;
+    g_dispatchQueue.Pop(message, 0);
+    if (!message) continue;
+    dropped.Add(VXMessageQueue::MessageBytes(message));
+    if (message->GetState() == kStateReply) CompleteUnwrittenCall(*message);
+  }
+  g_dispatchQueue.Clear();
+  return dropped;
+}
 
 void DispatchThread() {
   DroppedMessages dropped;
+  g_dispatchQueue.SetConsumerThread(std::this_thread::get_id());
   for (;;) {
     if (g_shuttingDown.load(std::memory_order_relaxed) && g_applications.Size() == 0) {
       dropped.Report();
+      g_dispatchQueue.SetConsumerThread(std::thread::id());
       return;
     }
     MessageRef message;
@@ -113,7 +135,7 @@ void DispatchThread() {
         break;
       }
       case kStateReply:
-        message->Complete(false);  // a call whose request could not be written
+        CompleteUnwrittenCall(*message);
         break;
       case kStateOneWay: {
         std::lock_guard<std::recursive_mutex> lock(VXSlotTable::Instance().Mutex());

@@ -93,8 +93,12 @@ _tag_VX_ERROR VXEmit(const char* signalName, HVXPARAMLIST list, VXNotifyCallback
     return VX_SUCCESS;
   }
   // Each subscriber is found again by name; the entry's reference only keeps
-  // the name readable. A gone subscriber gets nothing and stays listed.
+  // the name readable. A gone subscriber gets nothing and stays listed; a
+  // full one is skipped, and said so once all had their turn.
+  _tag_VX_ERROR result = VX_SUCCESS;
   for (const VXSubscriber& subscriber : it->second)
-    VXNotify(NameOf(subscriber.session), subscriber.slot, list, callback, userData);
-  return VX_SUCCESS;
+    if (VXNotify(NameOf(subscriber.session), subscriber.slot, list, callback, userData) ==
+        VX_ERROR_QUEUE_FULL)
+      result = VX_ERROR_QUEUE_FULL;
+  return result;
 }

@@ -18,6 +18,7 @@
 #include "platform/socket.h"
 #include "runtime/process_state.h"
 #include "session/application_registry.h"
+#include "session/dropped_messages.h"
 #include "session/message_queue.h"
 #include "session/session_acceptor.h"
 #include "session/session_threads.h"
@@ -172,6 +173,7 @@ _tag_VX_ERROR VXShutdown(void) {
     g_shuttingDown = true;
     running = g_applications.Sessions();
   }
+  g_dispatchQueue.WakeRoomWaiters();  // readers waiting for room see the flag
   WakePipeListener();
   VXConnectionReady();  // a thread still at its gate can run to its end
   if (g_pipeThread.joinable()) g_pipeThread.join();
@@ -197,6 +199,7 @@ _tag_VX_ERROR VXShutdown(void) {
   // No test for existence: without a dispatch thread this raises the
   // invalid-argument system error, as it always has.
   g_dispatchThread.join();
+  ReportShutdownDrops(DropDispatchBacklog());
   platform::StopSocketLibrary();
   return VX_SUCCESS;
 }

@@ -36,6 +36,7 @@ void VXAPPImpl::Stop() {
     if (channel.IsValid()) channel->InterruptReads();
   }
   sendQueue.Wake();
+  g_dispatchQueue.WakeRoomWaiters();  // the reader may wait for room there
   JoinReaderThread();
 }
 

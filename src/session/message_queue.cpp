@@ -3,6 +3,7 @@
 #include <chrono>
 #include <new>
 
+#include "paramlist/fast_holder.h"
 #include "runtime/brief_spin.h"
 #include "runtime/private_heap.h"
 
@@ -16,27 +17,74 @@ VXMessageQueue::~VXMessageQueue() {
   Clear();
 }
 
-void VXMessageQueue::Clear() {
-  FreeList(fifo_);
+std::uint64_t VXMessageQueue::MessageBytes(const MessageRef& message) {
+  if (!message) return 0;
+  const ListRef& list =
+      message->GetState() == kStateReply ? message->GetOutputList() : message->GetInputList();
+  return kMessageOverheadBytes + (list ? list->Used() : 0);
+}
+
+QueueTally VXMessageQueue::Clear() {
+  QueueTally tally = FreeList(fifo_);
   fifo_ = nullptr;
-  DropPushed();
+  const QueueTally stacked = FreeList(head_.exchange(nullptr));
+  tally.messages += stacked.messages;
+  tally.bytes += stacked.bytes;
+  return tally;
 }
 
 void VXMessageQueue::DropPushed() {
   FreeList(head_.exchange(nullptr));
 }
 
-void VXMessageQueue::FreeList(Node* node) {
+QueueTally VXMessageQueue::FreeList(Node* node) {
+  QueueTally tally;
   while (node) {
     Node* next = node->next;
+    if (node->message) tally.Add(node->bytes);
+    GiveBack(node->bytes);
     node->~Node();
     PrivateFree(node);
     node = next;
   }
+  return tally;
+}
+
+void VXMessageQueue::GiveBack(std::uint64_t bytes) {
+  const std::uint64_t left = queuedBytes_.fetch_sub(bytes) - bytes;
+  if (roomWaiters_.load() != 0 && left <= wakeAtBytes_.load()) WakeRoomWaiters();
+}
+
+void VXMessageQueue::WakeRoomWaiters() {
+  std::lock_guard<std::mutex> lock(roomMutex_);
+  roomFreed_.notify_all();
+}
+
+bool VXMessageQueue::MayResume(std::uint64_t bytes, std::uint64_t limit, Room* why) const {
+  if (consumerAway_.load()) {
+    *why = Room::kConsumerAway;
+    return true;
+  }
+  const std::uint64_t queued = queuedBytes_.load();
+  *why = Room::kFree;
+  return queued == 0 || (queued <= limit / 2 && queued + bytes <= limit);
+}
+
+VXMessageQueue::ConsumerAway::ConsumerAway(VXMessageQueue& queue) : queue_(queue) {
+  if (queue_.consumer_.load() != std::this_thread::get_id() || queue_.consumerAway_.load()) return;
+  marked_ = true;
+  queue_.consumerAway_.store(true);
+  queue_.WakeRoomWaiters();
+}
+
+VXMessageQueue::ConsumerAway::~ConsumerAway() {
+  if (marked_) queue_.consumerAway_.store(false);
 }
 
 void VXMessageQueue::Push(const MessageRef& message) {
-  Node* node = new (PrivateAllocate(sizeof(Node))) Node{nullptr, message};
+  const std::uint64_t bytes = MessageBytes(message);
+  Node* node = new (PrivateAllocate(sizeof(Node))) Node{nullptr, message, bytes};
+  queuedBytes_.fetch_add(bytes);
   Node* old = head_.load(std::memory_order_relaxed);
   // Acquire as well: a producer whose node lands after a DropPushed sees
   // what was published before that (a closed session queue, say).
@@ -54,8 +102,11 @@ void VXMessageQueue::Push(const MessageRef& message) {
 
 void VXMessageQueue::Wake() {
   woken_.store(true);
-  std::lock_guard<std::mutex> lock(mutex_);
-  notEmpty_.notify_one();
+  {
+    std::lock_guard<std::mutex> lock(mutex_);
+    notEmpty_.notify_one();
+  }
+  WakeRoomWaiters();  // a stop that wakes the consumer ends producers' waits too
 }
 
 VXMessageQueue::Node* VXMessageQueue::TakeBatch(std::int32_t limitMs) {
@@ -97,6 +148,7 @@ void VXMessageQueue::Pop(MessageRef& out, std::int32_t limitMs) {
   Node* node = fifo_;
   fifo_ = node->next;
   out = std::move(node->message);
+  GiveBack(node->bytes);
   node->~Node();
   PrivateFree(node);
 }

@@ -4,6 +4,8 @@
 #include "runtime/process_state.h"
 #include "session/app_id_tokens.h"
 #include "session/application_registry.h"
+#include "session/back_pressure.h"
+#include "session/dropped_messages.h"
 
 namespace vxbus {
 
@@ -109,6 +111,8 @@ void ReaderThread(VXAPPImpl* raw) {
       // a call on the dispatch thread still gets its answer.
       message->Complete(false);
     } else {
+      // A full dispatch queue holds the reading back, and so the peer.
+      if (!AwaitDispatchRoom(*raw, message)) break;
       g_dispatchQueue.Push(message);
     }
   }
@@ -152,12 +156,15 @@ void WriterThread(VXAPPImpl* raw) {
   g_applications.Erase(raw->name);
   // Every caller that found the session under the registry lock has pushed
   // by now: fail what is queued, then what waits for a reply.
+  QueueTally dropped;
   for (;;) {
     MessageRef message;
     raw->sendQueue.Pop(message, 0);
     if (!message.IsValid()) break;
+    dropped.Add(VXMessageQueue::MessageBytes(message));
     message->Complete(true);
   }
+  ReportDropped(raw->name, dropped);
   raw->pendingCalls->ForEach([](MessageRef& message) { message->Complete(true); });
   raw->CloseSendQueue();
 }

@@ -77,7 +77,7 @@ class BusTest : public ::testing::Test {
                                            {23, RecordAt<23>, &delivered_},
                                            {24, RecordAt<24>, &delivered_}};
     VXRegisterSlots(slots, 5);
-    ASSERT_EQ(VXInitialize("tester", 0, nullptr), VX_SUCCESS);
+    ASSERT_EQ(VXInitialize("tester", 0, Limits()), VX_SUCCESS);
   }
   void TearDown() override {
     EXPECT_EQ(VXShutdown(), VX_SUCCESS);
@@ -89,6 +89,9 @@ class BusTest : public ::testing::Test {
       return now.applications == 0 && now.messages == 0 && now.paramLists == listsBefore_;
     }));
   }
+
+  // The limits record this process starts with; null keeps the defaults.
+  virtual const VXLimits* Limits() { return nullptr; }
 
   static PeerOptions TcpPeer(const std::string& name, const std::string& secretHex = "") {
     PeerOptions options;

@@ -13,6 +13,9 @@ Peer::Peer(const PeerOptions& options) : options_(options) {
     arguments.insert(arguments.end(),
                      {"--max-connections", std::to_string(options.maxConnections)});
   if (options.quiet) arguments.insert(arguments.end(), {"--quiet", "1"});
+  if (options.sendQueueBytes)
+    arguments.insert(arguments.end(),
+                     {"--send-queue-bytes", std::to_string(options.sendQueueBytes)});
   std::string program = options.program;
   if (!options.launcher.empty()) {
     arguments.insert(arguments.begin(), program);

@@ -3,11 +3,13 @@
 // exported interface of the shared library, as any application would.
 //
 //   vxbus_test_peer --name NAME [--port N] [--pipe BASE] [--secret-hex HEX]
-//                   [--max-connections N] [--quiet 1]
+//                   [--max-connections N] [--quiet 1] [--send-queue-bytes N]
 //
 // Commands: quit | connect HOST PORT [SECRETHEX] | connect-pipe BASE [SECRETHEX]
 //           | call APPID SLOT | notify APPID SLOT COUNT [reply] | register-signal NAME
 //           | emit NAME | subscribe APPID SIGNAL SLOT | counters | resources
+//           | flood APPID SLOT COUNT BYTES
+#include <algorithm>
 #include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
@@ -173,6 +175,26 @@ void Command(const std::string& line) {
     in >> appId >> signal >> slot;
     VXConnectSignal(appId.c_str(), signal.c_str(), slot);
     Say("subscribed");
+  } else if (verb == "flood") {
+    // COUNT notifications of BYTES each, back to back; how each ended, and
+    // the most messages this process held alive after any of them returned.
+    std::string appId;
+    std::uint32_t slot = 0, count = 0, bytes = 0;
+    in >> appId >> slot >> count >> bytes;
+    HVXPARAMLIST list = VXCreateParamList();
+    const std::vector<char> payload(bytes, 'f');
+    VXSetBinaryValue(list, "payload", payload.data(), bytes);
+    std::uint32_t sent = 0, full = 0, gone = 0, maxLive = 0;
+    for (std::uint32_t i = 0; i < count; ++i) {
+      _tag_VX_ERROR result = VXNotify(appId.c_str(), slot, list, nullptr, nullptr);
+      if (result == VX_SUCCESS) ++sent;
+      if (result == VX_ERROR_QUEUE_FULL) ++full;
+      if (result == VX_ERROR_NO_APPLICATION) ++gone;
+      maxLive = std::max(maxLive, DEBUG_VXObjectCount().messages);
+    }
+    VXCloseHandle(list);
+    Say("flood-result sent=" + std::to_string(sent) + " full=" + std::to_string(full) +
+        " gone=" + std::to_string(gone) + " maxLive=" + std::to_string(maxLive));
   } else if (verb == "counters") {
     VXObjectCounters c = DEBUG_VXObjectCount();
     Say("counters " + std::to_string(c.applications) + " " + std::to_string(c.messages) + " " +
@@ -190,7 +212,7 @@ void Command(const std::string& line) {
 int main(int argc, char** argv) {
   std::string name = "peer", pipe, secretHex;
   int port = 0;
-  std::uint32_t maxConnections = 0;
+  std::uint32_t maxConnections = 0, sendQueueBytes = 0;
   for (int i = 1; i + 1 < argc; i += 2) {
     std::string key = argv[i], value = argv[i + 1];
     if (key == "--name") name = value;
@@ -200,6 +222,8 @@ int main(int argc, char** argv) {
     if (key == "--quiet") g_quiet = value == "1";
     if (key == "--max-connections")
       maxConnections = static_cast<std::uint32_t>(std::atoi(value.c_str()));
+    if (key == "--send-queue-bytes")
+      sendQueueBytes = static_cast<std::uint32_t>(std::atoi(value.c_str()));
   }
   VXSetLogLevel(0xF, 0, LogSink);
   VXSetConnectListener(OnConnect);
@@ -211,6 +235,7 @@ int main(int argc, char** argv) {
   VXLimits limits{};
   limits.size = sizeof limits;
   limits.limits.MAX_CONNECTIONS = maxConnections;  // 0 keeps the default
+  limits.limits.RESERVED_E = sendQueueBytes;       // each session's send queue
   if (!secret.empty()) std::memcpy(limits.limits.authBlock, secret.data(), secret.size());
   if (VXInitializeWithPipeChannel(pipe.empty() ? nullptr : pipe.c_str(), nullptr, name.c_str(),
                                   port, &limits) != VX_SUCCESS) {

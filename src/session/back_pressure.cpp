@@ -1,0 +1,48 @@
+#include "session/back_pressure.h"
+
+#include "runtime/process_state.h"
+
+namespace vxbus {
+
+namespace {
+
+bool Stopping(const VXAPPImpl& session) {
+  return g_shuttingDown.load(std::memory_order_relaxed) || session.stopRequested.load();
+}
+
+}  // namespace
+
+std::uint64_t SendQueueLimitBytes() {
+  return g_limits.limits.RESERVED_E;
+}
+
+std::uint64_t DispatchQueueLimitBytes() {
+  return g_limits.limits.RESERVED_D;
+}
+
+_tag_VX_ERROR AwaitSendRoom(VXAPPImpl& session, const MessageRef& message) {
+  const std::uint64_t bytes = VXMessageQueue::MessageBytes(message);
+  const std::uint64_t limit = SendQueueLimitBytes();
+  if (session.sendQueue.HasRoom(bytes, limit)) return VX_SUCCESS;
+  const std::int32_t limitMs = g_limits.limits.IO_TIMEOUT_MS;
+  if (limitMs <= 0) return VX_ERROR_QUEUE_FULL;
+  VXMessageQueue::ConsumerAway away(g_dispatchQueue);
+  switch (session.sendQueue.WaitForRoom(bytes, limit, limitMs,
+                                        [&session] { return Stopping(session); })) {
+    case VXMessageQueue::Room::kStopped:
+      return VX_ERROR_NO_APPLICATION;
+    case VXMessageQueue::Room::kTimedOut:
+      return VX_ERROR_QUEUE_FULL;
+    default:
+      return VX_SUCCESS;
+  }
+}
+
+bool AwaitDispatchRoom(VXAPPImpl& session, const MessageRef& message) {
+  const std::uint64_t bytes = VXMessageQueue::MessageBytes(message);
+  return g_dispatchQueue.WaitForRoom(bytes, DispatchQueueLimitBytes(), -1, [&session] {
+    return Stopping(session);
+  }) != VXMessageQueue::Room::kStopped;
+}
+
+}  // namespace vxbus
