@@ -1,4 +1,6 @@
 // Blocking calls and notifications to a slot of a peer.
+#include <utility>
+
 #include "messaging/flow_id.h"
 #include "paramlist/handle.h"
 #include "session/application_registry.h"
@@ -38,9 +40,9 @@ _tag_VX_ERROR VXNotify(const char* applicationName, std::uint32_t slotId, HVXPAR
                        VXNotifyCallback callback, void* userData) {
   SessionRef session = g_applications.Find(applicationName);
   if (!session.IsValid()) return VX_ERROR_NO_APPLICATION;
-  MessageRef message(
-      new VXSlotCallMessage(IVXMessage::EventRef(), session, slotId, list, callback, userData));
-  session->QueueFrame(message);
+  MessageRef message(new VXSlotCallMessage(IVXMessage::EventRef(), std::move(session), slotId, list,
+                                           callback, userData));
+  message->GetSession()->QueueFrame(message);
   return VX_SUCCESS;
 }
 

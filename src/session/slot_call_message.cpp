@@ -26,8 +26,12 @@ VXSlotCallBody::VXSlotCallBody(ListRef in, ListRef out)
 std::int32_t VXSlotCallBody::Write(ChannelRef& channel, bool isRequest, std::uint32_t messageId,
                                    std::uint32_t state) {
   // A missing or invalid list goes out as an empty one, for this frame alone.
-  ListRef list = isRequest ? input : output;
-  if (!list.IsValid()) list = new FastHolderImpl;
+  // The message's own reference keeps the list alive: a second one would
+  // cost two atomic operations on a count the caller's thread also touches.
+  const ListRef& held = isRequest ? input : output;
+  ListRef empty;
+  if (!held.IsValid()) empty = new FastHolderImpl;
+  FastHolderImpl* list = held.IsValid() ? held.get() : empty.get();
 
   VXMemoryBufferTpl<128> header;
   header.Append32(messageId);
