@@ -3,8 +3,8 @@
 #include <chrono>
 #include <new>
 
+#include "runtime/block_pool.h"
 #include "runtime/brief_spin.h"
-#include "runtime/private_heap.h"
 
 namespace vxbus {
 
@@ -27,13 +27,13 @@ void VXMessageQueue::FreeList(Node* node) {
   while (node) {
     Node* next = node->next;
     node->~Node();
-    PrivateFree(node);
+    PooledFree(node, sizeof(Node));
     node = next;
   }
 }
 
 void VXMessageQueue::Push(const MessageRef& message) {
-  Node* node = new (PrivateAllocate(sizeof(Node))) Node{nullptr, message};
+  Node* node = new (PooledAllocate(sizeof(Node))) Node{nullptr, message};
   Node* old = head_.load(std::memory_order_relaxed);
   do {
     node->next = old;
@@ -97,7 +97,7 @@ void VXMessageQueue::Pop(MessageRef& out, std::int32_t limitMs) {
   fifo_ = node->next;
   out = std::move(node->message);
   node->~Node();
-  PrivateFree(node);
+  PooledFree(node, sizeof(Node));
 }
 
 }  // namespace vxbus

@@ -4,9 +4,9 @@
 
 #include "paramlist/fast_holder.h"
 #include "paramlist/handle.h"
+#include "runtime/block_pool.h"
 #include "runtime/little_endian.h"
 #include "runtime/memory_buffer.h"
-#include "runtime/private_heap.h"
 #include "session/application.h"
 
 namespace vxbus {
@@ -81,11 +81,12 @@ VXSlotCallMessage::VXSlotCallMessage(SessionRef session, const unsigned char* he
   body_.output = NewListUnlessOneWay(state_);
 }
 
+// One made and one let go for every frame, mostly on two threads.
 void* VXSlotCallMessage::operator new(std::size_t size) {
-  return PrivateAllocate(size);
+  return PooledAllocate(size);
 }
-void VXSlotCallMessage::operator delete(void* pointer) {
-  PrivateFree(pointer);
+void VXSlotCallMessage::operator delete(void* pointer, std::size_t size) {
+  PooledFree(pointer, size);
 }
 
 std::int32_t VXSlotCallMessage::Send() {
