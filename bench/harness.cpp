@@ -118,6 +118,19 @@ bool MeasureConnects(Peer& peer, int rounds) {
   return true;
 }
 
+// Only the first connect and the one-way loop, for profiling that loop.
+int RunNotifiesOnly(Peer& peer) {
+  const Clock::time_point giveUp = Clock::now() + std::chrono::seconds(20);
+  while (!peer.Connect()) {
+    if (Clock::now() > giveUp) return Failed("reaching the server");
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+  }
+  const bool ok = MeasureNotifies(peer, {1000000, 60});
+  if (ok) peer.Quit();
+  peer.Shutdown();
+  return ok ? 0 : 1;
+}
+
 int RunAll(Peer& peer) {
   const bool ok = MeasureConnects(peer, 6) &&
                   MeasureCalls(peer, "call_small", kSmallBytes, {20000, 3}) &&
@@ -160,8 +173,9 @@ void Report(const std::string& name, double value) {
 int BenchMain(int argc, char** argv, ServeFunction serve, PeerFactory connect) {
   if (argc == 4 && std::string(argv[1]) == "serve")
     return serve({std::atoi(argv[2]), std::atoi(argv[3])});
-  if (argc != 1) {
-    std::fprintf(stderr, "usage: %s\n", argv[0]);
+  const bool notifiesOnly = argc == 2 && std::string(argv[1]) == "notify";
+  if (argc != 1 && !notifiesOnly) {
+    std::fprintf(stderr, "usage: %s [notify]\n", argv[0]);
     return 2;
   }
   const Ports ports{demo::FindFreeTcpPort(), demo::FindFreeTcpPort()};
@@ -178,7 +192,7 @@ int BenchMain(int argc, char** argv, ServeFunction serve, PeerFactory connect) {
   int status = 1;
   {
     std::unique_ptr<Peer> peer = connect(ports);
-    status = RunAll(*peer);
+    status = notifiesOnly ? RunNotifiesOnly(*peer) : RunAll(*peer);
   }
   const int serverStatus = WaitForServer(server, status == 0 ? 30 : 1);
   return status != 0 ? status : serverStatus;

@@ -64,8 +64,9 @@ constexpr int kServerLifetimeSeconds = 300;
 
 // The main of every benchmark program. Without arguments it picks two free
 // ports, starts itself again as "serve <port> <port>", measures everything
-// through the peer that `connect` makes, and reports. With those arguments it
-// runs `serve` instead.
+// through the peer that `connect` makes, and reports; with the one argument
+// "notify" it measures only the one-way loop (for a profiler). With the
+// serve arguments it runs `serve` instead.
 using ServeFunction = int (*)(Ports ports);
 using PeerFactory = std::unique_ptr<Peer> (*)(Ports ports);
 int BenchMain(int argc, char** argv, ServeFunction serve, PeerFactory connect);

@@ -1,4 +1,6 @@
 // Blocking calls and notifications to a slot of a peer.
+#include <utility>
+
 #include "messaging/flow_id.h"
 #include "paramlist/handle.h"
 #include "session/application_registry.h"

@@ -2,8 +2,8 @@
 
 #include <cstring>
 
+#include "runtime/block_pool.h"
 #include "runtime/object_counters.h"
-#include "runtime/private_heap.h"
 
 namespace vxbus {
 
@@ -27,11 +27,11 @@ FastHolderImpl::~FastHolderImpl() {
 }
 
 void* FastHolderImpl::operator new(std::size_t size) noexcept {
-  return PrivateAllocate(size);
+  return PooledAllocate(size);
 }
 
-void FastHolderImpl::operator delete(void* pointer) noexcept {
-  PrivateFree(pointer);
+void FastHolderImpl::operator delete(void* pointer, std::size_t size) noexcept {
+  PooledFree(pointer, size);
 }
 
 const _tag_VXPARAMINFO* FastHolderImpl::First() const {

@@ -38,7 +38,7 @@ class FastHolderImpl : public MTObjects::MTReferencedTypeBase, public VXMemoryBu
   // Lists live on the private heap. A refused allocation makes `new` give
   // null instead of throwing, so creation can report it as a null handle.
   static void* operator new(std::size_t size) noexcept;
-  static void operator delete(void* pointer) noexcept;
+  static void operator delete(void* pointer, std::size_t size) noexcept;
 
   std::uint32_t Used() const { return used; }
   const unsigned char* Data() const { return data; }

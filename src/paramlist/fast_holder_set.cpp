@@ -5,7 +5,6 @@
 #include <utility>
 
 #include "paramlist/fast_holder.h"
-#include "runtime/private_heap.h"
 
 namespace vxbus {
 
@@ -22,21 +21,23 @@ class ArgumentGuard {
   explicit ArgumentGuard(FastHolderImpl& list, const Pointers*... arguments) : list_(list) {
     (Watch(arguments), ...);
   }
-  ~ArgumentGuard() { PrivateFree(old_); }
+  ~ArgumentGuard() { FastHolderImpl::FreeImage(old_, oldCapacity_); }
   ArgumentGuard(const ArgumentGuard&) = delete;
   ArgumentGuard& operator=(const ArgumentGuard&) = delete;
 
   void Watch(const void* argument) {
     if (old_ != nullptr || !list_.Holds(argument)) return;
-    auto* copy = static_cast<unsigned char*>(PrivateAllocate(list_.capacity));
+    unsigned char* copy = FastHolderImpl::AllocateImage(list_.capacity);
     std::memcpy(copy, list_.data, list_.used);
     old_ = list_.data;
+    oldCapacity_ = list_.capacity;
     list_.data = copy;
   }
 
  private:
   FastHolderImpl& list_;
   unsigned char* old_ = nullptr;
+  std::uint32_t oldCapacity_ = 0;
 };
 
 std::uint32_t StringValueSize(const char* text) {

@@ -1,11 +1,12 @@
 // The flat byte image under a parameter list: 32-bit bookkeeping, no inline
-// bytes, and an allocation that is always exactly as large as the last need.
+// bytes, and a capacity that is always exactly the last need.
 #ifndef VXBUS_PARAMLIST_LIST_IMAGE_H_
 #define VXBUS_PARAMLIST_LIST_IMAGE_H_
 
 #include <cstdint>
 #include <cstring>
 
+#include "runtime/block_pool.h"
 #include "runtime/little_endian.h"
 #include "runtime/private_heap.h"
 #include "vxbus.h"
@@ -32,7 +33,7 @@ class VXMemoryBufferTpl2 {
   using NoDataExeption = ::NoDataExeption;
 
   VXMemoryBufferTpl2() : used(0), capacity(0), data(nullptr) {}
-  ~VXMemoryBufferTpl2() { PrivateFree(data); }
+  ~VXMemoryBufferTpl2() { FreeImage(data, capacity); }
   VXMemoryBufferTpl2(const VXMemoryBufferTpl2&) = delete;
   VXMemoryBufferTpl2& operator=(const VXMemoryBufferTpl2&) = delete;
 
@@ -41,8 +42,35 @@ class VXMemoryBufferTpl2 {
   void Reserve(std::uint32_t n) {
     std::uint32_t need = used + n;
     if (need <= capacity) return;
+    if (capacity > kLargestPooledBlock) {
+      capacity = need;
+      data = static_cast<unsigned char*>(PrivateReallocate(data, capacity));
+      return;
+    }
+    // A small image lives in a pooled block, which may have room already.
+    if (data != nullptr && PooledBlockBytes(need) == PooledBlockBytes(capacity)) {
+      capacity = need;
+      return;
+    }
+    unsigned char* grown = AllocateImage(need);
+    if (grown != nullptr && used != 0) std::memcpy(grown, data, used);
+    FreeImage(data, capacity);
+    data = grown;
     capacity = need;
-    data = static_cast<unsigned char*>(PrivateReallocate(data, capacity));
+  }
+
+  // Every image block comes from here and goes back through FreeImage with
+  // the capacity it was made for: small ones (one per received list) are
+  // pooled, which spares the heap a cross-thread free for every frame.
+  static unsigned char* AllocateImage(std::uint32_t capacity) {
+    return static_cast<unsigned char*>(capacity > kLargestPooledBlock ? PrivateAllocate(capacity)
+                                                                      : PooledAllocate(capacity));
+  }
+  static void FreeImage(unsigned char* block, std::uint32_t capacity) {
+    if (capacity > kLargestPooledBlock)
+      PrivateFree(block);
+    else
+      PooledFree(block, capacity);
   }
 
   void Append32(std::uint32_t value) { AppendExact(&value, 4); }

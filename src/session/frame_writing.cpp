@@ -45,12 +45,16 @@ bool VXAPPImpl::WriteQueuedBatch(MessageRef message) {
   channel->BeginWriteBatch();
   FrameBatch batch;
   bool written = true;
+  // Counted off once for the batch: the count is only read by a claim, which
+  // can't happen while this thread holds the write lock.
+  std::uint32_t taken = 0;
   while (message) {
     written = WriteFrame(message, &batch);
-    queuedFrames_.fetch_sub(1);
+    ++taken;
     if (!written || Stopping(*this)) break;
     sendQueue.Pop(message, 0);
   }
+  queuedFrames_.fetch_sub(taken);
   if (EndFrameBatch(written, batch)) return true;
   writingEnded_ = true;
   return false;

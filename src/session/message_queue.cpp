@@ -4,8 +4,8 @@
 #include <new>
 
 #include "paramlist/fast_holder.h"
+#include "runtime/block_pool.h"
 #include "runtime/brief_spin.h"
-#include "runtime/private_heap.h"
 
 namespace vxbus {
 
@@ -44,7 +44,7 @@ QueueTally VXMessageQueue::FreeList(Node* node) {
     if (node->message) tally.Add(node->bytes);
     GiveBack(node->bytes);
     node->~Node();
-    PrivateFree(node);
+    PooledFree(node, sizeof(Node));
     node = next;
   }
   return tally;
@@ -83,19 +83,21 @@ VXMessageQueue::ConsumerAway::~ConsumerAway() {
 
 void VXMessageQueue::Push(const MessageRef& message) {
   const std::uint64_t bytes = MessageBytes(message);
-  Node* node = new (PrivateAllocate(sizeof(Node))) Node{nullptr, message, bytes};
+  Node* node = new (PooledAllocate(sizeof(Node))) Node{nullptr, message, bytes};
   queuedBytes_.fetch_add(bytes);
   Node* old = head_.load(std::memory_order_relaxed);
-  // Acquire as well: a producer whose node lands after a DropPushed sees
+  // Acquires as well: a producer whose node lands after a DropPushed sees
   // what was published before that (a closed session queue, say).
   do {
     node->next = old;
-  } while (!head_.compare_exchange_weak(old, node, std::memory_order_acq_rel,
+  } while (!head_.compare_exchange_weak(old, node, std::memory_order_seq_cst,
                                         std::memory_order_relaxed));
-  // Only the push onto an empty stack wakes the consumer; a wake-up for the
-  // rest of this batch is already on its way. The mutex closes the gap
-  // between the consumer's last look and its sleep.
-  if (old != nullptr) return;
+  // Only the push onto an empty stack wakes the consumer, and only one that
+  // sleeps or is about to: one that is still looking finds the node itself.
+  // The swap above and the consumer's flag are both sequentially consistent,
+  // so either this push sees the flag or the consumer's last look sees the
+  // node. The mutex closes the gap between that look and the sleep.
+  if (old != nullptr || !sleeping_.load()) return;
   std::lock_guard<std::mutex> lock(mutex_);
   notEmpty_.notify_one();
 }
@@ -113,7 +115,7 @@ VXMessageQueue::Node* VXMessageQueue::TakeBatch(std::int32_t limitMs) {
   Node* batch = head_.exchange(nullptr, std::memory_order_acquire);
   if (batch || limitMs == 0) return batch;
   auto take = [this, &batch] {
-    batch = head_.exchange(nullptr, std::memory_order_acquire);
+    batch = head_.exchange(nullptr, std::memory_order_seq_cst);
     return batch != nullptr || woken_.exchange(false);
   };
   // The next frame of a stream, or the reply a caller waits for, mostly
@@ -121,12 +123,14 @@ VXMessageQueue::Node* VXMessageQueue::TakeBatch(std::int32_t limitMs) {
   if (SpinBriefly([this] { return head_.load(std::memory_order_relaxed) != nullptr; }) && take())
     return batch;
   std::unique_lock<std::mutex> lock(mutex_);
+  sleeping_.store(true);
   if (limitMs < 0) {
     notEmpty_.wait(lock, take);
   } else {
     auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
     notEmpty_.wait_until(lock, deadline, take);
   }
+  sleeping_.store(false);
   return batch;
 }
 
@@ -150,7 +154,7 @@ void VXMessageQueue::Pop(MessageRef& out, std::int32_t limitMs) {
   out = std::move(node->message);
   GiveBack(node->bytes);
   node->~Node();
-  PrivateFree(node);
+  PooledFree(node, sizeof(Node));
 }
 
 }  // namespace vxbus

@@ -130,7 +130,8 @@ class VXMessageQueue {
   std::mutex mutex_;  // only for the consumer's sleep
   std::condition_variable notEmpty_;
   std::atomic<bool> woken_{false};
-  Node* fifo_ = nullptr;  // consumer-private, oldest first
+  std::atomic<bool> sleeping_{false};  // the consumer is in, or on its way to, its sleep
+  Node* fifo_ = nullptr;               // consumer-private, oldest first
 
   std::atomic<std::uint64_t> queuedBytes_{0};
   std::atomic<int> roomWaiters_{0};

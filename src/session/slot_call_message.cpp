@@ -4,9 +4,9 @@
 
 #include "paramlist/fast_holder.h"
 #include "paramlist/handle.h"
+#include "runtime/block_pool.h"
 #include "runtime/little_endian.h"
 #include "runtime/memory_buffer.h"
-#include "runtime/private_heap.h"
 #include "session/application.h"
 
 namespace vxbus {
@@ -26,8 +26,12 @@ VXSlotCallBody::VXSlotCallBody(ListRef in, ListRef out)
 std::int32_t VXSlotCallBody::Write(ChannelRef& channel, bool isRequest, std::uint32_t messageId,
                                    std::uint32_t state) {
   // A missing or invalid list goes out as an empty one, for this frame alone.
-  ListRef list = isRequest ? input : output;
-  if (!list.IsValid()) list = new FastHolderImpl;
+  // The message's own reference keeps the list alive: a second one would
+  // cost two atomic operations on a count the caller's thread also touches.
+  const ListRef& held = isRequest ? input : output;
+  ListRef empty;
+  if (!held.IsValid()) empty = new FastHolderImpl;
+  FastHolderImpl* list = held.IsValid() ? held.get() : empty.get();
 
   VXMemoryBufferTpl<128> header;
   header.Append32(messageId);
@@ -77,11 +81,12 @@ VXSlotCallMessage::VXSlotCallMessage(SessionRef session, const unsigned char* he
   body_.output = NewListUnlessOneWay(state_);
 }
 
+// One made and one let go for every frame, mostly on two threads.
 void* VXSlotCallMessage::operator new(std::size_t size) {
-  return PrivateAllocate(size);
+  return PooledAllocate(size);
 }
-void VXSlotCallMessage::operator delete(void* pointer) {
-  PrivateFree(pointer);
+void VXSlotCallMessage::operator delete(void* pointer, std::size_t size) {
+  PooledFree(pointer, size);
 }
 
 std::int32_t VXSlotCallMessage::Send() {

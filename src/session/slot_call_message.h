@@ -38,7 +38,7 @@ class VXSlotCallMessage : public IVXMessage {
   VXSlotCallMessage(SessionRef session, const unsigned char* header);
 
   static void* operator new(std::size_t size);
-  static void operator delete(void* pointer);
+  static void operator delete(void* pointer, std::size_t size);
 
   std::int32_t Send() override;
   std::int32_t Receive(const unsigned char* headerTail) override;
