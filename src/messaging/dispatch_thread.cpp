@@ -21,7 +21,7 @@ void RunSlot(IVXMessage& message) {
   VXSlotTable::Entry entry;
   if (!VXSlotTable::Instance().Find(message.GetSlotId(), &entry)) return;
   const SessionRef& session = message.GetSession();
-  VXSlotContext context{session.IsValid() ? session->name.c_str() : "", entry.userData};
+  VXSlotContext context{session.IsValid() ? session->Name().c_str() : "", entry.userData};
   entry.slotFunction(HandleFromList(message.GetInputList().get()),
                      HandleFromList(message.GetOutputList().get()), &context);
 }

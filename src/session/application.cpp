@@ -4,7 +4,7 @@
 
 namespace vxbus {
 
-VXAPPImpl::VXAPPImpl() : pendingCalls(new VXPendingCalls) {
+VXAPPImpl::VXAPPImpl() : pendingCalls_(new VXPendingCalls) {
   ++g_liveApplications;
 }
 
@@ -12,27 +12,32 @@ VXAPPImpl::VXAPPImpl() : pendingCalls(new VXPendingCalls) {
 // detaches and never joins.
 VXAPPImpl::~VXAPPImpl() {
   --g_liveApplications;
-  pendingCalls.reset();
-  if (readerThread.joinable()) readerThread.detach();
-  if (writerThread.joinable()) writerThread.detach();
+  pendingCalls_.reset();
+  if (readerThread_.joinable()) readerThread_.detach();
 }
 
 bool VXAPPImpl::IsObjectValid() const {
-  return readerThreadHeld_.load() && established.load();
+  return established_.load() && !readerJoined_.load();
 }
 
-void VXAPPImpl::SetReaderThread(std::thread thread) {
-  readerId_.store(thread.get_id());
-  readerThread = std::move(thread);
-  readerThreadHeld_.store(true);
+void VXAPPImpl::AttachChannel(const ChannelRef& channel) {
+  channel_ = channel;
+  if (!channel_.IsValid()) return;
+  remoteAddress_ = channel_->GetPeerAddress();
+  localAddress_ = channel_->GetLocalAddress();
+}
+
+void VXAPPImpl::MarkEstablished(const std::string& peerAppId) {
+  name_ = peerAppId;
+  established_ = true;
 }
 
 void VXAPPImpl::Stop() {
-  stopRequested = true;
+  stopRequested_ = true;
   // Both threads are woken rather than left to notice the flag at the end
   // of their poll periods.
-  if (channel.IsValid()) channel->InterruptReads();
-  sendQueue.Wake();
+  if (channel_.IsValid()) channel_->InterruptReads();
+  sendQueue_.Wake();
   JoinReaderThread();
 }
 
@@ -41,19 +46,15 @@ void VXAPPImpl::Stop() {
 void VXAPPImpl::JoinReaderThread() {
   if (readerId_.load() == std::this_thread::get_id()) return;
   std::lock_guard<std::mutex> lock(joinMutex_);
-  if (!readerThread.joinable()) return;
-  readerThread.join();
-  readerThreadHeld_.store(false);
+  if (!readerThread_.joinable()) return;
+  readerThread_.join();
+  readerJoined_.store(true);
 }
-
-}  // namespace vxbus
-
-namespace vxbus {
 
 void VXAPPImpl::ThreadEnded() {
   if (--runningThreads_ != 0) return;
-  sendQueue.Clear();
-  pendingCalls->Clear();
+  sendQueue_.Clear();
+  pendingCalls_->Clear();
 }
 
 }  // namespace vxbus

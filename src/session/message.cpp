@@ -49,7 +49,7 @@ ListRef& IVXMessage::GetOutputList() {
 }
 
 const char* IVXMessage::GetApplicationName() const {
-  if (session_.IsValid()) return session_->name.c_str();
+  if (session_.IsValid()) return session_->Name().c_str();
   return kNoName;
 }
 
