@@ -12,7 +12,9 @@ namespace vxbus {
 std::atomic<std::uint32_t> g_lastMessageId{0};
 
 namespace {
-ListRef g_nullList;  // what a message without lists hands out
+// What a message without lists hands out; never destroyed, as messages may
+// still be in use on session threads while the process exits.
+ListRef& g_nullList = *new ListRef;
 const char kNoName[] = "";
 }  // namespace
 
