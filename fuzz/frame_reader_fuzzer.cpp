@@ -4,7 +4,6 @@
 // reply, so that reply bodies are read too.
 #include <cstddef>
 #include <cstdint>
-#include <thread>
 
 #include "byte_channel.h"
 #include "runtime/process_state.h"
@@ -31,27 +30,25 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
   vxbus::g_limits.limits.MAX_READ_SIZE = 1 << 20;  // see list_stream_fuzzer.cpp
   g_session = new SessionRef(new VXAPPImpl);
   VXAPPImpl& session = **g_session;
-  session.name = "fuzz:1/peer";
-  session.established = true;
-  session.SetReaderThread(std::thread([] {}));
+  session.MarkEstablished("fuzz:1/peer");
   return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const SessionRef& session = *g_session;
-  session->channel = ChannelRef(new ByteChannel(data, size));
+  session->AttachChannel(ChannelRef(new ByteChannel(data, size)));
 
   vxbus::g_lastMessageId = 0;  // the waiting call gets id 1
   MessageRef waiting(new VXSlotCallMessage(vxbus::IVXMessage::EventRef(new MTObjects::ISyncEvent),
                                            session, 1, VX_INVALID_PARAMLIST, nullptr, nullptr));
-  session->pendingCalls->Insert(waiting);
+  session->PendingCalls().Insert(waiting);
 
   MessageRef message;
   for (int frames = 0; frames < 64 && session->ReceiveMessage(message); ++frames) {
     if (!message.IsValid()) __builtin_trap();
   }
   message.Reset();
-  session->pendingCalls->Clear();
-  session->channel.Reset();
+  session->PendingCalls().Clear();
+  session->AttachChannel(ChannelRef());
   return 0;
 }

@@ -98,9 +98,8 @@ Bytes ImageSeed(HVXPARAMLIST list) {
 // A session whose frames land in `sink`.
 SessionRef SinkSession(ByteChannel* sink) {
   SessionRef session(new vxbus::VXAPPImpl);
-  session->channel = ChannelRef(sink);
-  session->name = "fuzz:1/peer";
-  session->established = true;
+  session->AttachChannel(ChannelRef(sink));
+  session->MarkEstablished("fuzz:1/peer");
   return session;
 }
 
@@ -135,7 +134,7 @@ Bytes HandshakeSeed(HVXPARAMLIST) {
   auto* channel = new ByteChannel(input.data(), input.size());
   SessionRef session(new vxbus::VXAPPImpl);
   ChannelRef channelRef(channel);
-  session->channel = channelRef;
+  session->AttachChannel(channelRef);
   vxbus::g_ownAppId = "seed:2/connector";
   session->RunConnectExchange(nullptr, 0, nullptr, 0);
   Bytes seed{1};

@@ -57,9 +57,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   if (size < 1) return 0;
   SessionRef session(new VXAPPImpl);
   auto* channel = new AnsweringChannel(data + 1, size - 1, (data[0] & 1) != 0);
-  session->channel = ChannelRef(channel);
+  session->AttachChannel(ChannelRef(channel));
   session->RunAcceptExchange();
   // Accepted only with a name that has a host and a port.
-  if (session->established && session->name.find(':') == std::string::npos) __builtin_trap();
+  if (session->IsSessionValid() && session->Name().find(':') == std::string::npos) __builtin_trap();
   return 0;
 }

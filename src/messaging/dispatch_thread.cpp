@@ -24,7 +24,7 @@ void RunSlot(IVXMessage& message) {
   VXSlotTable::Entry entry;
   if (!VXSlotTable::Instance().Find(message.GetSlotId(), &entry)) return;
   const SessionRef& session = message.GetSession();
-  VXSlotContext context{session.IsValid() ? session->name.c_str() : "", entry.userData};
+  VXSlotContext context{session.IsValid() ? session->Name().c_str() : "", entry.userData};
   entry.slotFunction(HandleFromList(message.GetInputList().get()),
                      HandleFromList(message.GetOutputList().get()), &context);
 }
@@ -61,7 +61,7 @@ class DroppedMessages {
   void Report() {
     if (count_ == 0) return;
     VX_LOG(kLogWarning, "Dropped ", count_, " messages of ended session \"",
-           session_.IsValid() ? session_->name : std::string(), '"');
+           session_.IsValid() ? session_->Name() : std::string(), '"');
     count_ = 0;
     session_.Reset();  // the session may go now
   }

@@ -6,7 +6,9 @@
 
 namespace vxbus {
 
-VXSignalTable g_signalTable;
+// Never destroyed: a session that ends while the process exits still takes
+// its subscriptions out of it.
+VXSignalTable& g_signalTable = *new VXSignalTable;
 
 void VXSignalTable::RemoveSession(const VXAPPImpl* session) {
   std::lock_guard<std::recursive_mutex> lock(mutex);

@@ -26,7 +26,7 @@ struct VXSignalTable {
   void RemoveSession(const VXAPPImpl* session);
 };
 
-extern VXSignalTable g_signalTable;
+extern VXSignalTable& g_signalTable;
 
 }  // namespace vxbus
 

@@ -26,7 +26,7 @@ std::string SignalNameOf(HVXPARAMLIST input) {
 }
 
 const char* NameOf(const SessionRef& session) {
-  return session.IsValid() ? session->name.c_str() : "";
+  return session.IsValid() ? session->Name().c_str() : "";
 }
 
 }  // namespace

@@ -23,7 +23,9 @@ VXLimits g_defaultLimits = kFactoryLimits;
 VXLimits g_limits = kFactoryLimits;
 std::atomic<bool> g_shuttingDown{false};
 char g_hostName[1024];
-std::string g_ownAppId;
+// Never destroyed: handshakes read it on their own threads, also while the
+// process exits.
+std::string& g_ownAppId = *new std::string;
 
 MTObjects::MTReferencedPtr<MTObjects::ISyncEvent> tcpListenerGate(new MTObjects::ISyncEvent);
 MTObjects::MTReferencedPtr<MTObjects::ISyncEvent> pipeListenerGate(new MTObjects::ISyncEvent);

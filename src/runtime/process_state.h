@@ -17,7 +17,7 @@ extern VXLimits g_defaultLimits;       // defaults; VXSetAuthenticationInfo writ
 extern VXLimits g_limits;              // the record in force
 extern std::atomic<bool> g_shuttingDown;
 extern char g_hostName[1024];
-extern std::string g_ownAppId;
+extern std::string& g_ownAppId;
 
 // Gates of the two connection threads; opened once, never reset.
 extern MTObjects::MTReferencedPtr<MTObjects::ISyncEvent> tcpListenerGate;

@@ -4,7 +4,7 @@
 
 namespace vxbus {
 
-VXAPPImpl::VXAPPImpl() : pendingCalls(new VXPendingCalls) {
+VXAPPImpl::VXAPPImpl() : pendingCalls_(new VXPendingCalls) {
   ++g_liveApplications;
 }
 
@@ -12,30 +12,35 @@ VXAPPImpl::VXAPPImpl() : pendingCalls(new VXPendingCalls) {
 // detaches and never joins.
 VXAPPImpl::~VXAPPImpl() {
   --g_liveApplications;
-  pendingCalls.reset();
-  if (readerThread.joinable()) readerThread.detach();
-  if (writerThread.joinable()) writerThread.detach();
+  pendingCalls_.reset();
+  if (readerThread_.joinable()) readerThread_.detach();
 }
 
 bool VXAPPImpl::IsObjectValid() const {
-  return readerThreadHeld_.load() && established.load();
+  return established_.load() && !readerJoined_.load();
 }
 
-void VXAPPImpl::SetReaderThread(std::thread thread) {
-  readerId_.store(thread.get_id());
-  readerThread = std::move(thread);
-  readerThreadHeld_.store(true);
+void VXAPPImpl::AttachChannel(const ChannelRef& channel) {
+  channel_ = channel;
+  if (!channel_.IsValid()) return;
+  remoteAddress_ = channel_->GetPeerAddress();
+  localAddress_ = channel_->GetLocalAddress();
+}
+
+void VXAPPImpl::MarkEstablished(const std::string& peerAppId) {
+  name_ = peerAppId;
+  established_ = true;
 }
 
 void VXAPPImpl::Stop() {
-  stopRequested = true;
+  stopRequested_ = true;
   // Both threads are woken rather than left to notice the flag at the end
   // of their poll periods. The channel may be closing as the threads end.
   {
     std::lock_guard<std::mutex> lock(channelMutex_);
-    if (channel.IsValid()) channel->InterruptReads();
+    if (channel_.IsValid()) channel_->InterruptReads();
   }
-  sendQueue.Wake();
+  sendQueue_.Wake();
   g_dispatchQueue.WakeRoomWaiters();  // the reader may wait for room there
   JoinReaderThread();
 }
@@ -45,24 +50,20 @@ void VXAPPImpl::Stop() {
 void VXAPPImpl::JoinReaderThread() {
   if (readerId_.load() == std::this_thread::get_id()) return;
   std::lock_guard<std::mutex> lock(joinMutex_);
-  if (!readerThread.joinable()) return;
-  readerThread.join();
-  readerThreadHeld_.store(false);
+  if (!readerThread_.joinable()) return;
+  readerThread_.join();
+  readerJoined_.store(true);
 }
-
-}  // namespace vxbus
-
-namespace vxbus {
 
 void VXAPPImpl::ThreadEnded() {
   if (--runningThreads_ != 0) return;
-  pendingCalls->Clear();
+  pendingCalls_->Clear();
   // Closed now rather than with the last reference, which a message on its
   // way to a slot may hold for long: the peer sees the end at once.
   ChannelRef closing;
   {
     std::lock_guard<std::mutex> lock(channelMutex_);
-    closing = std::move(channel);
+    closing = std::move(channel_);
   }
 }
 
@@ -71,7 +72,7 @@ void VXAPPImpl::ThreadEnded() {
 // and lets go of its own frame; one that lands before is emptied here.
 void VXAPPImpl::CloseSendQueue() {
   sendQueueClosed_.store(true);
-  sendQueue.Clear();
+  sendQueue_.Clear();
 }
 
 }  // namespace vxbus

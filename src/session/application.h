@@ -25,12 +25,12 @@ namespace vxbus {
 // - The handshake starts both threads at once (StartThreads), parked at
 //   their go gates, runs the exchange on the set-up thread, then opens the
 //   gates (ReleaseThreads) and waits until both are up. An exchange that
-//   failed leaves `established` false, and both threads end at once.
+//   failed leaves the session unestablished, and both threads end at once.
 // - The reader enters the session in g_applications; it ends on a channel
-//   failure, `stopRequested` or g_shuttingDown, then runs the session-end
-//   hook and the disconnect listener, and sets `stopRequested` for the
-//   writer. Stop() (VXDisconnect, VXShutdown) sets the flag and joins it.
-// - The writer is detached and never joined. It ends on `stopRequested`,
+//   failure, a stop request or g_shuttingDown, then runs the session-end
+//   hook and the disconnect listener, and requests the stop for the writer.
+//   Stop() (VXDisconnect, VXShutdown) requests it and joins the reader.
+// - The writer is detached and never joined. It ends on a stop request,
 //   g_shuttingDown or a failed call; it erases the registry entry and
 //   completes every queued and pending message as failed.
 // - The writer closes sendQueue as it leaves: what is queued later, or is
@@ -52,17 +52,29 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   std::int32_t ConnectApplication(const ChannelRef& channel, char* appIdBuffer,
                                   std::uint32_t appIdBufferSize, const unsigned char* secret,
                                   std::int32_t secretLength);
-  // The exchange itself on either side, run while the threads are parked.
+
+  // Set-up without the exchange, for a channel whose peer is known already
+  // (the frame tests and the fuzzers): takes the channel and its addresses,
+  // then marks the session established under the peer's appID. Both before
+  // StartThreads or while the threads are parked.
+  void AttachChannel(const ChannelRef& channel);
+  void MarkEstablished(const std::string& peerAppId);
+  // The exchange itself on either side, on the attached channel: run by the
+  // two calls above while the threads are parked, or alone (the fuzzers).
   void RunAcceptExchange();
   std::int32_t RunConnectExchange(char* appIdBuffer, std::uint32_t appIdBufferSize,
                                   const unsigned char* secret, std::int32_t secretLength);
-  // Reads one frame; false ends the session.
+
+  // Starts both threads, parked at their go gates. A thread that can't be
+  // made raises the standard system error.
+  void StartThreads();
+  // Lets both threads go and waits until each is past its first step (the
+  // reader has registered an established session).
+  void ReleaseThreads();
+
+  // Reads one frame; false ends the session. Reader thread only.
   bool ReceiveMessage(MessageRef& out);
 
-  // Stores a started reader thread, or joins it and forgets it. The validity
-  // predicate reads `readerThreadHeld`, never the thread object, so that it
-  // may be asked from any thread while another joins.
-  void SetReaderThread(std::thread thread);
   // Joins the reader unless it is the calling thread or already joined; two
   // callers that stop the same session at once are kept apart. Called on the
   // reader (a disconnect listener) it returns at once and takes no lock.
@@ -71,21 +83,21 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   // for the disconnect listener; the writer follows at once.
   void Stop();
   bool IsSessionValid() const { return IsValid(); }
+  bool StopRequested() const { return stopRequested_.load(); }
   // True once the reader has left its loop, for whatever cause: the session
   // takes no more requests, and those still on their way are not served.
   // Never false again. Any thread.
   bool HasEnded() const { return readingEnded_.load(); }
-  // The reader calls this as it leaves its loop, or when it never enters it.
-  void EndReading() { readingEnded_.store(true); }
 
-  // Each session thread calls this as it ends. The last one lets go of what
-  // still stands in the pending table (those messages hold the session, and
-  // with no thread left nothing can take them any more; the writer completed
-  // them on its way out) and closes the channel.
-  void ThreadEnded();
-  // The writer calls this last: lets go of what is still queued, uncompleted,
-  // and makes every later QueueFrame let go of its frame at once.
-  void CloseSendQueue();
+  // The peer's appID: empty until the handshake succeeded, then fixed.
+  const std::string& Name() const { return name_; }
+  // Set before the threads run; the last of them to end lets it go, so it
+  // is used only on the session's threads and under the write claim.
+  const ChannelRef& Channel() const { return channel_; }
+  const std::string& RemoteAddress() const { return remoteAddress_; }
+  const std::string& LocalAddress() const { return localAddress_; }
+  // Calls written and waiting for their replies; owned by the session.
+  VXPendingCalls& PendingCalls() { return *pendingCalls_; }
 
   // Writing frames. The writer thread writes what is queued, in batches; a
   // thread with a call or a reply of its own may write it directly while the
@@ -94,7 +106,7 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   // nothing is queued or being written ahead of it.
   //
   // Queues a frame for the writer; any thread, which holds a reference to
-  // the session. Every frame of sendQueue goes in through here. Once the
+  // the session. Every frame of the send queue goes in through here. Once the
   // writer has gone the frame is let go at once, without completion.
   void QueueFrame(const MessageRef& message);
   // True when the calling thread may write its frame now; it then holds the
@@ -104,41 +116,63 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   // cannot be written is completed as failed on the dispatch thread, and
   // writing ends for the session, as it does in the writer.
   void WriteClaimed(const MessageRef& message);
-  // The writer's side: writes `first` and all queued behind it in one write
-  // batch of the channel; false once writing has ended.
-  bool WriteQueuedBatch(MessageRef first);
+  // The writer's side: waits up to `limitMs` for a queued frame, then writes
+  // it and all queued behind it in one write batch of the channel. False once
+  // writing has ended, true otherwise (also when nothing came).
+  bool WriteQueuedBatch(std::int32_t limitMs);
   // The writer calls this as it leaves; nothing is written any more.
   void EndWriting();
-
-  std::unique_ptr<VXPendingCalls> pendingCalls;
-  std::string name;  // the peer's appID; empty until the handshake succeeded
-  ChannelRef channel;
-  std::thread readerThread;
-  std::thread writerThread;
-  // The set-up gates: ReleaseThreads opens both go gates, and each thread
-  // opens its up gate once it is past its first step.
-  MTObjects::ISyncEvent readerGo;
-  MTObjects::ISyncEvent readerUp;
-  MTObjects::ISyncEvent writerGo;
-  MTObjects::ISyncEvent writerUp;
-  std::atomic<bool> stopRequested{false};
-  std::atomic<bool> established{false};
-  std::string remoteAddress;
-  std::string localAddress;
-  VXMessageQueue sendQueue;
+  // The writer calls this last, and a session run by hand when it is done:
+  // lets go of what is still queued, uncompleted, and makes every later
+  // QueueFrame let go of its frame at once.
+  void CloseSendQueue();
 
  protected:
   bool IsObjectValid() const override;
 
  private:
+  // VXNotify's wait for room in the send queue (back_pressure.h).
+  friend _tag_VX_ERROR AwaitSendRoom(VXAPPImpl& session, const MessageRef& message);
+
   struct FrameBatch {
     bool hasCall = false;
     std::uint32_t firstCallId = 0;
   };
+
+  // The bodies of the two threads and their common frame (session_threads.cpp).
+  template <void (VXAPPImpl::*Body)()>
+  static void RunThread(VXAPPImpl* session);
+  void RunReader();
+  void RunWriter();
+  bool WriterStopping() const;
+  // The reader calls this as it leaves its loop, or when it never enters it.
+  void EndReading() { readingEnded_.store(true); }
+  // Each session thread calls this as it ends. The last one lets go of what
+  // still stands in the pending table (those messages hold the session, and
+  // with no thread left nothing can take them any more; the writer completed
+  // them on its way out) and closes the channel.
+  void ThreadEnded();
+
   // Both run under writeMutex_. False when a call could not be written.
   bool WriteFrame(const MessageRef& message, FrameBatch* batch);
   bool EndFrameBatch(bool allWritten, const FrameBatch& batch);
   void FailUnwrittenCall(std::uint32_t id);
+
+  std::unique_ptr<VXPendingCalls> pendingCalls_;
+  std::string name_;
+  ChannelRef channel_;
+  std::string remoteAddress_;
+  std::string localAddress_;
+  VXMessageQueue sendQueue_;
+  std::thread readerThread_;
+  // The set-up gates: ReleaseThreads opens both go gates, and each thread
+  // opens its up gate once it is past its first step.
+  MTObjects::ISyncEvent readerGo_;
+  MTObjects::ISyncEvent readerUp_;
+  MTObjects::ISyncEvent writerGo_;
+  MTObjects::ISyncEvent writerUp_;
+  std::atomic<bool> stopRequested_{false};
+  std::atomic<bool> established_{false};
 
   std::mutex writeMutex_;                       // held while frames go onto the channel
   std::atomic<std::uint32_t> queuedFrames_{0};  // queued and not yet written
@@ -146,7 +180,10 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   std::atomic<bool> sendQueueClosed_{false};
   std::atomic<bool> readingEnded_{false};
   std::mutex channelMutex_;  // Stop against the close of the channel
-  std::atomic<bool> readerThreadHeld_{false};
+  // Valid means established and the reader not yet joined. The predicate
+  // reads this flag, never the thread object, so that it may be asked from
+  // any thread while another joins.
+  std::atomic<bool> readerJoined_{false};
   std::atomic<std::thread::id> readerId_{};
   std::atomic<int> runningThreads_{2};
   std::mutex joinMutex_;

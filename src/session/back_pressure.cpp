@@ -7,7 +7,7 @@ namespace vxbus {
 namespace {
 
 bool Stopping(const VXAPPImpl& session) {
-  return g_shuttingDown.load(std::memory_order_relaxed) || session.stopRequested.load();
+  return g_shuttingDown.load(std::memory_order_relaxed) || session.StopRequested();
 }
 
 }  // namespace
@@ -23,12 +23,12 @@ std::uint64_t DispatchQueueLimitBytes() {
 _tag_VX_ERROR AwaitSendRoom(VXAPPImpl& session, const MessageRef& message) {
   const std::uint64_t bytes = VXMessageQueue::MessageBytes(message);
   const std::uint64_t limit = SendQueueLimitBytes();
-  if (session.sendQueue.HasRoom(bytes, limit)) return VX_SUCCESS;
+  if (session.sendQueue_.HasRoom(bytes, limit)) return VX_SUCCESS;
   const std::int32_t limitMs = g_limits.limits.IO_TIMEOUT_MS;
   if (limitMs <= 0) return VX_ERROR_QUEUE_FULL;
   VXMessageQueue::ConsumerAway away(g_dispatchQueue);
-  switch (session.sendQueue.WaitForRoom(bytes, limit, limitMs,
-                                        [&session] { return Stopping(session); })) {
+  switch (session.sendQueue_.WaitForRoom(bytes, limit, limitMs,
+                                         [&session] { return Stopping(session); })) {
     case VXMessageQueue::Room::kStopped:
       return VX_ERROR_NO_APPLICATION;
     case VXMessageQueue::Room::kTimedOut:

@@ -6,43 +6,42 @@
 
 namespace vxbus {
 
-namespace {
-
-bool Stopping(const VXAPPImpl& session) {
-  return g_shuttingDown.load(std::memory_order_relaxed) || session.stopRequested.load();
+bool VXAPPImpl::WriterStopping() const {
+  return g_shuttingDown.load(std::memory_order_relaxed) || stopRequested_.load();
 }
-
-}  // namespace
 
 void VXAPPImpl::QueueFrame(const MessageRef& message) {
   queuedFrames_.fetch_add(1);
-  sendQueue.Push(message);
+  sendQueue_.Push(message);
   // Nobody takes frames from a closed queue; they would hold the session.
-  if (sendQueueClosed_.load()) sendQueue.DropPushed();
+  if (sendQueueClosed_.load()) sendQueue_.DropPushed();
 }
 
 bool VXAPPImpl::ClaimIdleWriter() {
   if (queuedFrames_.load() != 0 || !writeMutex_.try_lock()) return false;
   // Under the lock, no count means every queued frame has been written.
-  if (queuedFrames_.load() == 0 && !writingEnded_ && !Stopping(*this)) return true;
+  if (queuedFrames_.load() == 0 && !writingEnded_ && !WriterStopping()) return true;
   writeMutex_.unlock();
   return false;
 }
 
 void VXAPPImpl::WriteClaimed(const MessageRef& message) {
   std::lock_guard<std::mutex> lock(writeMutex_, std::adopt_lock);
-  channel->BeginWriteBatch();
+  channel_->BeginWriteBatch();
   FrameBatch batch;
   const bool written = WriteFrame(message, &batch);
   if (EndFrameBatch(written, batch)) return;
   writingEnded_ = true;
-  sendQueue.Wake();  // the writer ends as it would after its own failure
+  sendQueue_.Wake();  // the writer ends as it would after its own failure
 }
 
-bool VXAPPImpl::WriteQueuedBatch(MessageRef message) {
+bool VXAPPImpl::WriteQueuedBatch(std::int32_t limitMs) {
+  MessageRef message;
+  sendQueue_.Pop(message, limitMs);
+  if (!message) return true;
   std::lock_guard<std::mutex> lock(writeMutex_);
   if (writingEnded_) return false;
-  channel->BeginWriteBatch();
+  channel_->BeginWriteBatch();
   FrameBatch batch;
   bool written = true;
   // Counted off once for the batch: the count is only read by a claim, which
@@ -51,8 +50,8 @@ bool VXAPPImpl::WriteQueuedBatch(MessageRef message) {
   while (message) {
     written = WriteFrame(message, &batch);
     ++taken;
-    if (!written || Stopping(*this)) break;
-    sendQueue.Pop(message, 0);
+    if (!written || WriterStopping()) break;
+    sendQueue_.Pop(message, 0);
   }
   queuedFrames_.fetch_sub(taken);
   if (EndFrameBatch(written, batch)) return true;
@@ -69,7 +68,7 @@ bool VXAPPImpl::WriteFrame(const MessageRef& message, FrameBatch* batch) {
   if (!message.IsValid()) return true;
   const bool isCall = message->GetState() == kStateCall;
   // Entered before the first byte goes out, so no reply can overtake it.
-  if (isCall) pendingCalls->Insert(message);
+  if (isCall) pendingCalls_->Insert(message);
   if (message->Send() >= 0) {
     // The state is not looked at again: once the bytes are out, the reader
     // may already be turning the call into its reply.
@@ -87,7 +86,7 @@ bool VXAPPImpl::WriteFrame(const MessageRef& message, FrameBatch* batch) {
 // When the batch fails as a whole, its first call counts as the one that
 // could not be written.
 bool VXAPPImpl::EndFrameBatch(bool allWritten, const FrameBatch& batch) {
-  const bool flushed = channel->EndWriteBatch() >= 0;
+  const bool flushed = channel_->EndWriteBatch() >= 0;
   if (!allWritten) return false;
   if (flushed || !batch.hasCall) return true;
   FailUnwrittenCall(batch.firstCallId);
@@ -96,7 +95,7 @@ bool VXAPPImpl::EndFrameBatch(bool allWritten, const FrameBatch& batch) {
 
 void VXAPPImpl::FailUnwrittenCall(std::uint32_t id) {
   MessageRef failed;
-  pendingCalls->Take(id, failed);
+  pendingCalls_->Take(id, failed);
   if (!failed.IsValid()) return;
   failed->SetReplyState();
   g_dispatchQueue.Push(failed);  // completed by the dispatch thread

@@ -35,13 +35,13 @@ bool SplitHostAndPort(const std::string& appId, std::string& host, std::string& 
 
 void CallUnknownConnectListener(const VXAPPImpl* session) {
   VXUnknownConnectListener listener = g_unknownConnectListener.load(std::memory_order_acquire);
-  if (listener) listener(session->localAddress.c_str(), session->remoteAddress.c_str());
+  if (listener) listener(session->LocalAddress().c_str(), session->RemoteAddress().c_str());
 }
 
 void CallAuthFailedListener(const VXAPPImpl* session, const std::string& appId) {
   VXAuthFailedListener listener = g_authFailedListener.load(std::memory_order_acquire);
   if (listener)
-    listener(session->localAddress.c_str(), session->remoteAddress.c_str(), appId.c_str());
+    listener(session->LocalAddress().c_str(), session->RemoteAddress().c_str(), appId.c_str());
 }
 
 // Steps 3 to 5 of the exchange on the accepting side: the challenge goes
@@ -59,19 +59,17 @@ bool ChallengeAnswered(ITransportChannel& link) {
 }  // namespace
 
 bool VXAPPImpl::AcceptApplication(const ChannelRef& newChannel) {
-  channel = newChannel;
+  AttachChannel(newChannel);
   // Without a channel no thread is started, so there is nothing to release.
-  if (!channel.IsValid()) return false;
-  StartThreads(this);
+  if (!channel_.IsValid()) return false;
+  StartThreads();
   RunAcceptExchange();
-  ReleaseThreads(this);
-  return established;
+  ReleaseThreads();
+  return established_;
 }
 
 void VXAPPImpl::RunAcceptExchange() {
-  ITransportChannel& link = *channel;
-  remoteAddress = link.GetPeerAddress();
-  localAddress = link.GetLocalAddress();
+  ITransportChannel& link = *channel_;
   std::string appId = ReadAppId(link);
   if (appId.empty()) {
     VX_LOG(kLogWarning, "Stage 1: no appID specified");
@@ -101,8 +99,7 @@ void VXAPPImpl::RunAcceptExchange() {
     return;
   }
   WriteAppId(link, g_ownAppId);
-  name = appId;
-  established = true;
+  MarkEstablished(appId);
 }
 
 std::int32_t VXAPPImpl::ConnectApplication(const ChannelRef& newChannel, char* appIdBuffer,
@@ -110,20 +107,19 @@ std::int32_t VXAPPImpl::ConnectApplication(const ChannelRef& newChannel, char* a
                                            const unsigned char* secret, std::int32_t secretLength) {
   std::int32_t result = VX_ERROR_FAILED;
   // Nothing is sent when the secret is too long.
-  if (StartThreads(this) && secretLength <= 256) {
-    channel = newChannel;
-    if (channel.IsValid())
+  StartThreads();
+  if (secretLength <= 256) {
+    AttachChannel(newChannel);
+    if (channel_.IsValid())
       result = RunConnectExchange(appIdBuffer, appIdBufferSize, secret, secretLength);
   }
-  ReleaseThreads(this);
+  ReleaseThreads();
   return result;
 }
 
 std::int32_t VXAPPImpl::RunConnectExchange(char* appIdBuffer, std::uint32_t appIdBufferSize,
                                            const unsigned char* secret, std::int32_t secretLength) {
-  ITransportChannel& link = *channel;
-  localAddress = link.GetLocalAddress();
-  remoteAddress = link.GetPeerAddress();
+  ITransportChannel& link = *channel_;
   WriteAppId(link, g_ownAppId);
   std::string appId = ReadAppId(link);
   if (appId.empty()) return VX_ERROR_FAILED;
@@ -147,8 +143,7 @@ std::int32_t VXAPPImpl::RunConnectExchange(char* appIdBuffer, std::uint32_t appI
     CallUnknownConnectListener(this);
     return VX_ERROR_FAILED;
   }
-  name = appId;
-  established = true;
+  MarkEstablished(appId);
   if (appIdBuffer && appIdBufferSize) {
     std::memset(appIdBuffer, 0, appIdBufferSize);
     if (appIdBufferSize >= appId.size() + 1)

@@ -12,7 +12,9 @@ namespace vxbus {
 std::atomic<std::uint32_t> g_lastMessageId{0};
 
 namespace {
-ListRef g_nullList;  // what a message without lists hands out
+// What a message without lists hands out; never destroyed, as messages may
+// still be in use on session threads while the process exits.
+ListRef& g_nullList = *new ListRef;
 const char kNoName[] = "";
 }  // namespace
 
@@ -49,7 +51,7 @@ ListRef& IVXMessage::GetOutputList() {
 }
 
 const char* IVXMessage::GetApplicationName() const {
-  if (session_.IsValid()) return session_->name.c_str();
+  if (session_.IsValid()) return session_->Name().c_str();
   return kNoName;
 }
 

@@ -12,7 +12,7 @@ bool VXAPPImpl::ReceiveMessage(MessageRef& out) {
   unsigned char header[16] = {0xFF, 0xFF, 0xFF, 0xFF};
   // Only this first read may wait for as long as the peer stays silent; the
   // rest of the frame is bounded by the channel's time limit.
-  if (channel->ReadStoppable(header, sizeof header, &stopRequested) < 0) return false;
+  if (channel_->ReadStoppable(header, sizeof header, &stopRequested_) < 0) return false;
   const std::uint32_t id = Load32(header);
   const std::uint32_t state = Load32(header + 4);
 
@@ -25,7 +25,7 @@ bool VXAPPImpl::ReceiveMessage(MessageRef& out) {
   if (state == kStateReply) {
     // A reply to an id we don't wait for ends the session; its body is not read.
     MessageRef message;
-    pendingCalls->Take(id, message);
+    pendingCalls_->Take(id, message);
     if (!message.IsValid()) return false;
     message->SetReplyState();
     // Taken from the table already: if the body fails now, the call is

@@ -48,146 +48,128 @@ LiveThreads& LiveSessionThreads() {
   return *threads;
 }
 
-// Tells the session that one of its threads is done, on every way out.
-class ThreadExit {
- public:
-  explicit ThreadExit(VXAPPImpl* session) : session_(session) {}
-  ~ThreadExit() { session_->ThreadEnded(); }
-  ThreadExit(const ThreadExit&) = delete;
-  ThreadExit& operator=(const ThreadExit&) = delete;
-
- private:
-  VXAPPImpl* session_;
-};
-
-void LogNotInitialized(const VXAPPImpl* session) {
-  VX_LOG(kLogWarning, "Application '", session->name, "' is not initialized");
+void LogNotInitialized(const VXAPPImpl& session) {
+  VX_LOG(kLogWarning, "Application '", session.Name(), "' is not initialized");
 }
 
-void CallConnectListener(VXAPPImpl* session) {
+void CallConnectListener(const VXAPPImpl& session) {
   VXConnectListener listener = g_connectListener.load(std::memory_order_acquire);
   if (!listener) return;
-  AppIdParts parts = SplitAppId(session->name);
-  listener(session->localAddress.c_str(), session->remoteAddress.c_str(), session->name.c_str(),
+  AppIdParts parts = SplitAppId(session.Name());
+  listener(session.LocalAddress().c_str(), session.RemoteAddress().c_str(), session.Name().c_str(),
            parts.hasHost ? parts.host.c_str() : nullptr, parts.PortNumber(),
            parts.hasName ? parts.name.c_str() : nullptr);
 }
 
-void CallDisconnectListener(VXAPPImpl* session) {
+void CallDisconnectListener(const VXAPPImpl& session) {
   VXDisconnectListener listener = g_disconnectListener.load(std::memory_order_acquire);
   if (!listener) return;
-  AppIdParts parts = SplitAppId(session->name);
-  listener(session->name.c_str(), parts.hasHost ? parts.host.c_str() : nullptr, parts.PortNumber(),
+  AppIdParts parts = SplitAppId(session.Name());
+  listener(session.Name().c_str(), parts.hasHost ? parts.host.c_str() : nullptr, parts.PortNumber(),
            parts.hasName ? parts.name.c_str() : nullptr);
 }
 
-void ReaderThread(VXAPPImpl* raw) {
-  SessionRef session(raw);
-  ThreadExit exit(raw);
-  raw->readerGo.Wait();
-  if (!raw->established) {
-    raw->EndReading();
-    raw->readerUp.Set();
-    LogNotInitialized(raw);
+}  // namespace
+
+void VXAPPImpl::RunReader() {
+  readerGo_.Wait();
+  if (!established_) {
+    EndReading();
+    readerUp_.Set();
+    LogNotInitialized(*this);
     return;
   }
-  g_applications.Assign(raw->name, raw);
-  raw->readerUp.Set();
-  VX_LOG(kLogInfo, "Application connected:", raw->name);
-  CallConnectListener(raw);
+  g_applications.Assign(name_, this);
+  readerUp_.Set();
+  VX_LOG(kLogInfo, "Application connected:", name_);
+  CallConnectListener(*this);
 
   for (;;) {
     if (g_shuttingDown.load(std::memory_order_relaxed)) break;
-    if (raw->stopRequested.load()) break;
-    std::int32_t ready = raw->channel->WaitReadable(kReaderPollMs);
+    if (stopRequested_.load()) break;
+    std::int32_t ready = channel_->WaitReadable(kReaderPollMs);
     if (ready < 0) break;
     if (ready == 0) continue;
     // A local stop wakes the wait; the frames behind it are not read.
-    if (raw->stopRequested.load()) break;
+    if (stopRequested_.load()) break;
     MessageRef message;
-    if (!raw->ReceiveMessage(message) || !message.IsValid()) break;
+    if (!ReceiveMessage(message) || !message.IsValid()) break;
     if (message->GetState() == kStateReply) {
       // Completed here and never queued, so that a slot function blocked in
       // a call on the dispatch thread still gets its answer.
       message->Complete(false);
     } else {
       // A full dispatch queue holds the reading back, and so the peer.
-      if (!AwaitDispatchRoom(*raw, message)) break;
+      if (!AwaitDispatchRoom(*this, message)) break;
       g_dispatchQueue.Push(message);
     }
   }
-  raw->EndReading();
+  EndReading();
 
   const char* cause = g_shuttingDown.load(std::memory_order_relaxed) ? "Global shutdown: "
-                      : raw->stopRequested.load()                    ? "Local shutdown: "
+                      : stopRequested_.load()                        ? "Local shutdown: "
                                                                      : "Remote disconnect: ";
-  VX_LOG(kLogInfo, cause, '"', raw->name, '"', " stopped");
-  if (SessionEndHook hook = g_sessionEndHook.load(std::memory_order_acquire)) hook(raw);
-  CallDisconnectListener(raw);
+  VX_LOG(kLogInfo, cause, '"', name_, '"', " stopped");
+  if (SessionEndHook hook = g_sessionEndHook.load(std::memory_order_acquire)) hook(this);
+  CallDisconnectListener(*this);
   // The writer learns of a remote end from this flag; registry and queues
   // are the writer's to clean.
-  raw->stopRequested.store(true);
-  raw->sendQueue.Wake();
+  stopRequested_.store(true);
+  sendQueue_.Wake();
 }
 
-bool WriterStopping(const VXAPPImpl* raw) {
-  return g_shuttingDown.load(std::memory_order_relaxed) || raw->stopRequested.load();
-}
-
-void WriterThread(VXAPPImpl* raw) {
-  SessionRef session(raw);
-  ThreadExit exit(raw);
-  raw->writerGo.Wait();
-  raw->writerUp.Set();
-  if (!raw->established) {
-    raw->CloseSendQueue();
-    LogNotInitialized(raw);
+void VXAPPImpl::RunWriter() {
+  writerGo_.Wait();
+  writerUp_.Set();
+  if (!established_) {
+    CloseSendQueue();
+    LogNotInitialized(*this);
     return;
   }
 
-  while (!WriterStopping(raw)) {
-    MessageRef message;
-    raw->sendQueue.Pop(message, kWriterPollMs);
-    if (!message) continue;
-    if (!raw->WriteQueuedBatch(std::move(message))) break;
+  while (!WriterStopping()) {
+    if (!WriteQueuedBatch(kWriterPollMs)) break;
   }
-  raw->EndWriting();
+  EndWriting();
 
-  g_applications.Erase(raw->name);
+  g_applications.Erase(name_);
   // Every caller that found the session under the registry lock has pushed
   // by now: fail what is queued, then what waits for a reply.
   QueueTally dropped;
   for (;;) {
     MessageRef message;
-    raw->sendQueue.Pop(message, 0);
+    sendQueue_.Pop(message, 0);
     if (!message.IsValid()) break;
     dropped.Add(VXMessageQueue::MessageBytes(message));
     message->Complete(true);
   }
-  ReportDropped(raw->name, dropped);
-  raw->pendingCalls->ForEach([](MessageRef& message) { message->Complete(true); });
-  raw->CloseSendQueue();
+  ReportDropped(name_, dropped);
+  pendingCalls_->ForEach([](MessageRef& message) { message->Complete(true); });
+  CloseSendQueue();
 }
 
-// The thread's last act, after every reference of its own is gone.
-template <void (*Body)(VXAPPImpl*)>
-void Run(VXAPPImpl* session) {
+// The frame of both threads: each holds the session for its whole run and
+// reports its end to the session, then, after every reference of its own is
+// gone, to the count of live threads.
+template <void (VXAPPImpl::*Body)()>
+void VXAPPImpl::RunThread(VXAPPImpl* raw) {
   t_onSessionThread = true;
-  Body(session);
+  {
+    SessionRef session(raw);
+    (raw->*Body)();
+    raw->ThreadEnded();
+  }
   LiveSessionThreads().Ended();
 }
 
-}  // namespace
-
-bool StartThreads(VXAPPImpl* session) {
+void VXAPPImpl::StartThreads() {
   LiveSessionThreads().Started();
-  session->SetReaderThread(std::thread(Run<ReaderThread>, session));
+  readerThread_ = std::thread(RunThread<&VXAPPImpl::RunReader>, this);
+  readerId_.store(readerThread_.get_id());
   LiveSessionThreads().Started();
-  session->writerThread = std::thread(Run<WriterThread>, session);
-  // Nothing ever joins a writer; letting it go now means no thread object
-  // is left joinable when its session outlives the thread.
-  session->writerThread.detach();
-  return true;
+  // Nothing ever joins a writer; letting it go at once means no thread
+  // object is left joinable when its session outlives the thread.
+  std::thread(RunThread<&VXAPPImpl::RunWriter>, this).detach();
 }
 
 void SetSessionEndHook(SessionEndHook hook) {
@@ -198,14 +180,13 @@ bool WaitForSessionThreadsToEnd(std::chrono::milliseconds limit) {
   return LiveSessionThreads().WaitForNone(limit);
 }
 
-bool ReleaseThreads(VXAPPImpl* session) {
-  VX_LOG(kLogInfo, "Start management threads for ", session->name);
-  session->readerGo.Set();
-  session->writerGo.Set();
-  session->readerUp.Wait();
-  session->writerUp.Wait();
-  VX_LOG(kLogInfo, "Startup completed for ", session->name);
-  return true;
+void VXAPPImpl::ReleaseThreads() {
+  VX_LOG(kLogInfo, "Start management threads for ", name_);
+  readerGo_.Set();
+  writerGo_.Set();
+  readerUp_.Wait();
+  writerUp_.Wait();
+  VX_LOG(kLogInfo, "Startup completed for ", name_);
 }
 
 }  // namespace vxbus

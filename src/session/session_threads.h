@@ -1,5 +1,6 @@
-// The reader and writer threads of a session, and the gates that hold them
-// while the handshake runs on the set-up thread.
+// What the layers around the session threads need of them: the end hook, a
+// wait for all of them, and their poll periods. The threads themselves are
+// members of the session (application.h).
 #ifndef VXBUS_SESSION_SESSION_THREADS_H_
 #define VXBUS_SESSION_SESSION_THREADS_H_
 
@@ -8,13 +9,6 @@
 #include "session/application.h"
 
 namespace vxbus {
-
-// Starts both threads, parked at their go gates. A thread that can't be made
-// raises the standard system error, so the result is true whenever it returns.
-bool StartThreads(VXAPPImpl* session);
-// Lets both threads go and waits until the reader has registered the session
-// (when it is established). Always true.
-bool ReleaseThreads(VXAPPImpl* session);
 
 // Called on a session's reader as the session ends, before the disconnect
 // listener, so that the layers above can forget it. Set once at load.

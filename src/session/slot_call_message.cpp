@@ -23,8 +23,8 @@ VXSlotCallBody::VXSlotCallBody(std::uint32_t id, ListRef in, ListRef out)
 VXSlotCallBody::VXSlotCallBody(ListRef in, ListRef out)
     : VXSlotCallBody(0xFFFFFFFFu, std::move(in), std::move(out)) {}
 
-std::int32_t VXSlotCallBody::Write(ChannelRef& channel, bool isRequest, std::uint32_t messageId,
-                                   std::uint32_t state) {
+std::int32_t VXSlotCallBody::Write(ITransportChannel& channel, bool isRequest,
+                                   std::uint32_t messageId, std::uint32_t state) {
   // A missing or invalid list goes out as an empty one, for this frame alone.
   // The message's own reference keeps the list alive: a second one would
   // cost two atomic operations on a count the caller's thread also touches.
@@ -39,12 +39,13 @@ std::int32_t VXSlotCallBody::Write(ChannelRef& channel, bool isRequest, std::uin
   if (isRequest) header.Append32(slotId);
   header.Append32(list->Used());
   header.Append32(list->ChildCount());
-  std::int32_t written = channel->Write(header.data, static_cast<std::uint32_t>(header.used));
+  std::int32_t written = channel.Write(header.data, static_cast<std::uint32_t>(header.used));
   if (written < 0) return written;
-  return list->WriteList(channel.get(), false, 0, 0);
+  return list->WriteList(&channel, false, 0, 0);
 }
 
-std::int32_t VXSlotCallBody::Read(ChannelRef& channel, bool isRequest, const unsigned char* tail) {
+std::int32_t VXSlotCallBody::Read(ITransportChannel& channel, bool isRequest,
+                                  const unsigned char* tail) {
   ListRef& target = isRequest ? input : output;
   VXMemoryBufferTpl<128> header;
   header.AppendPadded(tail, 8);
@@ -52,13 +53,13 @@ std::int32_t VXSlotCallBody::Read(ChannelRef& channel, bool isRequest, const uns
     // A request's header has one word more: the slot id stood first in the tail.
     slotId = header.Read32(0);
     header.Resize(12);
-    std::int32_t got = channel->Read(header.data + 8, 4);
+    std::int32_t got = channel.Read(header.data + 8, 4);
     if (got < 0) return got;
   }
   std::uint32_t childCount = header.Read32(header.used - 4);
   std::uint32_t size = header.Read32(header.used - 8);
   std::uint32_t nextSize = 0, nextChildCount = 0;
-  return target->ReadList(channel.get(), size, childCount, false, &nextSize, &nextChildCount);
+  return target->ReadList(&channel, size, childCount, false, &nextSize, &nextChildCount);
 }
 
 VXSlotCallMessage::VXSlotCallMessage(EventRef event, SessionRef session, std::uint32_t slotId,
@@ -93,7 +94,7 @@ std::int32_t VXSlotCallMessage::Send() {
   // A received call leaves as a reply, whatever its slot did.
   if (received_ && state_ == kStateCall) state_ = kStateReply;
   bool isRequest = state_ != kStateReply;
-  return body_.Write(session_->channel, isRequest, id_, state_);
+  return body_.Write(*session_->Channel(), isRequest, id_, state_);
 }
 
 std::int32_t VXSlotCallMessage::Receive(const unsigned char* headerTail) {
@@ -101,7 +102,7 @@ std::int32_t VXSlotCallMessage::Receive(const unsigned char* headerTail) {
   bool isRequest = state_ != kStateReply;
   ListRef& target = isRequest ? body_.input : body_.output;
   if (!target.IsValid()) return -1;
-  return body_.Read(session_->channel, isRequest, headerTail ? headerTail : headerTail_);
+  return body_.Read(*session_->Channel(), isRequest, headerTail ? headerTail : headerTail_);
 }
 
 void VXSlotCallMessage::Complete(bool discardOutput) {

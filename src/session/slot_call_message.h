@@ -18,10 +18,10 @@ class VXSlotCallBody {
   VXSlotCallBody(ListRef input, ListRef output);  // slot id -1
 
   // Header and list body of one frame; negative on failure.
-  std::int32_t Write(ChannelRef& channel, bool isRequest, std::uint32_t messageId,
+  std::int32_t Write(ITransportChannel& channel, bool isRequest, std::uint32_t messageId,
                      std::uint32_t state);
   // The rest of a frame behind its first 8 header bytes, `tail` the next 8.
-  std::int32_t Read(ChannelRef& channel, bool isRequest, const unsigned char* tail);
+  std::int32_t Read(ITransportChannel& channel, bool isRequest, const unsigned char* tail);
 
   std::uint32_t slotId;
   ListRef input;

@@ -84,8 +84,8 @@ TEST_F(PipeListenerTest, ANameOfTwoHundredBytesConnectsAndCarriesCalls) {
   VXCloseHandle(reply);
   SessionRef session = g_applications.Find(peer.AppId().c_str());
   ASSERT_TRUE(session.IsValid());
-  EXPECT_EQ(session->remoteAddress, pipe + "_in");
-  EXPECT_EQ(session->localAddress, pipe + "_out");
+  EXPECT_EQ(session->RemoteAddress(), pipe + "_in");
+  EXPECT_EQ(session->LocalAddress(), pipe + "_out");
 }
 
 }  // namespace

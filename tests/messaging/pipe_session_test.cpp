@@ -30,7 +30,7 @@ TEST_F(PipeSessionTest, PipeNameWinsAndCallsNotificationsAndSignalsRunOverThePip
   const char* to = peer.AppId().c_str();
   SessionRef session = g_applications.Find(to);
   ASSERT_TRUE(session.IsValid());
-  EXPECT_EQ(session->remoteAddress, pipe + "_in");
+  EXPECT_EQ(session->RemoteAddress(), pipe + "_in");
   // Each side names the pipe it writes as the remote end.
   EXPECT_EQ(peer.Expect("connected " + g_ownAppId), "connected " + g_ownAppId + " " +
                                                         std::string(g_hostName) + " 0 tester " +

@@ -138,13 +138,10 @@ class SessionRoomTest : public ::testing::Test {
   void SetUp() override {
     saved_ = g_limits;
     session_ = new VXAPPImpl;
-    session_->name = "host:1/peer";
-    session_->established = true;
-    session_->SetReaderThread(std::thread([] {}));
+    session_->MarkEstablished("host:1/peer");
   }
   void TearDown() override {
-    session_->JoinReaderThread();
-    session_->sendQueue.Clear();
+    session_->CloseSendQueue();
     g_dispatchQueue.Clear();
     g_limits = saved_;
   }

@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <thread>
 #include <vector>
 
 #include "paramlist/handle.h"
@@ -18,10 +17,8 @@ using Bytes = std::vector<unsigned char>;
 // A session that reads and writes frames by hand: valid, with no threads at work.
 SessionRef UsableSession(const ChannelRef& channel, const char* name) {
   SessionRef session(new VXAPPImpl);
-  session->channel = channel;
-  session->name = name;
-  session->established = true;
-  session->SetReaderThread(std::thread([] {}));
+  session->AttachChannel(channel);
+  session->MarkEstablished(name);
   return session;
 }
 
@@ -38,10 +35,6 @@ class FrameTest : public ::testing::Test {
     ASSERT_TRUE(pair_.first && pair_.second);
     sender_ = UsableSession(pair_.first, "host:2/receiver");
     receiver_ = UsableSession(pair_.second, "host:1/sender");
-  }
-  void TearDown() override {
-    sender_->JoinReaderThread();
-    receiver_->JoinReaderThread();
   }
   testing::ChannelPair pair_;
   SessionRef sender_, receiver_;
@@ -82,7 +75,7 @@ TEST_F(FrameTest, CallWithNestedListsAndItsReplyRoundTrip) {
   MessageRef call(new VXSlotCallMessage(IVXMessage::EventRef(new MTObjects::ISyncEvent), sender_,
                                         42, input, nullptr, nullptr));
   VXCloseHandle(input);  // the message holds its own reference
-  sender_->pendingCalls->Insert(call);
+  sender_->PendingCalls().Insert(call);
   ASSERT_GE(call->Send(), 0);
 
   MessageRef request;
@@ -103,7 +96,7 @@ TEST_F(FrameTest, CallWithNestedListsAndItsReplyRoundTrip) {
   EXPECT_STREQ(VXGetStringValue(back, "s"), "hi");
   VXCloseHandle(back);
   MessageRef again;
-  EXPECT_FALSE(sender_->pendingCalls->Take(call->GetId(), again));
+  EXPECT_FALSE(sender_->PendingCalls().Take(call->GetId(), again));
 }
 
 // A peer that declares a list far above the read limit ends the reading at

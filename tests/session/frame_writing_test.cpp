@@ -17,10 +17,8 @@ namespace {
 // A session whose frames the test writes and reads by hand; no threads.
 SessionRef HandSession(const ChannelRef& channel) {
   SessionRef session(new VXAPPImpl);
-  session->channel = channel;
-  session->name = "host:1/peer";
-  session->established = true;
-  session->SetReaderThread(std::thread([] {}));
+  session->AttachChannel(channel);
+  session->MarkEstablished("host:1/peer");
   return session;
 }
 
@@ -31,10 +29,6 @@ class FrameWritingTest : public ::testing::Test {
     ASSERT_TRUE(pair_.first && pair_.second);
     sender_ = HandSession(pair_.first);
     receiver_ = HandSession(pair_.second);
-  }
-  void TearDown() override {
-    sender_->JoinReaderThread();
-    receiver_->JoinReaderThread();
   }
 
   // A one-way frame to `slot` whose list holds `bytes` bytes of payload.
@@ -49,11 +43,7 @@ class FrameWritingTest : public ::testing::Test {
   }
 
   // What the writer thread does with its queue.
-  bool WriteWhatIsQueued() {
-    MessageRef first;
-    sender_->sendQueue.Pop(first, 0);
-    return first && sender_->WriteQueuedBatch(std::move(first));
-  }
+  bool WriteWhatIsQueued() { return sender_->WriteQueuedBatch(0); }
 
   // Reads `count` frames and returns their slots, in arrival order.
   std::vector<std::uint32_t> ReceiveSlots(std::size_t count) {

@@ -72,13 +72,10 @@ _tag_VX_ERROR OnNotified(const char*, std::uint32_t, HVXPARAMLIST, HVXPARAMLIST 
 // What the handshake would do, minus the exchange.
 SessionRef EstablishedSession(const ChannelRef& channel, const std::string& peerAppId) {
   SessionRef session(new VXAPPImpl);
-  session->channel = channel;
-  StartThreads(session.get());
-  session->name = peerAppId;
-  session->remoteAddress = channel->GetPeerAddress();
-  session->localAddress = channel->GetLocalAddress();
-  session->established = true;
-  ReleaseThreads(session.get());
+  session->AttachChannel(channel);
+  session->StartThreads();
+  session->MarkEstablished(peerAppId);
+  session->ReleaseThreads();
   return session;
 }
 
@@ -115,7 +112,7 @@ void AnswerOneRequest(const char* echo) {
   ASSERT_TRUE(request);
   VXSetStringValue(HandleFromList(request->GetOutputList().get()), "echo", echo);
   request->SetReplyState();
-  request->GetSession()->sendQueue.Push(request);
+  request->GetSession()->QueueFrame(request);
 }
 
 TEST_F(SessionTest, FramesFlowBothWays) {
@@ -215,9 +212,9 @@ TEST_F(SessionTest, ListenerStoppingItsSessionDuringAnotherStopReturnsWithoutJoi
 TEST_F(SessionTest, UnestablishedSessionEndsAtOnceWithoutListenersOrEntry) {
   testing::ChannelPair pair = testing::MakeSocketChannelPair();
   SessionRef session(new VXAPPImpl);
-  session->channel = pair.first;
-  StartThreads(session.get());
-  ReleaseThreads(session.get());
+  session->AttachChannel(pair.first);
+  session->StartThreads();
+  session->ReleaseThreads();
   EXPECT_TRUE(WaitUntil([this] { return log_.Count("Application '' is not initialized") > 0; }));
   session->JoinReaderThread();
   EXPECT_EQ(g_applications.Size(), 0u);
@@ -249,7 +246,7 @@ TEST_F(SessionTest, FramesQueuedAsTheSessionEndsGoAtOnceAndItsChannelClosesWithI
   for (auto& producer : producers)
     producer.join();
   ASSERT_TRUE(ended);
-  EXPECT_FALSE(session->channel.IsValid());
+  EXPECT_FALSE(session->Channel().IsValid());
   // Nothing waits for a thread any more: the counts are back at once.
   EXPECT_EQ(DEBUG_VXObjectCount().messages, livesBefore_.messages);
   session.Reset();
