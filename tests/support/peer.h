@@ -19,7 +19,7 @@ struct PeerOptions {
   std::string pipe;
   std::string secretHex;
   int maxConnections = 0;
-  bool quiet = false;  // the peer keeps its log lines to itself
+  bool quiet = false;      // the peer keeps its log lines to itself
   int sendQueueBytes = 0;  // 0 keeps the default bound of each send queue
   // The peer program, and what runs it (empty: it runs by itself). A peer
   // built for another system runs through that system's emulator.
