@@ -15,6 +15,12 @@ void* HeapAllocate(std::size_t size);
 void* HeapReallocate(void* pointer, std::size_t size);
 void HeapFree(void* pointer);
 
+// Whether freed small blocks may be kept in per-thread caches, which a
+// thread-local object's destructor hands back as the thread ends. False where
+// such destructors inside the shared library are not safe to run (Windows,
+// where they run under the loader's lock and may hang a shutdown).
+bool HeapAllowsThreadCaches();
+
 }  // namespace platform
 }  // namespace vxbus
 

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <mutex>
 
+#include "platform/heap.h"
 #include "runtime/private_heap.h"
 
 namespace vxbus {
@@ -11,10 +12,16 @@ namespace {
 // Under AddressSanitizer every block goes back to the heap at once, so that
 // a use after the free is still caught.
 #if defined(__SANITIZE_ADDRESS__)
-constexpr bool kPoolBlocks = false;
+constexpr bool kUnderAddressSanitizer = true;
 #else
-constexpr bool kPoolBlocks = true;
+constexpr bool kUnderAddressSanitizer = false;
 #endif
+
+// Where the port allows per-thread caches at all.
+bool PoolBlocks() {
+  static const bool pool = !kUnderAddressSanitizer && platform::HeapAllowsThreadCaches();
+  return pool;
+}
 
 // Sizes are rounded up to whole granules; one free list per rounded size.
 constexpr std::size_t kGranule = 16;
@@ -155,7 +162,7 @@ ThreadCache* CurrentCache() {
 }  // namespace
 
 void* PooledAllocate(std::size_t size) {
-  if (!kPoolBlocks || size > kLargestPooledBlock) return PrivateAllocate(size);
+  if (!PoolBlocks() || size > kLargestPooledBlock) return PrivateAllocate(size);
   const std::size_t index = ClassOf(size);
   ThreadCache* cache = CurrentCache();
   // Always the whole rounded size: the block may yet end in a thread's list.
@@ -163,13 +170,13 @@ void* PooledAllocate(std::size_t size) {
 }
 
 std::size_t PooledBlockBytes(std::size_t size) {
-  if (!kPoolBlocks || size > kLargestPooledBlock) return size;
+  if (!PoolBlocks() || size > kLargestPooledBlock) return size;
   return ClassBytes(ClassOf(size));
 }
 
 void PooledFree(void* block, std::size_t size) {
   if (block == nullptr) return;
-  ThreadCache* cache = kPoolBlocks && size <= kLargestPooledBlock ? CurrentCache() : nullptr;
+  ThreadCache* cache = PoolBlocks() && size <= kLargestPooledBlock ? CurrentCache() : nullptr;
   if (cache)
     cache->Free(block, ClassOf(size));
   else

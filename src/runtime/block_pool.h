@@ -13,7 +13,9 @@
 
 namespace vxbus {
 
-// Blocks above this size come from the heap and go back to it.
+// Pooling is off, and every block goes to the heap and back, under
+// AddressSanitizer and where the platform's heap says per-thread caches are
+// not safe. Blocks above this size come from the heap and go back to it.
 constexpr std::size_t kLargestPooledBlock = 256;
 
 // A block of at least `size` bytes, aligned as the heap's; null when the

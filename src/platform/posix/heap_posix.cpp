@@ -170,5 +170,9 @@ void HeapFree(void* pointer) {
     std::free(prefix);
 }
 
+bool HeapAllowsThreadCaches() {
+  return true;
+}
+
 }  // namespace platform
 }  // namespace vxbus

@@ -39,5 +39,9 @@ void HeapFree(void* pointer) {
   if (pointer != nullptr) ::HeapFree(Heap(), 0, pointer);
 }
 
+bool HeapAllowsThreadCaches() {
+  return false;
+}
+
 }  // namespace platform
 }  // namespace vxbus
