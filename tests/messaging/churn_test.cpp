@@ -7,11 +7,16 @@
 #include "support/channel_pair.h"
 #include "support/process_resources.h"
 
+// The build may ask for fewer: under an emulator a session costs seconds.
+#ifndef VXBUS_CHURN_CYCLES
+#define VXBUS_CHURN_CYCLES 200
+#endif
+
 namespace vxbus {
 namespace testing {
 namespace {
 
-constexpr int kCyclesPerTransport = 200;
+constexpr int kCyclesPerTransport = VXBUS_CHURN_CYCLES;
 
 struct Footprint {
   std::uint32_t applications, messages, paramLists;
