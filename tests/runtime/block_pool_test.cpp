@@ -1,5 +1,5 @@
 // The pool of small blocks: blocks that cross threads, threads that end with
-// blocks in hand, and sizes at the edges of the pooled range.
+// blocks in hand.
 #include <gtest/gtest.h>
 
 #include <cstdint>
@@ -38,16 +38,6 @@ std::vector<Block> AllocateMarked(std::size_t count, unsigned char mark) {
     blocks.push_back(block);
   }
   return blocks;
-}
-
-TEST(BlockPool, SizesRoundUpWithinTheRangeAndStayAboveIt) {
-  EXPECT_GE(PooledBlockBytes(1), 1u);
-  EXPECT_GE(PooledBlockBytes(kLargestPooledBlock), kLargestPooledBlock);
-  EXPECT_EQ(PooledBlockBytes(kLargestPooledBlock + 1), kLargestPooledBlock + 1);
-  void* block = PooledAllocate(0);
-  EXPECT_NE(block, nullptr);
-  PooledFree(block, 0);
-  PooledFree(nullptr, 16);
 }
 
 // Blocks made on one thread and freed on another, round after round, as a

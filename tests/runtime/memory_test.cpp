@@ -79,14 +79,6 @@ TEST(MemoryBuffer, PaddedAppendZeroFillsAndCheckedAccessThrows) {
   EXPECT_THROW(buffer.Read32(17), NoDataExeption);
 }
 
-TEST(NameKey, ShortNamesStayInlineLongOnesSpill) {
-  VXNameKey inlineKey(std::string(252, 'a'));  // 253 with NUL, 256 padded
-  EXPECT_TRUE(inlineKey.owned.IsInline());
-  VXNameKey spilled(std::string(256, 'a'));  // 257 with NUL, 260 padded
-  EXPECT_FALSE(spilled.owned.IsInline());
-  EXPECT_STREQ(VXNameKey(std::string{}).Text(), "");
-}
-
 TEST(NameKey, OrdersBytewiseUnsignedAndCaseSensitively) {
   EXPECT_TRUE(VXNameKey("Beta") < VXNameKey(std::string("beta")));
   EXPECT_FALSE(VXNameKey(std::string("beta")) < VXNameKey("Beta"));
