@@ -56,15 +56,14 @@ std::vector<std::string> Copy(const std::vector<std::string>& calls) {
   return calls;
 }
 
-// The library's listener socket is open exactly as long as its TCP thread runs.
-bool PortAccepts(int port) {
+// A plain TCP connection to `port` on loopback; `connected` says whether it was taken.
+platform::SocketHandle OpenLoopback(int port, bool* connected) {
   platform::Ipv4Endpoint endpoint;
   platform::ParseDottedAddress("127.0.0.1", &endpoint.address);
   endpoint.port = static_cast<std::uint16_t>(port);
   platform::SocketHandle s = platform::CreateStreamSocket();
-  bool connected = platform::Connect(s, endpoint).ok();
-  platform::CloseSocket(s);
-  return connected;
+  *connected = platform::Connect(s, endpoint).ok();
+  return s;
 }
 
 // A line the peer wrote already, or the next one with that start.
@@ -237,11 +236,9 @@ TEST_F(LifecycleTest, TcpListenerWaitsForItsPortLimitsConnectionsAndReportsSessi
 // A connection that never says a word holds up only its own handshake.
 TEST_F(LifecycleTest, SilentConnectionDoesNotHoldUpTheNextPeer) {
   const int port = InitListening("door");
-  platform::Ipv4Endpoint endpoint;
-  platform::ParseDottedAddress("127.0.0.1", &endpoint.address);
-  endpoint.port = static_cast<std::uint16_t>(port);
-  platform::SocketHandle silent = platform::CreateStreamSocket();
-  ASSERT_TRUE(platform::Connect(silent, endpoint).ok());
+  bool connected = false;
+  platform::SocketHandle silent = OpenLoopback(port, &connected);
+  ASSERT_TRUE(connected);
   ASSERT_TRUE(log_.WaitFor(kLogInfo, "ConnectionThread. Starting new application"));
 
   // The silent one's handshake waits out the default read limit of a minute;
@@ -271,7 +268,9 @@ TEST_F(LifecycleTest, RepeatedInitialiseIsCountedAndTheLastShutdownJoinsEveryThr
   EXPECT_TRUE(Same(g_limits, inForce)) << "only the first call's record counts";
   for (int i = 0; i < 3; ++i)
     Shutdown();
-  EXPECT_TRUE(PortAccepts(port)) << "the fourth call still holds the library up";
+  bool listening = false;  // the listener socket lives exactly as long as the TCP thread
+  platform::CloseSocket(OpenLoopback(port, &listening));
+  EXPECT_TRUE(listening) << "the fourth call still holds the library up";
 
   // A session each way, each with a call blocked in the peer's slot 2.
   Peer inbound(Named("inbound")), outbound(Named("outbound", testing::FreeTcpPort()));
