@@ -6,16 +6,14 @@ namespace testing {
 Peer::Peer(const PeerOptions& options) : options_(options) {
   std::vector<std::string> arguments = {"--name", options.name, "--port",
                                         std::to_string(options.port)};
-  if (!options.pipe.empty()) arguments.insert(arguments.end(), {"--pipe", options.pipe});
-  if (!options.secretHex.empty())
-    arguments.insert(arguments.end(), {"--secret-hex", options.secretHex});
-  if (options.maxConnections)
-    arguments.insert(arguments.end(),
-                     {"--max-connections", std::to_string(options.maxConnections)});
-  if (options.quiet) arguments.insert(arguments.end(), {"--quiet", "1"});
-  if (options.sendQueueBytes)
-    arguments.insert(arguments.end(),
-                     {"--send-queue-bytes", std::to_string(options.sendQueueBytes)});
+  auto add = [&arguments](bool given, const char* flag, const std::string& value) {
+    if (given) arguments.insert(arguments.end(), {flag, value});
+  };
+  add(!options.pipe.empty(), "--pipe", options.pipe);
+  add(!options.secretHex.empty(), "--secret-hex", options.secretHex);
+  add(options.maxConnections != 0, "--max-connections", std::to_string(options.maxConnections));
+  add(options.quiet, "--quiet", "1");
+  add(options.sendQueueBytes != 0, "--send-queue-bytes", std::to_string(options.sendQueueBytes));
   std::string program = options.program;
   if (!options.launcher.empty()) {
     arguments.insert(arguments.begin(), program);
