@@ -11,7 +11,7 @@ import threading
 import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tools"))
-from process_helpers import LIMIT, Program, free_tcp_port, run  # noqa: E402
+from process_helpers import LIMIT, Program, free_tcp_port, run, with_secret  # noqa: E402
 
 VXCTL = None
 SECRET = b"tea for two"
@@ -33,10 +33,6 @@ def every_type_typed():
     out["noLists"] = vxbus.Array(vxbus.PT_PARAMHANDLE)
     out["small64"] = vxbus.Int64(5)
     return out
-
-
-def vxctl_env():
-    return dict(os.environ, VXBUS_SECRET=SECRET.decode())
 
 
 class ListTest(unittest.TestCase):
@@ -104,7 +100,7 @@ class BusTest(unittest.TestCase):
 
         cls.server_port = free_tcp_port()
         cls.server = Program([VXCTL, "serve", "shop", "--port", str(cls.server_port),
-                              "--signal", "shipped"], env=vxctl_env())
+                              "--signal", "shipped"], env=with_secret(SECRET.decode()))
         cls.server.expect("ready ")
         cls.shop = cls.bus.connect("127.0.0.1:%d" % cls.server_port, secret=SECRET)
 
@@ -124,7 +120,7 @@ class BusTest(unittest.TestCase):
 
     def test_serves_a_slot_that_a_cxx_application_calls(self):
         code, out, err = run([VXCTL, "call", self.target, "5", "--json", "quantity=3",
-                              'items:json=["tea",""]'], env=vxctl_env())
+                              'items:json=["tea",""]'], env=with_secret(SECRET.decode()))
         self.assertEqual(code, 0, err)
         reply = json.loads(out)
         self.assertEqual(reply["cents"], 450)
@@ -155,7 +151,7 @@ class BusTest(unittest.TestCase):
 
         # Our signal reaches a C++ listener.
         listener = Program([VXCTL, "listen", self.target, "tick", "--json", "--count", "1"],
-                           env=vxctl_env())
+                           env=with_secret(SECRET.decode()))
         try:
             listener.expect("vxctl: listening", stream="err")
             self.bus.emit("tick", {"n": 1, "blob": b"\x01"})

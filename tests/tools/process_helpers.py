@@ -10,6 +10,11 @@ import time
 LIMIT = 20.0  # seconds any single wait may take; sanitizer builds are slow
 
 
+def with_secret(secret):
+    """This process's environment, with the secret vxctl takes from it."""
+    return dict(os.environ, VXBUS_SECRET=secret)
+
+
 def free_tcp_port():
     with socket.socket() as s:
         s.bind(("127.0.0.1", 0))

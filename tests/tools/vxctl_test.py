@@ -12,16 +12,10 @@ import sys
 import tempfile
 import unittest
 
-from process_helpers import Program, free_tcp_port, run
+from process_helpers import Program, free_tcp_port, run, with_secret
 
 VXCTL = None
 SECRET = "tea for two"
-
-
-def env(secret=SECRET):
-    e = dict(os.environ)
-    e["VXBUS_SECRET"] = secret
-    return e
 
 
 # Every type, nested lists and arrays included, as vxctl's JSON writes them.
@@ -42,13 +36,13 @@ class VxctlTest(unittest.TestCase):
         self.port = free_tcp_port()
         self.target = "127.0.0.1:%d" % self.port
         self.server = Program([VXCTL, "serve", "shop", "--port", str(self.port),
-                               "--signal", "shipped"], env=env())
+                               "--signal", "shipped"], env=with_secret(SECRET))
         self.addCleanup(self.server.stop)
         self.server.expect("ready ")
         self.tmp = self.enterContext(tempfile.TemporaryDirectory())
 
     def vxctl(self, *args, secret=SECRET, stdin_data=None):
-        return run([VXCTL] + list(args), env=env(secret), stdin_data=stdin_data)
+        return run([VXCTL] + list(args), env=with_secret(secret), stdin_data=stdin_data)
 
     def test_call_and_notify_reach_the_slots_and_the_reply_prints_and_saves(self):
         code, out, err = self.vxctl("call", self.target, "1", "id=7", "name=Ada",
@@ -114,7 +108,7 @@ class VxctlTest(unittest.TestCase):
         self.server.expect("refused ")
 
     def test_listen_prints_a_signal_that_the_server_emits_and_stops_cleanly(self):
-        listener = Program([VXCTL, "listen", self.target, "shipped", "--json"], env=env())
+        listener = Program([VXCTL, "listen", self.target, "shipped", "--json"], env=with_secret(SECRET))
         self.addCleanup(listener.stop)
         listener.expect("vxctl: listening", stream="err")
         self.server.send('emit shipped order=4711 carrier:str=Parcel')
