@@ -1,5 +1,6 @@
 // The machine's host name, as the library puts it into an appID. For the
-// test peer, which sees nothing of the library but its exported interface.
+// test peer, which links only the library's exported interface and so
+// compiles the host name's platform seam into itself.
 #ifndef VXBUS_TESTS_SUPPORT_HOST_NAME_H_
 #define VXBUS_TESTS_SUPPORT_HOST_NAME_H_
 

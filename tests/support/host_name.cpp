@@ -1,13 +1,13 @@
-#include <unistd.h>
-
 #include "support/host_name.h"
+
+#include "platform/host.h"
 
 namespace vxbus {
 namespace testing {
 
 std::string HostName() {
   char host[1024] = {};
-  return gethostname(host, sizeof host) == 0 ? host : "";
+  return platform::GetHostName(host, sizeof host) ? host : "";
 }
 
 }  // namespace testing
