@@ -92,23 +92,25 @@ bool Decode(const std::string& image, std::string& error) {
 
 TEST(VxctlImageDecoder, RefusesEveryValueThatRunsPastTheImage) {
   const std::string header = Bytes({3, 'v', 0});
+  const char* past = "its value runs past the image";
   struct Case {
     const char* what;
     std::string value;  // from the type byte on
+    const char* reason;
   } cases[] = {
-      {"string without NUL", Bytes({PT_STRING, 'a', 'b', 'c'})},
-      {"int64 cut short", Bytes({PT_INT64, 1, 2, 3, 4})},
-      {"binary longer than the image", Bytes({PT_BINARY, 9, 0, 0, 0, 1, 2, 3, 4})},
-      {"int32 array of 2^30 items", Bytes({0x82, 0, 0, 0, 0x40})},
-      {"string array offset beyond", Bytes({0x81, 1, 0, 0, 0, 0xF0, 0, 0, 0, 'a', 0, 0, 0})},
-      {"binary array item too long", Bytes({0x85, 1, 0, 0, 0, 0, 0, 0, 0, 8, 0, 0, 0, 1})},
-      {"type 0x86", Bytes({0x86, 0, 0, 0, 0})},
-      {"type 0", Bytes({0, 0, 0, 0, 0})},
+      {"string without NUL", Bytes({PT_STRING, 'a', 'b', 'c'}), past},
+      {"int64 cut short", Bytes({PT_INT64, 1, 2, 3, 4}), past},
+      {"binary longer than the image", Bytes({PT_BINARY, 9, 0, 0, 0, 1, 2, 3, 4}), past},
+      {"int32 array of 2^30 items", Bytes({0x82, 0, 0, 0, 0x40}), past},
+      {"string array offset beyond", Bytes({0x81, 1, 0, 0, 0, 0xF0, 0, 0, 0, 'a', 0, 0, 0}), past},
+      {"binary array item too long", Bytes({0x85, 1, 0, 0, 0, 0, 0, 0, 0, 8, 0, 0, 0, 1}), past},
+      {"type 0x86", Bytes({0x86, 0, 0, 0, 0}), "unknown type byte 134"},
+      {"type 0", Bytes({0, 0, 0, 0, 0}), "unknown type byte 0"},
   };
   for (const Case& c : cases) {
     std::string error;
     EXPECT_FALSE(Decode(header + c.value, error)) << c.what;
-    EXPECT_NE(error.find("record at byte 0 ('v')"), std::string::npos) << c.what << ": " << error;
+    EXPECT_EQ(error, std::string("record at byte 0 ('v'): ") + c.reason) << c.what;
   }
   std::string error;
   EXPECT_FALSE(Decode(Bytes({200, 'v', 0, 0}), error));
