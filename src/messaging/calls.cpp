@@ -47,7 +47,9 @@ _tag_VX_ERROR VXNotify(const char* applicationName, std::uint32_t slotId, HVXPAR
       new VXSlotCallMessage(IVXMessage::EventRef(), session, slotId, list, callback, userData));
   const _tag_VX_ERROR room = AwaitSendRoom(*session, message);
   if (room != VX_SUCCESS) return room;
-  session->QueueFrame(message);
+  // Our reference holds the session while QueueFrame runs: once pushed, the
+  // message and its own reference may already be gone.
+  session->QueueFrame(std::move(message));
   return VX_SUCCESS;
 }
 

@@ -30,7 +30,7 @@ constexpr std::size_t kClasses = kLargestPooledBlock / kGranule;
 // thread keeps fewer than two chains of each size.
 constexpr std::uint32_t kChainBlocks = 32;
 // The depot keeps at most this many chains of each size, 1024 blocks.
-constexpr std::size_t kDepotChains = 32;
+constexpr std::size_t kDepotChains = 256;
 
 struct FreeBlock {
   FreeBlock* next;

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <new>
+#include <utility>
 
 #include "paramlist/fast_holder.h"
 #include "runtime/block_pool.h"
@@ -81,9 +82,9 @@ VXMessageQueue::ConsumerAway::~ConsumerAway() {
   if (marked_) queue_.consumerAway_.store(false);
 }
 
-void VXMessageQueue::Push(const MessageRef& message) {
+void VXMessageQueue::Push(MessageRef message) {
   const std::uint64_t bytes = MessageBytes(message);
-  Node* node = new (PooledAllocate(sizeof(Node))) Node{nullptr, message, bytes};
+  Node* node = new (PooledAllocate(sizeof(Node))) Node{nullptr, std::move(message), bytes};
   queuedBytes_.fetch_add(bytes);
   Node* old = head_.load(std::memory_order_relaxed);
   // Acquires as well: a producer whose node lands after a DropPushed sees

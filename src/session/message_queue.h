@@ -54,8 +54,10 @@ class VXMessageQueue {
   VXMessageQueue& operator=(const VXMessageQueue&) = delete;
 
   // A null message is allowed: it comes out of Pop as an empty reference,
-  // which is how a consumer is woken to look at its end conditions.
-  void Push(const MessageRef& message);
+  // which is how a consumer is woken to look at its end conditions. Taken by
+  // value, so that a producer done with its reference moves it in and the
+  // count of the message is not touched on the way.
+  void Push(MessageRef message);
 
   // Makes a Pop that waits, or else the next Pop that finds nothing queued,
   // return at once with nothing. Queues nothing; any thread.
