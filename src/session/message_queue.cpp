@@ -26,6 +26,8 @@ std::uint64_t VXMessageQueue::MessageBytes(const MessageRef& message) {
 }
 
 QueueTally VXMessageQueue::Clear() {
+  GiveBack(unreturnedBytes_);
+  unreturnedBytes_ = 0;
   QueueTally tally = FreeList(fifo_);
   fifo_ = nullptr;
   const QueueTally stacked = FreeList(head_.exchange(nullptr));
@@ -153,7 +155,13 @@ void VXMessageQueue::Pop(MessageRef& out, std::int32_t limitMs) {
   Node* node = fifo_;
   fifo_ = node->next;
   out = std::move(node->message);
-  GiveBack(node->bytes);
+  // One subtraction on the producers' line per lump instead of per message;
+  // at once when a producer waits, and when the batch is done.
+  unreturnedBytes_ += node->bytes;
+  if (fifo_ == nullptr || unreturnedBytes_ >= kLumpBytes || roomWaiters_.load() != 0) {
+    GiveBack(unreturnedBytes_);
+    unreturnedBytes_ = 0;
+  }
   node->~Node();
   PooledFree(node, sizeof(Node));
 }
