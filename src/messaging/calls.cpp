@@ -41,13 +41,17 @@ HVXPARAMLIST VXCall(const char* applicationName, std::uint32_t slotId, HVXPARAML
 // in the dead queue without completion.
 _tag_VX_ERROR VXNotify(const char* applicationName, std::uint32_t slotId, HVXPARAMLIST list,
                        VXNotifyCallback callback, void* userData) {
-  SessionRef session = g_applications.Find(applicationName);
-  if (!session.IsValid()) return VX_ERROR_NO_APPLICATION;
-  MessageRef message(
-      new VXSlotCallMessage(IVXMessage::EventRef(), session, slotId, list, callback, userData));
-  const _tag_VX_ERROR room = AwaitSendRoom(*session, message);
+  SessionRef found = g_applications.Find(applicationName);
+  if (!found.IsValid()) return VX_ERROR_NO_APPLICATION;
+  // The message takes over the look-up's reference, and ours to the message
+  // holds the session until we return: the message's count is this thread's
+  // own, while the session's is shared with its writer.
+  VXAPPImpl& session = *found;
+  MessageRef message(new VXSlotCallMessage(IVXMessage::EventRef(), std::move(found), slotId, list,
+                                           callback, userData));
+  const _tag_VX_ERROR room = AwaitSendRoom(session, message);
   if (room != VX_SUCCESS) return room;
-  session->QueueFrame(message);
+  session.QueueFrame(message);
   return VX_SUCCESS;
 }
 

@@ -17,13 +17,13 @@ const _tag_VXPARAMINFO* AsRecord(const unsigned char* p) {
 
 FastHolderImpl::FastHolderImpl() {
   body_.owner = this;
-  g_liveParamLists.fetch_add(1);
+  ++g_liveParamLists;
 }
 
 // The counter goes down before anything is released, so a nested list that
 // dies with this one is counted out after its parent.
 FastHolderImpl::~FastHolderImpl() {
-  g_liveParamLists.fetch_sub(1);
+  --g_liveParamLists;
 }
 
 void* FastHolderImpl::operator new(std::size_t size) noexcept {

@@ -29,8 +29,10 @@ constexpr std::size_t kClasses = kLargestPooledBlock / kGranule;
 // Blocks move between a thread and the depot in chains of this many; a
 // thread keeps fewer than two chains of each size.
 constexpr std::uint32_t kChainBlocks = 32;
-// The depot keeps at most this many chains of each size, 1024 blocks.
-constexpr std::size_t kDepotChains = 32;
+// The depot keeps at most this many chains of each size, 8192 blocks: a
+// one-way stream frees its messages in bursts of thousands, and what does
+// not fit goes back to the heap, to be asked for again at once.
+constexpr std::size_t kDepotChains = 256;
 
 struct FreeBlock {
   FreeBlock* next;

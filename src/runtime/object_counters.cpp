@@ -3,17 +3,40 @@
 #include "vxbus.h"
 
 namespace vxbus {
+namespace {
 
-std::atomic<std::uint32_t> g_liveApplications{0};
-std::atomic<std::uint32_t> g_liveMessages{0};
+std::uint32_t NextThreadSlot() {
+  static std::atomic<std::uint32_t> threads{0};
+  return threads.fetch_add(1, std::memory_order_relaxed);
+}
+
+}  // namespace
+
+std::atomic<std::uint32_t>& StripedCounter::MySlot() {
+  // Threads take slots in turn, so that the few threads of a busy session
+  // land on different ones.
+  thread_local const std::uint32_t slot = NextThreadSlot() % kSlots;
+  return slots_[slot].value;
+}
+
+// Unsigned, so that a slot that only ever went down still adds up right.
+std::uint32_t StripedCounter::load() const {
+  std::uint32_t sum = 0;
+  for (const Slot& slot : slots_)
+    sum += slot.value.load(std::memory_order_relaxed);
+  return sum;
+}
+
+StripedCounter g_liveApplications;
+StripedCounter g_liveMessages;
 std::atomic<std::uint32_t> g_lastPendingCallsSize{0};
-std::atomic<std::uint32_t> g_liveParamLists{0};
-std::atomic<std::uint32_t> g_transportSendCalls{0};
-std::atomic<std::uint32_t> g_transportReceiveCalls{0};
+StripedCounter g_liveParamLists;
+StripedCounter g_transportSendCalls;
+StripedCounter g_transportReceiveCalls;
 
 }  // namespace vxbus
 
-// Each value is read atomically; together they are not one snapshot.
+// Each value is read on its own; together they are not one snapshot.
 VXObjectCounters DEBUG_VXObjectCount(void) {
   VXObjectCounters c{};
   c.applications = vxbus::g_liveApplications.load();

@@ -73,7 +73,11 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   void ReleaseThreads();
 
   // Reads one frame; false ends the session. Reader thread only.
-  bool ReceiveMessage(MessageRef& out);
+  // With `refs`, the messages made take their references to this session
+  // from it (the reader's loop: the dispatch thread releases one for every
+  // message, and a count that both threads write for every frame bounces
+  // between their cores); without, each takes one of its own.
+  bool ReceiveMessage(MessageRef& out, MTObjects::ReferenceBlock<VXAPPImpl>* refs = nullptr);
 
   // Joins the reader unless it is the calling thread or already joined; two
   // callers that stop the same session at once are kept apart. Called on the
@@ -108,7 +112,7 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   // Queues a frame for the writer; any thread, which holds a reference to
   // the session. Every frame of the send queue goes in through here. Once the
   // writer has gone the frame is let go at once, without completion.
-  void QueueFrame(const MessageRef& message);
+  void QueueFrame(MessageRef message);
   // True when the calling thread may write its frame now; it then holds the
   // write lock and must call WriteClaimed next. Never blocks.
   bool ClaimIdleWriter();
@@ -158,7 +162,9 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   bool EndFrameBatch(bool allWritten, const FrameBatch& batch);
   void FailUnwrittenCall(std::uint32_t id);
 
-  std::unique_ptr<VXPendingCalls> pendingCalls_;
+  // On a cache line of its own, away from the reference count, which other
+  // threads write for every message that holds the session.
+  alignas(64) std::unique_ptr<VXPendingCalls> pendingCalls_;
   std::string name_;
   ChannelRef channel_;
   std::string remoteAddress_;

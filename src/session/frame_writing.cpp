@@ -1,6 +1,8 @@
 // Writing frames onto a session's channel: in batches from the writer
 // thread, or one frame directly from the thread that made it while the
 // writer is idle.
+#include <utility>
+
 #include "runtime/process_state.h"
 #include "session/application.h"
 
@@ -10,9 +12,9 @@ bool VXAPPImpl::WriterStopping() const {
   return g_shuttingDown.load(std::memory_order_relaxed) || stopRequested_.load();
 }
 
-void VXAPPImpl::QueueFrame(const MessageRef& message) {
+void VXAPPImpl::QueueFrame(MessageRef message) {
   queuedFrames_.fetch_add(1);
-  sendQueue_.Push(message);
+  sendQueue_.Push(std::move(message));
   // Nobody takes frames from a closed queue; they would hold the session.
   if (sendQueueClosed_.load()) sendQueue_.DropPushed();
 }

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <new>
+#include <utility>
 
 #include "paramlist/fast_holder.h"
 #include "runtime/block_pool.h"
@@ -25,6 +26,8 @@ std::uint64_t VXMessageQueue::MessageBytes(const MessageRef& message) {
 }
 
 QueueTally VXMessageQueue::Clear() {
+  GiveBack(unreturnedBytes_);
+  unreturnedBytes_ = 0;
   QueueTally tally = FreeList(fifo_);
   fifo_ = nullptr;
   const QueueTally stacked = FreeList(head_.exchange(nullptr));
@@ -81,9 +84,9 @@ VXMessageQueue::ConsumerAway::~ConsumerAway() {
   if (marked_) queue_.consumerAway_.store(false);
 }
 
-void VXMessageQueue::Push(const MessageRef& message) {
+void VXMessageQueue::Push(MessageRef message) {
   const std::uint64_t bytes = MessageBytes(message);
-  Node* node = new (PooledAllocate(sizeof(Node))) Node{nullptr, message, bytes};
+  Node* node = new (PooledAllocate(sizeof(Node))) Node{nullptr, std::move(message), bytes};
   queuedBytes_.fetch_add(bytes);
   Node* old = head_.load(std::memory_order_relaxed);
   // Acquires as well: a producer whose node lands after a DropPushed sees
@@ -152,7 +155,13 @@ void VXMessageQueue::Pop(MessageRef& out, std::int32_t limitMs) {
   Node* node = fifo_;
   fifo_ = node->next;
   out = std::move(node->message);
-  GiveBack(node->bytes);
+  // One subtraction on the producers' line per lump instead of per message;
+  // at once when a producer waits, and when the batch is done.
+  unreturnedBytes_ += node->bytes;
+  if (fifo_ == nullptr || unreturnedBytes_ >= kLumpBytes || roomWaiters_.load() != 0) {
+    GiveBack(unreturnedBytes_);
+    unreturnedBytes_ = 0;
+  }
   node->~Node();
   PooledFree(node, sizeof(Node));
 }

@@ -4,10 +4,10 @@
 // block; the consumer takes a whole batch with one exchange and serves it
 // in arrival order from a list only it touches.
 //
-// The queue counts the bytes it holds, with one atomic add per push and one
-// per pop. It enforces no limit itself: a producer that must not overfill it
-// asks for room first (WaitForRoom) and sleeps only then; the consumer's pop
-// wakes such a sleeper only when one is there.
+// The queue counts the bytes it holds, with one atomic add per push; the
+// consumer gives popped bytes back in lumps. It enforces no limit itself: a producer that must not
+// overfill it asks for room first (WaitForRoom) and sleeps only then; the consumer's pop wakes such
+// a sleeper only when one is there.
 #ifndef VXBUS_SESSION_MESSAGE_QUEUE_H_
 #define VXBUS_SESSION_MESSAGE_QUEUE_H_
 
@@ -36,6 +36,8 @@ class VXMessageQueue {
  public:
   // Counted for every message on top of its list, so that empty lists count.
   static constexpr std::uint64_t kMessageOverheadBytes = 128;
+  // Popped bytes are given back at the latest when this many have gathered.
+  static constexpr std::uint64_t kLumpBytes = 4096;
   // What a message counts for while queued: the overhead and the image of
   // the list its frame carries (the input list of a request, the output
   // list of a reply). A null message counts nothing.
@@ -54,8 +56,10 @@ class VXMessageQueue {
   VXMessageQueue& operator=(const VXMessageQueue&) = delete;
 
   // A null message is allowed: it comes out of Pop as an empty reference,
-  // which is how a consumer is woken to look at its end conditions.
-  void Push(const MessageRef& message);
+  // which is how a consumer is woken to look at its end conditions. Taken by
+  // value, so that a producer done with its reference moves it in and the
+  // count of the message is not touched on the way.
+  void Push(MessageRef message);
 
   // Makes a Pop that waits, or else the next Pop that finds nothing queued,
   // return at once with nothing. Queues nothing; any thread.
@@ -69,7 +73,10 @@ class VXMessageQueue {
   // and says how much that was.
   QueueTally Clear();
 
-  // The bytes of every message pushed and not yet popped; any thread.
+  // The bytes of every message pushed and not yet popped; any thread. While
+  // the consumer works through a batch the count may lag behind its pops by
+  // up to kLumpBytes, never while a producer waits for room, and never once
+  // the consumer has popped all it took.
   std::uint64_t QueuedBytes() const { return queuedBytes_.load(std::memory_order_relaxed); }
   // True when `bytes` more keep the queue within `limit`. An empty queue
   // always has room, so that a message larger than the limit still goes,
@@ -126,15 +133,22 @@ class VXMessageQueue {
   void GiveBack(std::uint64_t bytes);
   bool MayResume(std::uint64_t bytes, std::uint64_t limit, Room* why) const;
 
-  std::atomic<Node*> head_{nullptr};
-  std::mutex mutex_;  // only for the consumer's sleep
+  // Grouped by who writes them, one cache line a group, so that the
+  // producers' pushes and the consumer's pops don't move each other's lines.
+  // Producers:
+  alignas(64) std::atomic<Node*> head_{nullptr};
+  std::atomic<std::uint64_t> queuedBytes_{0};
+  // The consumer alone. Popped bytes are given back to queuedBytes_ in
+  // lumps (see Pop), not one atomic subtraction a message.
+  alignas(64) Node* fifo_ = nullptr;  // oldest first
+  std::uint64_t unreturnedBytes_ = 0;
+  // The consumer's sleep:
+  alignas(64) std::mutex mutex_;
   std::condition_variable notEmpty_;
   std::atomic<bool> woken_{false};
   std::atomic<bool> sleeping_{false};  // the consumer is in, or on its way to, its sleep
-  Node* fifo_ = nullptr;               // consumer-private, oldest first
-
-  std::atomic<std::uint64_t> queuedBytes_{0};
-  std::atomic<int> roomWaiters_{0};
+  // Producers waiting for room:
+  alignas(64) std::atomic<int> roomWaiters_{0};
   std::atomic<std::uint64_t> wakeAtBytes_{0};  // a pop down to here wakes waiters
   std::atomic<bool> consumerAway_{false};
   std::atomic<std::thread::id> consumer_{};

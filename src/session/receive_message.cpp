@@ -7,7 +7,7 @@
 
 namespace vxbus {
 
-bool VXAPPImpl::ReceiveMessage(MessageRef& out) {
+bool VXAPPImpl::ReceiveMessage(MessageRef& out, MTObjects::ReferenceBlock<VXAPPImpl>* refs) {
   out.Reset();
   unsigned char header[16] = {0xFF, 0xFF, 0xFF, 0xFF};
   // Only this first read may wait for as long as the peer stays silent; the
@@ -17,7 +17,7 @@ bool VXAPPImpl::ReceiveMessage(MessageRef& out) {
   const std::uint32_t state = Load32(header + 4);
 
   if (state == kStateCall || state == kStateOneWay) {
-    MessageRef message(new VXSlotCallMessage(SessionRef(this), header));
+    MessageRef message(new VXSlotCallMessage(refs ? refs->Take() : SessionRef(this), header));
     if (message->Receive(nullptr) < 0) return false;
     out = std::move(message);
     return true;

@@ -84,24 +84,27 @@ void VXAPPImpl::RunReader() {
   VX_LOG(kLogInfo, "Application connected:", name_);
   CallConnectListener(*this);
 
-  for (;;) {
-    if (g_shuttingDown.load(std::memory_order_relaxed)) break;
-    if (stopRequested_.load()) break;
-    std::int32_t ready = channel_->WaitReadable(kReaderPollMs);
-    if (ready < 0) break;
-    if (ready == 0) continue;
-    // A local stop wakes the wait; the frames behind it are not read.
-    if (stopRequested_.load()) break;
-    MessageRef message;
-    if (!ReceiveMessage(message) || !message.IsValid()) break;
-    if (message->GetState() == kStateReply) {
-      // Completed here and never queued, so that a slot function blocked in
-      // a call on the dispatch thread still gets its answer.
-      message->Complete(false);
-    } else {
-      // A full dispatch queue holds the reading back, and so the peer.
-      if (!AwaitDispatchRoom(*this, message)) break;
-      g_dispatchQueue.Push(message);
+  {
+    MTObjects::ReferenceBlock<VXAPPImpl> messageRefs(this);
+    for (;;) {
+      if (g_shuttingDown.load(std::memory_order_relaxed)) break;
+      if (stopRequested_.load()) break;
+      std::int32_t ready = channel_->WaitReadable(kReaderPollMs);
+      if (ready < 0) break;
+      if (ready == 0) continue;
+      // A local stop wakes the wait; the frames behind it are not read.
+      if (stopRequested_.load()) break;
+      MessageRef message;
+      if (!ReceiveMessage(message, &messageRefs) || !message.IsValid()) break;
+      if (message->GetState() == kStateReply) {
+        // Completed here and never queued, so that a slot function blocked in
+        // a call on the dispatch thread still gets its answer.
+        message->Complete(false);
+      } else {
+        // A full dispatch queue holds the reading back, and so the peer.
+        if (!AwaitDispatchRoom(*this, message)) break;
+        g_dispatchQueue.Push(std::move(message));
+      }
     }
   }
   EndReading();

@@ -62,7 +62,7 @@ std::int32_t PipeChannel::ReadStoppable(void* buffer, std::uint32_t length,
   auto* position = static_cast<unsigned char*>(buffer);
   std::uint32_t remaining = length;
   for (;;) {
-    g_transportReceiveCalls.fetch_add(1);
+    ++g_transportReceiveCalls;
     // A reader that may wait for its stop flag looks at it only when a whole
     // wait has passed without data.
     platform::IoResult read =
@@ -82,7 +82,7 @@ std::int32_t PipeChannel::Write(const void* bytes, std::uint32_t length) {
   const auto* position = static_cast<const unsigned char*>(bytes);
   std::uint32_t remaining = length;
   for (;;) {
-    g_transportSendCalls.fetch_add(1);
+    ++g_transportSendCalls;
     platform::IoResult written = platform::WriteLocalPipe(pipe, position, remaining);
     if (!written.ok()) return -1;
     const std::int64_t count = written.count;

@@ -92,7 +92,7 @@ std::int32_t SocketChannel::Read(void* buffer, std::uint32_t length) {
 }
 
 platform::IoResult SocketChannel::ReceiveOnce(void* buffer, std::size_t length) {
-  g_transportReceiveCalls.fetch_add(1);
+  ++g_transportReceiveCalls;
   return platform::Receive(socketHandle, buffer, length);
 }
 
@@ -191,7 +191,7 @@ std::int32_t SocketChannel::WriteThrough(const void* bytes, std::uint32_t length
   const auto* position = static_cast<const unsigned char*>(bytes);
   std::uint32_t remaining = length;
   for (;;) {
-    g_transportSendCalls.fetch_add(1);
+    ++g_transportSendCalls;
     platform::IoResult sent = platform::Send(socketHandle, position, remaining);
     if (sent.ok()) {
       position += sent.count;
