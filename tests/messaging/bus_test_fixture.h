@@ -123,6 +123,17 @@ class BusTest : public ::testing::Test {
     return result;
   }
 
+  // The same from the peer `client`: its "connect-result" line.
+  static std::string ConnectPipeRetryingFrom(Peer& client, const std::string& pipe) {
+    std::string result;
+    WaitUntil([&] {
+      client.Send("connect-pipe " + pipe);
+      result = client.Expect("connect-result ");
+      return result.rfind("connect-result -1", 0) != 0;
+    });
+    return result;
+  }
+
   // VXConnect over loopback; `appId` gets the buffer. On success it returns
   // once the peer has registered this process, so that nothing the peer
   // sends here is dropped for want of a session.
