@@ -160,23 +160,6 @@ class BusTest : public ::testing::Test {
     VXCloseHandle(VXCall(appId.c_str(), 1, VX_INVALID_PARAMLIST));
   }
 
-  // `count` calls of the peer's slot that never answers, each on a thread of
-  // its own, for a peer that is to die. A call ends with nothing in one of
-  // two ways: torn down with the session (a null handle), or, when its write
-  // fails as the peer dies, through the dispatch thread with the empty list
-  // it was made with; `endedEmpty` counts both.
-  static std::vector<std::thread> CallNeverAnsweringSlot(const Peer& peer, int count,
-                                                         std::atomic<int>* endedEmpty) {
-    std::vector<std::thread> callers;
-    for (int i = 0; i < count; ++i)
-      callers.emplace_back([&peer, endedEmpty] {
-        HVXPARAMLIST reply = VXCall(peer.AppId().c_str(), 2, VX_INVALID_PARAMLIST);
-        if (reply.value == nullptr || VXGetParamCount(reply) == 0) ++*endedEmpty;
-        VXCloseHandle(reply);
-      });
-    return callers;
-  }
-
   // The peer emits `signal`; on return this process has run every delivery.
   static void EmitAt(Peer& peer, const std::string& signal) {
     peer.Send("emit " + signal);

@@ -102,12 +102,23 @@ TEST_F(DeadPeerTest, PeerKilledMidCallLeavesNothingAndTheNextPeerIsServedAtOnce)
   const VXObjectCounters start = DEBUG_VXObjectCount();
   ASSERT_EQ(Connect(doomed), VX_SUCCESS);
 
-  // This process waits in two calls of a slot of the peer that never
-  // answers, while the peer has six one-way requests here, the first of
-  // them running in the gated slot.
-  constexpr int kCalls = 2, kRequests = 6;
+  // This process waits in two calls and four notifications of a slot of the
+  // peer that never answers, while the peer has six one-way requests here,
+  // the first of them running in the gated slot. A call ends with nothing in
+  // one of two ways: torn down with the session (a null handle), or, when its
+  // write fails as the peer dies, through the dispatch thread with the empty
+  // list it was made with; so does a notification.
+  constexpr int kCalls = 2, kNotifications = 4, kRequests = 6;
   std::atomic<int> emptyReplies{0};
-  std::vector<std::thread> callers = CallNeverAnsweringSlot(doomed, kCalls, &emptyReplies);
+  std::vector<std::thread> callers;
+  for (int i = 0; i < kCalls; ++i)
+    callers.emplace_back([&doomed, &emptyReplies] {
+      HVXPARAMLIST reply = VXCall(doomed.AppId().c_str(), 2, VX_INVALID_PARAMLIST);
+      if (reply.value == nullptr || VXGetParamCount(reply) == 0) ++emptyReplies;
+      VXCloseHandle(reply);
+    });
+  for (int i = 0; i < kNotifications; ++i)
+    VXNotify(doomed.AppId().c_str(), 2, VX_INVALID_PARAMLIST, CountCompletion, &done_);
   ASSERT_NE(doomed.Expect("blocking"), "");
   HoldPeerInGatedSlot(doomed, kRequests, false);
 
@@ -128,6 +139,9 @@ TEST_F(DeadPeerTest, PeerKilledMidCallLeavesNothingAndTheNextPeerIsServedAtOnce)
   VXObjectCounters withNext = start;
   ++withNext.applications;
   EXPECT_TRUE(WaitUntil([&] { return SameCounts(DEBUG_VXObjectCount(), withNext); }));
+  // With no message left no completion can come: each came once, with nothing.
+  EXPECT_EQ(done_.calls, kNotifications);
+  EXPECT_EQ(done_.nullOutputs + done_.emptyOutputs, kNotifications);
 }
 
 TEST_F(DeadPeerTest, PeerKilledInsideItsSlotHasItsSocketClosedAndItsRepliesAndCallsDropped) {
