@@ -123,6 +123,17 @@ class BusTest : public ::testing::Test {
     return result;
   }
 
+  // The same from the peer `client`: its "connect-result" line.
+  static std::string ConnectPipeRetryingFrom(Peer& client, const std::string& pipe) {
+    std::string result;
+    WaitUntil([&] {
+      client.Send("connect-pipe " + pipe);
+      result = client.Expect("connect-result ");
+      return result.rfind("connect-result -1", 0) != 0;
+    });
+    return result;
+  }
+
   // VXConnect over loopback; `appId` gets the buffer. On success it returns
   // once the peer has registered this process, so that nothing the peer
   // sends here is dropped for want of a session.
@@ -147,23 +158,6 @@ class BusTest : public ::testing::Test {
   // A call to the peer: on return every request sent there before has run.
   static void AwaitDispatchAt(const std::string& appId) {
     VXCloseHandle(VXCall(appId.c_str(), 1, VX_INVALID_PARAMLIST));
-  }
-
-  // `count` calls of the peer's slot that never answers, each on a thread of
-  // its own, for a peer that is to die. A call ends with nothing in one of
-  // two ways: torn down with the session (a null handle), or, when its write
-  // fails as the peer dies, through the dispatch thread with the empty list
-  // it was made with; `endedEmpty` counts both.
-  static std::vector<std::thread> CallNeverAnsweringSlot(const Peer& peer, int count,
-                                                         std::atomic<int>* endedEmpty) {
-    std::vector<std::thread> callers;
-    for (int i = 0; i < count; ++i)
-      callers.emplace_back([&peer, endedEmpty] {
-        HVXPARAMLIST reply = VXCall(peer.AppId().c_str(), 2, VX_INVALID_PARAMLIST);
-        if (reply.value == nullptr || VXGetParamCount(reply) == 0) ++*endedEmpty;
-        VXCloseHandle(reply);
-      });
-    return callers;
   }
 
   // The peer emits `signal`; on return this process has run every delivery.

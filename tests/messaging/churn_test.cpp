@@ -2,6 +2,7 @@
 // ended, neither process holds a descriptor, a thread or an object more
 // than before.
 #include <string>
+#include <tuple>
 
 #include "bus_test_fixture.h"
 #include "support/channel_pair.h"
@@ -18,14 +19,8 @@ namespace {
 
 constexpr int kCyclesPerTransport = VXBUS_CHURN_CYCLES;
 
-struct Footprint {
-  std::uint32_t applications, messages, paramLists;
-  int descriptors, threads;
-  bool operator==(const Footprint& o) const {
-    return applications == o.applications && messages == o.messages && paramLists == o.paramLists &&
-           descriptors == o.descriptors && threads == o.threads;
-  }
-};
+// Object counters, descriptors and threads of this process.
+using Footprint = std::tuple<std::uint32_t, std::uint32_t, std::uint32_t, int, int>;
 
 Footprint OwnFootprint() {
   VXObjectCounters counters = DEBUG_VXObjectCount();

@@ -3,8 +3,6 @@
 // still on the way, and the next peer is served without waiting for it.
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
-#include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
@@ -21,42 +19,20 @@ namespace {
 
 constexpr std::uint32_t kGatedSlot = 12;
 
-// A slot of this process that counts its runs and holds each one until the
-// test lets it through. A run that is never let through ends by itself after
-// a while, so that a fault shows as a failed expectation, not a hung suite.
-class SlotGate {
- public:
+// A slot of this process that counts its runs and holds them until the test
+// opens it. A run that is never let through ends by itself after a while, so
+// that a fault shows as a failed expectation, not a hung suite.
+struct SlotGate {
   static _tag_VX_ERROR Run(HVXPARAMLIST, HVXPARAMLIST, VXSlotContext* context) {
-    static_cast<SlotGate*>(context->userData)->Pass();
+    auto* gate = static_cast<SlotGate*>(context->userData);
+    ++gate->runs;
+    gate->entered.Raise();
+    gate->open.WaitFor(std::chrono::seconds(5));
     return VX_SUCCESS;
   }
-  void LetOneThrough() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    ++permits_;
-    changed_.notify_all();
-  }
-  bool WaitForRun() {
-    std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_for(lock, std::chrono::seconds(10), [this] { return runs_ > 0; });
-  }
-  int Runs() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return runs_;
-  }
 
- private:
-  void Pass() {
-    std::unique_lock<std::mutex> lock(mutex_);
-    ++runs_;
-    changed_.notify_all();
-    if (changed_.wait_for(lock, std::chrono::seconds(5), [this] { return permits_ > 0; }))
-      --permits_;
-  }
-
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  int runs_ = 0;
-  int permits_ = 0;
+  std::atomic<int> runs{0};
+  Signal entered, open;
 };
 
 class DeadPeerTest : public BusTest {
@@ -76,7 +52,7 @@ class DeadPeerTest : public BusTest {
     const std::uint32_t messagesBefore = DEBUG_VXObjectCount().messages;
     peer.Send("notify " + g_ownAppId + " " + std::to_string(kGatedSlot) + " " +
               std::to_string(count) + (wantReplies ? " reply" : ""));
-    ASSERT_TRUE(gate_.WaitForRun());
+    ASSERT_TRUE(gate_.entered.WaitFor());
     ASSERT_TRUE(WaitUntil([&] {
       return DEBUG_VXObjectCount().messages >= messagesBefore + static_cast<std::uint32_t>(count);
     }));
@@ -102,18 +78,29 @@ TEST_F(DeadPeerTest, PeerKilledMidCallLeavesNothingAndTheNextPeerIsServedAtOnce)
   const VXObjectCounters start = DEBUG_VXObjectCount();
   ASSERT_EQ(Connect(doomed), VX_SUCCESS);
 
-  // This process waits in two calls of a slot of the peer that never
-  // answers, while the peer has six one-way requests here, the first of
-  // them running in the gated slot.
-  constexpr int kCalls = 2, kRequests = 6;
+  // This process waits in two calls and four notifications of a slot of the
+  // peer that never answers, while the peer has six one-way requests here,
+  // the first of them running in the gated slot. A call ends with nothing in
+  // one of two ways: torn down with the session (a null handle), or, when its
+  // write fails as the peer dies, through the dispatch thread with the empty
+  // list it was made with; so does a notification.
+  constexpr int kCalls = 2, kNotifications = 4, kRequests = 6;
   std::atomic<int> emptyReplies{0};
-  std::vector<std::thread> callers = CallNeverAnsweringSlot(doomed, kCalls, &emptyReplies);
+  std::vector<std::thread> callers;
+  for (int i = 0; i < kCalls; ++i)
+    callers.emplace_back([&doomed, &emptyReplies] {
+      HVXPARAMLIST reply = VXCall(doomed.AppId().c_str(), 2, VX_INVALID_PARAMLIST);
+      if (reply.value == nullptr || VXGetParamCount(reply) == 0) ++emptyReplies;
+      VXCloseHandle(reply);
+    });
+  for (int i = 0; i < kNotifications; ++i)
+    VXNotify(doomed.AppId().c_str(), 2, VX_INVALID_PARAMLIST, CountCompletion, &done_);
   ASSERT_NE(doomed.Expect("blocking"), "");
   HoldPeerInGatedSlot(doomed, kRequests, false);
 
   doomed.Kill();
   ASSERT_TRUE(WaitForSessionEnd(doomed));
-  gate_.LetOneThrough();
+  gate_.open.Raise();
   for (auto& caller : callers)
     caller.join();
   EXPECT_EQ(emptyReplies, kCalls);
@@ -123,11 +110,14 @@ TEST_F(DeadPeerTest, PeerKilledMidCallLeavesNothingAndTheNextPeerIsServedAtOnce)
   ASSERT_EQ(Connect(next), VX_SUCCESS);
   next.Send("call " + g_ownAppId + " " + std::to_string(kBarrierSlot));
   EXPECT_EQ(next.Expect("call-result ", std::chrono::seconds(10)), "call-result list tester");
-  EXPECT_EQ(gate_.Runs(), 1);
+  EXPECT_EQ(gate_.runs, 1);
 
   VXObjectCounters withNext = start;
   ++withNext.applications;
   EXPECT_TRUE(WaitUntil([&] { return SameCounts(DEBUG_VXObjectCount(), withNext); }));
+  // With no message left no completion can come: each came once, with nothing.
+  EXPECT_EQ(done_.calls, kNotifications);
+  EXPECT_EQ(done_.nullOutputs + done_.emptyOutputs, kNotifications);
 }
 
 TEST_F(DeadPeerTest, PeerKilledInsideItsSlotHasItsSocketClosedAndItsRepliesAndCallsDropped) {
@@ -154,9 +144,9 @@ TEST_F(DeadPeerTest, PeerKilledInsideItsSlotHasItsSocketClosedAndItsRepliesAndCa
 
   // The reply goes into a session with no thread left: it is let go, and so
   // are the calls queued behind it, unrun.
-  gate_.LetOneThrough();
+  gate_.open.Raise();
   EXPECT_TRUE(WaitUntil([&] { return SameCounts(DEBUG_VXObjectCount(), start); }));
-  EXPECT_EQ(gate_.Runs(), 1);
+  EXPECT_EQ(gate_.runs, 1);
 
   const std::string linePrefix = "Dropped ";
   const std::string lineEnd = " messages of ended session \"" + doomed.AppId() + "\"";

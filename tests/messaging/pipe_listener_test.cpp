@@ -1,10 +1,9 @@
 // Pipe listeners in two processes: a name that another process already
-// listens on, and names too long for the system's own pipe names.
+// listens on.
 #include <string>
 
 #include "bus_test_fixture.h"
 #include "runtime/log.h"
-#include "session/application_registry.h"
 #include "support/channel_pair.h"
 #include "support/log_capture.h"
 #include "transport/pipe_channel.h"
@@ -25,17 +24,6 @@ class PipeListenerTest : public BusTest {
     BusTest::TearDown();
     listenerPipeInName.clear();  // no later start may listen on these
     listenerPipeOutName.clear();
-  }
-
-  // VXConnectEx from `client`, tried again while it gives -1.
-  static std::string ConnectFrom(Peer& client, const std::string& pipe) {
-    std::string result;
-    WaitUntil([&] {
-      client.Send("connect-pipe " + pipe);
-      result = client.Expect("connect-result ");
-      return result.rfind("connect-result -1", 0) != 0;
-    });
-    return result;
   }
 
   LogCapture log_;
@@ -61,7 +49,7 @@ TEST_F(PipeListenerTest, ASecondProcessOnATakenNameSaysSoOnceAndQuitsAtOnce) {
   ASSERT_FALSE(second.Expect(CreateFailedLine(pipe)).empty());
   Peer other(PipePeer("other", ""));
   ASSERT_TRUE(other.Ready());
-  EXPECT_EQ(ConnectFrom(other, pipe), "connect-result 0 " + g_ownAppId);
+  EXPECT_EQ(ConnectPipeRetryingFrom(other, pipe), "connect-result 0 " + g_ownAppId);
 
   second.Send("quit");
   int exitCode = -1;
@@ -69,23 +57,6 @@ TEST_F(PipeListenerTest, ASecondProcessOnATakenNameSaysSoOnceAndQuitsAtOnce) {
   EXPECT_EQ(exitCode, 0);
   EXPECT_EQ(second.CountLines(CreateFailedLine(pipe)), 1);
   EXPECT_EQ(log_.Count(kLogCritical, "ConnThread Pipe. create pipe", true), 0);
-}
-
-// A name of 200 bytes is longer than a POSIX system takes; both ends map it
-// onto the same shorter one, while the session still shows the name given.
-TEST_F(PipeListenerTest, ANameOfTwoHundredBytesConnectsAndCarriesCalls) {
-  std::string pipe = UniquePipeName("long");
-  pipe += std::string(200 - pipe.size(), 'n');
-  Peer peer(PipePeer("far", pipe));
-  ASSERT_TRUE(peer.Ready());
-  ASSERT_EQ(ConnectPipeRetrying(pipe), VX_SUCCESS);
-  HVXPARAMLIST reply = VXCall(peer.AppId().c_str(), 1, VX_INVALID_PARAMLIST);
-  EXPECT_STREQ(VXGetStringValue(reply, "servedBy"), peer.AppId().c_str());
-  VXCloseHandle(reply);
-  SessionRef session = g_applications.Find(peer.AppId().c_str());
-  ASSERT_TRUE(session.IsValid());
-  EXPECT_EQ(session->RemoteAddress(), pipe + "_in");
-  EXPECT_EQ(session->LocalAddress(), pipe + "_out");
 }
 
 }  // namespace

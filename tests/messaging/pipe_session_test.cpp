@@ -16,13 +16,16 @@ namespace {
 
 using PipeSessionTest = BusTest;
 
-TEST_F(PipeSessionTest, PipeNameWinsAndCallsNotificationsAndSignalsRunOverThePipes) {
+TEST_F(PipeSessionTest, PipeNameWinsAndALongNameCarriesALargeListBothWays) {
   char buffer[256] = "untouched";
   EXPECT_EQ(VXConnectEx(nullptr, "127.0.0.1", 0, buffer, sizeof buffer, nullptr, 0),
             VX_ERROR_FAILED);  // port 0 takes the pipe path, where no name is a failure
   EXPECT_STREQ(buffer, "untouched");
 
-  const std::string pipe = UniquePipeName("session");
+  // A name of 200 bytes is longer than a POSIX system takes; both ends map it
+  // onto the same shorter one, while the session still shows the name given.
+  std::string pipe = UniquePipeName("session");
+  pipe += std::string(200 - pipe.size(), 'n');
   Peer peer(PipePeer("piped", pipe));
   ASSERT_TRUE(peer.Ready());
   // Nothing listens on that TCP port: only the pipe can succeed.
@@ -31,6 +34,7 @@ TEST_F(PipeSessionTest, PipeNameWinsAndCallsNotificationsAndSignalsRunOverThePip
   SessionRef session = g_applications.Find(to);
   ASSERT_TRUE(session.IsValid());
   EXPECT_EQ(session->RemoteAddress(), pipe + "_in");
+  EXPECT_EQ(session->LocalAddress(), pipe + "_out");
   // Each side names the pipe it writes as the remote end.
   EXPECT_EQ(peer.Expect("connected " + g_ownAppId), "connected " + g_ownAppId + " " +
                                                         std::string(g_hostName) + " 0 tester " +
@@ -48,27 +52,7 @@ TEST_F(PipeSessionTest, PipeNameWinsAndCallsNotificationsAndSignalsRunOverThePip
   ASSERT_EQ(echoed->length, blob.size());
   EXPECT_TRUE(std::equal(blob.begin(), blob.end(), echoed->data));
   VXCloseHandle(reply);
-  EXPECT_EQ(VXNotify(to, 6, list, nullptr, nullptr), VX_SUCCESS);
-  EXPECT_EQ(peer.Expect("notified "), "notified from " + g_ownAppId + " output=null count=1");
-  EXPECT_EQ(VXNotify(to, 6, list, CountCompletion, &done_), VX_SUCCESS);
-  EXPECT_EQ(peer.Expect("notified "), "notified from " + g_ownAppId + " output=list count=1");
   VXCloseHandle(list);
-
-  // Signals both ways.
-  peer.Send("register-signal bell");
-  peer.Expect("registered ");
-  EXPECT_EQ(VXConnectSignal(to, "bell", 21), VX_SUCCESS);
-  AwaitDispatchAt(to);
-  EmitAt(peer, "bell");
-  EXPECT_EQ(delivered_.Runs(), std::vector<std::string>{"21 " + peer.AppId() + " bell"});
-  VXRegisterSignal("chime");
-  peer.Send("subscribe " + g_ownAppId + " chime 6");
-  AwaitDispatchOf(peer);  // its subscribe went before this call
-  EXPECT_EQ(VXEmit("chime", VX_INVALID_PARAMLIST, nullptr, nullptr), VX_SUCCESS);
-  EXPECT_EQ(peer.Expect("notified "), "notified from " + g_ownAppId + " output=null count=0");
-  VXUnregisterSignal("chime");
-  EXPECT_TRUE(WaitUntil([this] { return done_.calls == 1; }));
-  EXPECT_EQ(done_.nullOutputs, 0);
 }
 
 TEST_F(PipeSessionTest, OverTheLimitTheClientsPipesCloseWithoutALogLine) {
@@ -76,13 +60,7 @@ TEST_F(PipeSessionTest, OverTheLimitTheClientsPipesCloseWithoutALogLine) {
   Peer listener(PipePeer("guard", pipe, 1)), other(PipePeer("other", ""));
   ASSERT_TRUE(listener.Ready() && other.Ready());
   // At a limit of 1 two clients get in: the test is "more than the limit".
-  std::string result;
-  WaitUntil([&] {
-    other.Send("connect-pipe " + pipe);
-    result = other.Expect("connect-result ");
-    return result.rfind("connect-result -1", 0) != 0;
-  });
-  EXPECT_EQ(result, "connect-result 0 " + listener.AppId());
+  EXPECT_EQ(ConnectPipeRetryingFrom(other, pipe), "connect-result 0 " + listener.AppId());
   ASSERT_EQ(ConnectPipeRetrying(pipe), VX_SUCCESS);
   // The last lines the listener writes about this process's session.
   for (const std::string& last :
