@@ -121,6 +121,10 @@ class ThreadCache {
     FreeBlock* block = list.head;
     list.head = block->next;
     --list.count;
+    // A block mostly comes back from the thread that let it go, and so lies
+    // in that core's cache; fetching the next one now overlaps its miss
+    // with the use of this one, instead of stalling the next allocation.
+    if (list.head != nullptr) __builtin_prefetch(list.head, 1);
     return block;
   }
 

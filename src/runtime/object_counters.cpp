@@ -10,13 +10,16 @@ std::uint32_t NextThreadSlot() {
   return threads.fetch_add(1, std::memory_order_relaxed);
 }
 
+// Threads take slots in turn, so that the few threads of a busy session land
+// on different ones. Plain and constant-initialised: nothing to construct or
+// destroy as a thread starts or ends.
+thread_local std::uint32_t t_slotPlusOne = 0;
+
 }  // namespace
 
 std::atomic<std::uint32_t>& StripedCounter::MySlot() {
-  // Threads take slots in turn, so that the few threads of a busy session
-  // land on different ones.
-  thread_local const std::uint32_t slot = NextThreadSlot() % kSlots;
-  return slots_[slot].value;
+  if (t_slotPlusOne == 0) t_slotPlusOne = NextThreadSlot() % kSlots + 1;
+  return slots_[t_slotPlusOne - 1].value;
 }
 
 // Unsigned, so that a slot that only ever went down still adds up right.
