@@ -29,15 +29,5 @@ TEST_F(LogTest, MaskSelectsLevelsAndTheSecondArgumentIsZero) {
   EXPECT_EQ(g_entries, (std::vector<std::string>{"1 0 level 1", "8 0 level 8"}));
 }
 
-TEST_F(LogTest, NothingIsComposedWhenTheLevelIsOff) {
-  int composed = 0;
-  auto counted = [&composed] { return ++composed; };
-  VXSetLogLevel(8, 0, Capture);
-  VX_LOG(kLogError, counted());
-  EXPECT_EQ(composed, 0);
-  VX_LOG(kLogInfo, counted());
-  EXPECT_EQ(composed, 1);
-}
-
 }  // namespace
 }  // namespace vxbus
