@@ -255,7 +255,8 @@ TEST_F(SocketChannelTest, TricklingReadFailsOnceTheWholeLimitHasPassed) {
   EXPECT_EQ(lines[0].second, "Receive failed with code 10035");
 }
 
-TEST(PipeChannelTest, ConnectAndAcceptWithoutAPartnerFail) {
+TEST_F(ChannelTest, ConnectAndAcceptWithoutAPartnerFail) {
+  EXPECT_FALSE(ConnectSocketChannel("127.0.0.1", static_cast<std::uint16_t>(FreeTcpPort())));
   const std::string base = UniquePipeName("alone");
   Clock::time_point start = Clock::now();
   EXPECT_FALSE(ConnectPipeChannel(""));
