@@ -2,7 +2,6 @@
 // batches and frames written directly by their own thread meet on one session.
 #include <gtest/gtest.h>
 
-#include <cstring>
 #include <thread>
 #include <vector>
 
@@ -128,37 +127,6 @@ TEST_F(FrameTest, CallWithNestedListsAndItsReplyRoundTrip) {
   VXCloseHandle(back);
   MessageRef again;
   EXPECT_FALSE(sender_->PendingCalls().Take(call->GetId(), again));
-}
-
-// A peer that declares a list far above the read limit ends the reading at
-// once: nothing is reserved for it and no list is left behind.
-TEST_F(FrameTest, HugeDeclaredListEndsTheReadingAndLeavesNoList) {
-  const std::uint32_t listsBefore = DEBUG_VXObjectCount().paramLists;
-  for (std::uint32_t state : {1u, 3u}) {
-    const std::uint32_t frame[5] = {6, state, 9, 0xFFFFFFF0u, 0};
-    ASSERT_EQ(pair_.first->Write(frame, sizeof frame), 20);
-    MessageRef message;
-    EXPECT_FALSE(receiver_->ReceiveMessage(message)) << "state " << state;
-    EXPECT_FALSE(message);
-    std::uint32_t rest = 0;  // the children word, when it was left unread
-    while (pair_.second->WaitReadable(0) > 0 && pair_.second->Read(&rest, 4) == 4) {
-    }
-  }
-  EXPECT_EQ(DEBUG_VXObjectCount().paramLists, listsBefore);
-}
-
-// Each of these frames ends the reading after its first 16 bytes.
-TEST_F(FrameTest, BadStatesAndUnknownRepliesConsumeNothingMore) {
-  for (std::uint32_t state : {2u /* reply to an unknown id */, 0u, 4u}) {
-    unsigned char frame[20] = {5, 0, 0, 0};
-    std::memcpy(frame + 4, &state, 4);
-    std::memcpy(frame + 16, "WXYZ", 4);
-    ASSERT_EQ(pair_.first->Write(frame, sizeof frame), 20);
-    MessageRef message;
-    EXPECT_FALSE(receiver_->ReceiveMessage(message)) << "state " << state;
-    EXPECT_FALSE(message);
-    EXPECT_EQ(ReadExactly(pair_.second, 4), (Bytes{'W', 'X', 'Y', 'Z'})) << "state " << state;
-  }
 }
 
 // A frame is written directly only once nothing is queued ahead of it, and
