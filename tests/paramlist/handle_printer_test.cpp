@@ -100,17 +100,12 @@ TEST_F(HandlePrinter, AListThatHoldsItselfPrintsOnce) {
   list->RemoveByName("self");
 }
 
-TEST_F(HandlePrinter, EmptyListsAndValues) {
-  ScopedList list;
+TEST_F(HandlePrinter, EmptyValuesAndArrayElementsOnTheirIndexLines) {
+  ScopedList list, one;
   EXPECT_EQ(ToBuffer(list, true), Framed(list, ""));
   VXSetBinaryValue(list, "none", nullptr, 0);
   VXSetStringValue(list, "empty", nullptr);
   VXSetHandleValue(list, "nothing", VX_INVALID_PARAMLIST);
-  EXPECT_EQ(Recurse(list), "none=\nempty=\nnothing=\n");
-}
-
-TEST_F(HandlePrinter, ArrayElementsStandOnTheirIndexLines) {
-  ScopedList list, one;
   const char* texts[] = {"first", "second"};
   VXSetStringArray(list, "n", 2, texts);
   VXSetInt32Value(one, "a", 1);
@@ -118,6 +113,7 @@ TEST_F(HandlePrinter, ArrayElementsStandOnTheirIndexLines) {
   const HVXPARAMLIST items[] = {one, VX_INVALID_PARAMLIST};
   VXSetHandleArray(list, "h", 2, items);
   EXPECT_EQ(Recurse(list),
+            "none=\nempty=\nnothing=\n"
             "n=ARRAY\n  [0]=first\n\n  [1]=second\n\n"
             "h=ARRAY\n  [0]=    a=1\n    b=2\n\n  [1]=\n");
 }

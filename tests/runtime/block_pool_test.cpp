@@ -40,36 +40,12 @@ std::vector<Block> AllocateMarked(std::size_t count, unsigned char mark) {
   return blocks;
 }
 
-// Blocks made on one thread and freed on another, round after round, as a
-// reader's messages are let go by the dispatch thread: no block is handed
-// out twice while in use, and none loses a byte to another. Many rounds
-// make chains travel through the depot both ways.
-TEST(BlockPool, BlocksFreedOnAnotherThreadServeAgainWithoutOverlap) {
-  for (int round = 0; round < 20; ++round) {
-    const auto mark = static_cast<unsigned char>(round + 1);
-    std::vector<Block> made;
-    std::thread maker([&made, mark] { made = AllocateMarked(500, mark); });
-    maker.join();
-    std::vector<Block> mine = AllocateMarked(300, static_cast<unsigned char>(0x80 | mark));
-    std::thread freer([&made, mark] {
-      for (const Block& block : made) {
-        EXPECT_TRUE(Marked(block, mark));
-        PooledFree(block.bytes, block.size);
-      }
-    });
-    freer.join();
-    for (const Block& block : mine) {
-      EXPECT_TRUE(Marked(block, static_cast<unsigned char>(0x80 | mark)));
-      PooledFree(block.bytes, block.size);
-    }
-  }
-}
-
-// Two threads at once, each freeing what the other made: the depot is the
-// only thing they share.
-TEST(BlockPool, TwoThreadsTradingBlocksAtOnce) {
-  std::vector<Block> first = AllocateMarked(2000, 1);
-  std::vector<Block> second = AllocateMarked(2000, 2);
+// Two threads at once, each freeing what another thread made and making new
+// blocks that this thread frees after they ended, round after round, as a
+// reader's messages are let go by the dispatch thread: no block is handed out
+// twice while in use, none loses a byte to another, and the chains travel
+// through the depot, the only thing the threads share, both ways.
+TEST(BlockPool, BlocksTradedBetweenThreadsServeAgainWithoutOverlap) {
   auto trade = [](std::vector<Block>* theirs, unsigned char theirMark, unsigned char myMark) {
     for (Block& block : *theirs) {
       EXPECT_TRUE(Marked(block, theirMark));
@@ -78,17 +54,17 @@ TEST(BlockPool, TwoThreadsTradingBlocksAtOnce) {
       Mark(block, myMark);
     }
   };
-  std::thread a(trade, &first, 1, 3);
-  std::thread b(trade, &second, 2, 4);
-  a.join();
-  b.join();
-  for (const Block& block : first) {
-    EXPECT_TRUE(Marked(block, 3));
-    PooledFree(block.bytes, block.size);
-  }
-  for (const Block& block : second) {
-    EXPECT_TRUE(Marked(block, 4));
-    PooledFree(block.bytes, block.size);
+  for (int round = 0; round < 10; ++round) {
+    const auto mark = [round](int m) { return static_cast<unsigned char>(round * 4 + m + 1); };
+    std::vector<Block> made[2] = {AllocateMarked(500, mark(0)), AllocateMarked(500, mark(1))};
+    std::thread a(trade, &made[0], mark(0), mark(2)), b(trade, &made[1], mark(1), mark(3));
+    a.join();
+    b.join();
+    for (int t = 0; t < 2; ++t)
+      for (const Block& block : made[t]) {
+        EXPECT_TRUE(Marked(block, mark(t + 2)));
+        PooledFree(block.bytes, block.size);
+      }
   }
 }
 

@@ -21,13 +21,14 @@ namespace {
 using Room = VXMessageQueue::Room;
 constexpr std::uint64_t kOverhead = VXMessageQueue::kMessageOverheadBytes;
 
-// A one-way message whose list holds `payload` bytes of binary value.
-MessageRef OneWay(std::uint32_t payload, const SessionRef& session = SessionRef()) {
+// A one-way message to `slot` whose list holds `payload` bytes of binary value.
+MessageRef OneWay(std::uint32_t payload, const SessionRef& session = SessionRef(),
+                  std::uint32_t slot = 7) {
   HVXPARAMLIST list = VXCreateParamList();
   const std::vector<char> bytes(payload, 'p');
   VXSetBinaryValue(list, "p", bytes.data(), payload);
   MessageRef message(
-      new VXSlotCallMessage(IVXMessage::EventRef(), session, 7, list, nullptr, nullptr));
+      new VXSlotCallMessage(IVXMessage::EventRef(), session, slot, list, nullptr, nullptr));
   VXCloseHandle(list);
   return message;
 }
@@ -73,35 +74,48 @@ TEST(QueueBytes, CountTheCarriedListAndComeBackToZero) {
 }
 
 // Producers that wait for room before they push are all let through by a
-// consumer that pops (a lost wake-up would show as a time-out), and the
-// queue passes its bound by no more than one message per other producer.
-TEST(QueueBytes, WaitingProducersAreWokenAndKeepTheBound) {
-  constexpr int kProducers = 4, kPerProducer = 2000;
+// consumer that pops (a lost wake-up or message shows as a time-out, counted
+// with the nulls); each keeps its order among the others' messages and the
+// null wake-ups, and the queue passes its bound by no more than one message
+// per other producer.
+TEST(QueueBytes, WaitingProducersAreWokenAndKeepTheirOrderAndTheBound) {
+  constexpr std::uint32_t kProducers = 4, kPerProducer = 2000, kNullEvery = 500;
   VXMessageQueue queue;
   const std::uint64_t each = VXMessageQueue::MessageBytes(OneWay(100));
   const std::uint64_t limit = 20 * each;
   std::atomic<int> timedOut{0};
   std::vector<std::thread> producers;
-  for (int p = 0; p < kProducers; ++p)
-    producers.emplace_back([&] {
-      for (int i = 0; i < kPerProducer; ++i) {
-        MessageRef message = OneWay(100);
+  for (std::uint32_t p = 0; p < kProducers; ++p)
+    producers.emplace_back([&, p] {
+      for (std::uint32_t i = 1; i <= kPerProducer; ++i) {
+        MessageRef message = OneWay(100, SessionRef(), p);  // its ids rise as it makes them
         if (queue.WaitForRoom(each, limit, 30000, [] { return false; }) == Room::kTimedOut)
           ++timedOut;
         queue.Push(message);
+        if (i % kNullEvery == 0) queue.Push(MessageRef());
       }
     });
   std::uint64_t most = 0;
-  for (int popped = 0; popped < kProducers * kPerProducer;) {
+  std::vector<std::uint32_t> lastId(kProducers, 0), received(kProducers, 0);
+  std::uint32_t nulls = 0;
+  for (std::uint32_t n = 0; n < kProducers * (kPerProducer + kPerProducer / kNullEvery); ++n) {
     most = std::max(most, queue.QueuedBytes());
     MessageRef out;
     queue.Pop(out, 30000);
-    if (!out) break;  // a lost message shows as a time-out
-    ++popped;
+    if (!out) {
+      ++nulls;
+      continue;
+    }
+    const std::uint32_t p = out->GetSlotId();
+    EXPECT_GT(out->GetId(), lastId[p]) << "producer " << p;
+    lastId[p] = out->GetId();
+    ++received[p];
   }
   for (std::thread& producer : producers)
     producer.join();
   EXPECT_EQ(timedOut, 0);
+  EXPECT_EQ(received, std::vector<std::uint32_t>(kProducers, kPerProducer));
+  EXPECT_EQ(nulls, kProducers * kPerProducer / kNullEvery);
   EXPECT_LE(most, limit + (kProducers - 1) * each);
   EXPECT_EQ(queue.QueuedBytes(), 0u);
 }

@@ -1,9 +1,11 @@
-// Frames byte for byte on a real channel.
+// Frames byte for byte on a real channel, and their order when the writer's
+// batches and frames written directly by their own thread meet on one session.
 #include <gtest/gtest.h>
 
-#include <cstring>
+#include <thread>
 #include <vector>
 
+#include "paramlist/fast_holder.h"
 #include "paramlist/handle.h"
 #include "session/application.h"
 #include "session/slot_call_message.h"
@@ -36,8 +38,36 @@ class FrameTest : public ::testing::Test {
     sender_ = UsableSession(pair_.first, "host:2/receiver");
     receiver_ = UsableSession(pair_.second, "host:1/sender");
   }
+
+  // A one-way frame to `slot` whose list holds `bytes` bytes of payload.
+  MessageRef OneWay(std::uint32_t slot, std::size_t bytes) {
+    HVXPARAMLIST list = VXCreateParamList();
+    const std::vector<char> payload(bytes, static_cast<char>(slot));
+    VXSetBinaryValue(list, "p", payload.data(), static_cast<std::uint32_t>(bytes));
+    MessageRef message(
+        new VXSlotCallMessage(IVXMessage::EventRef(), sender_, slot, list, nullptr, nullptr));
+    VXCloseHandle(list);
+    return message;
+  }
+
+  // What the writer thread does with its queue.
+  bool WriteWhatIsQueued() { return sender_->WriteQueuedBatch(0); }
+
+  // Reads `count` frames and returns their slots, in arrival order.
+  std::vector<std::uint32_t> ReceiveSlots(std::size_t count) {
+    std::vector<std::uint32_t> slots;
+    for (std::size_t i = 0; i < count; ++i) {
+      MessageRef message;
+      if (!receiver_->ReceiveMessage(message) || !message.IsValid()) break;
+      slots.push_back(message->GetSlotId());
+      sizes_.push_back(message->GetInputList()->Used());
+    }
+    return slots;
+  }
+
   testing::ChannelPair pair_;
   SessionRef sender_, receiver_;
+  std::vector<std::uint32_t> sizes_;
 };
 
 // Ids start at 1; a null list goes out empty and arrives as a valid, empty list.
@@ -99,35 +129,48 @@ TEST_F(FrameTest, CallWithNestedListsAndItsReplyRoundTrip) {
   EXPECT_FALSE(sender_->PendingCalls().Take(call->GetId(), again));
 }
 
-// A peer that declares a list far above the read limit ends the reading at
-// once: nothing is reserved for it and no list is left behind.
-TEST_F(FrameTest, HugeDeclaredListEndsTheReadingAndLeavesNoList) {
-  const std::uint32_t listsBefore = DEBUG_VXObjectCount().paramLists;
-  for (std::uint32_t state : {1u, 3u}) {
-    const std::uint32_t frame[5] = {6, state, 9, 0xFFFFFFF0u, 0};
-    ASSERT_EQ(pair_.first->Write(frame, sizeof frame), 20);
-    MessageRef message;
-    EXPECT_FALSE(receiver_->ReceiveMessage(message)) << "state " << state;
-    EXPECT_FALSE(message);
-    std::uint32_t rest = 0;  // the children word, when it was left unread
-    while (pair_.second->WaitReadable(0) > 0 && pair_.second->Read(&rest, 4) == 4) {
-    }
-  }
-  EXPECT_EQ(DEBUG_VXObjectCount().paramLists, listsBefore);
+// A frame is written directly only once nothing is queued ahead of it, and
+// never while another thread holds the claim or after writing has ended.
+TEST_F(FrameTest, DirectWritesNeverOvertakeQueuedFrames) {
+  sender_->QueueFrame(OneWay(1, 8));
+  EXPECT_FALSE(sender_->ClaimIdleWriter());  // frame 1 is queued
+  ASSERT_TRUE(WriteWhatIsQueued());
+  ASSERT_TRUE(sender_->ClaimIdleWriter());
+  bool claimedElsewhere = true;
+  std::thread([&] { claimedElsewhere = sender_->ClaimIdleWriter(); }).join();
+  EXPECT_FALSE(claimedElsewhere);
+  sender_->QueueFrame(OneWay(3, 8));  // queued while 2 holds the claim
+  sender_->WriteClaimed(OneWay(2, 8));
+  EXPECT_FALSE(sender_->ClaimIdleWriter());  // frame 3 is still queued
+  ASSERT_TRUE(WriteWhatIsQueued());
+  EXPECT_EQ(ReceiveSlots(3), (std::vector<std::uint32_t>{1, 2, 3}));
+
+  sender_->EndWriting();
+  EXPECT_FALSE(sender_->ClaimIdleWriter());
+  sender_->QueueFrame(OneWay(4, 8));
+  EXPECT_FALSE(WriteWhatIsQueued());
 }
 
-// Each of these frames ends the reading after its first 16 bytes.
-TEST_F(FrameTest, BadStatesAndUnknownRepliesConsumeNothingMore) {
-  for (std::uint32_t state : {2u /* reply to an unknown id */, 0u, 4u}) {
-    unsigned char frame[20] = {5, 0, 0, 0};
-    std::memcpy(frame + 4, &state, 4);
-    std::memcpy(frame + 16, "WXYZ", 4);
-    ASSERT_EQ(pair_.first->Write(frame, sizeof frame), 20);
-    MessageRef message;
-    EXPECT_FALSE(receiver_->ReceiveMessage(message)) << "state " << state;
-    EXPECT_FALSE(message);
-    EXPECT_EQ(ReadExactly(pair_.second, 4), (Bytes{'W', 'X', 'Y', 'Z'})) << "state " << state;
+// Consecutive queued frames of mixed sizes leave in one batch, some
+// collected and some in place, and arrive whole and in order.
+TEST_F(FrameTest, ABatchOfQueuedFramesArrivesWholeAndInOrder) {
+  std::vector<std::uint32_t> slots, sizes;
+  for (std::uint32_t slot = 10; slot < 60; ++slot) {
+    const std::size_t bytes = slot % 10 == 0 ? 100000 + slot : slot * 3;
+    MessageRef message = OneWay(slot, bytes);
+    slots.push_back(slot);
+    sizes.push_back(message->GetInputList()->Used());
+    sender_->QueueFrame(message);
   }
+  bool written = false;
+  std::thread writer([&] { written = WriteWhatIsQueued(); });
+  EXPECT_EQ(ReceiveSlots(slots.size()), slots);
+  writer.join();
+  EXPECT_TRUE(written);
+  EXPECT_EQ(sizes_, sizes);
+  EXPECT_TRUE(sender_->ClaimIdleWriter());  // all of them are out
+  sender_->WriteClaimed(OneWay(99, 1));
+  EXPECT_EQ(ReceiveSlots(1), (std::vector<std::uint32_t>{99}));
 }
 
 }  // namespace

@@ -11,7 +11,6 @@
 #include "paramlist/handle.h"
 #include "session/application.h"
 #include "session/application_registry.h"
-#include "session/message_queue.h"
 #include "session/session_threads.h"
 #include "session/slot_call_message.h"
 #include "support/channel_pair.h"
@@ -32,8 +31,8 @@ struct Observed {
   std::atomic<int> completions{0}, nullOutputs{0};
   std::atomic<bool> connected{false};
 
-  // Two sessions' readers may report at once: every field is written under
-  // the mutex, and `thread` records who reported.
+  // Written on a reader thread while the test reads: every field is written
+  // under the mutex, and `thread` records who reported.
   void Add(const std::string& text, std::thread::id* thread) {
     std::lock_guard<std::mutex> lock(mutex);
     events.push_back(text);
@@ -103,35 +102,6 @@ class SessionTest : public ::testing::Test {
   testing::LogCapture log_;
   VXObjectCounters livesBefore_;
 };
-
-// Plays the dispatch thread for one request, answering with `echo`.
-void AnswerOneRequest(const char* echo) {
-  MessageRef request;
-  for (int i = 0; i < 100 && !request; ++i)
-    g_dispatchQueue.Pop(request, 100);
-  ASSERT_TRUE(request);
-  VXSetStringValue(HandleFromList(request->GetOutputList().get()), "echo", echo);
-  request->SetReplyState();
-  request->GetSession()->QueueFrame(request);
-}
-
-TEST_F(SessionTest, FramesFlowBothWays) {
-  testing::ChannelPair pair = testing::MakeSocketChannelPair();
-  SessionRef a = EstablishedSession(pair.first, "hostB:2/b");
-  SessionRef b = EstablishedSession(pair.second, "hostA:1/a");
-  for (const char* target : {"hostB:2/b", "hostA:1/a"}) {
-    HVXPARAMLIST result = VX_INVALID_PARAMLIST;
-    std::thread caller([&result, target] { result = VXCall(target, 5, VX_INVALID_PARAMLIST); });
-    AnswerOneRequest(target);
-    caller.join();
-    EXPECT_STREQ(VXGetStringValue(result, "echo"), target);
-    VXCloseHandle(result);
-  }
-  a.Reset();
-  b.Reset();
-  pair = {};
-  VXDisconnect("hostB:2/b");  // the other side then sees its peer go
-}
 
 TEST_F(SessionTest, PeerGoneCompletesEveryCallOnceWithNullOutput) {
   testing::ChannelPair pair = testing::MakeSocketChannelPair();

@@ -24,7 +24,6 @@ class MemoryChannel : public ITransportChannel {
   // Takes exactly `length` queued bytes, or none and -1 when fewer are there.
   std::int32_t Read(void* buffer, std::uint32_t length) override {
     std::lock_guard<std::mutex> lock(mutex_);
-    ++reads_;
     if (length == 0) return 0;
     if (queue_.size() < length) return -1;
     auto* out = static_cast<unsigned char*>(buffer);
@@ -76,17 +75,12 @@ class MemoryChannel : public ITransportChannel {
     std::lock_guard<std::mutex> lock(mutex_);
     return queue_.size();
   }
-  int Reads() {
-    std::lock_guard<std::mutex> lock(mutex_);
-    return reads_;
-  }
 
  private:
   std::mutex mutex_;
   std::deque<unsigned char> queue_;
   Bytes written_;
   int writesLeft_ = -1;  // negative: no limit
-  int reads_ = 0;
 };
 
 }  // namespace testing

@@ -39,30 +39,27 @@ TEST(AppIdBlock, WritesExactBytesThatReadBack) {
   }
 }
 
-TEST(AppIdBlock, ReadsTheLargestBlockAndRefusesALargerOneUnread) {
-  MemoryChannel largest;
-  largest.Feed(Block(256, std::string(256, 'n')));
-  largest.Feed({0xEE});
-  EXPECT_EQ(ReadAppId(largest), std::string(256, 'n'));
-  EXPECT_EQ(largest.Queued(), 1u);
-
-  MemoryChannel tooLarge;
-  tooLarge.Feed(Block(257, std::string(257, 'y')));
-  EXPECT_EQ(ReadAppId(tooLarge), "");
-  EXPECT_EQ(tooLarge.Reads(), 1) << "only the length is read";
-  EXPECT_EQ(tooLarge.Queued(), 257u);
-}
-
-TEST(AppIdBlock, EmptyLengthOrZeroFirstByteReadsEmpty) {
-  MemoryChannel zeroLength;
-  zeroLength.Feed(Block(0, "\xEE"));
-  EXPECT_EQ(ReadAppId(zeroLength), "");
-  EXPECT_EQ(zeroLength.Queued(), 1u) << "N = 0 consumes only the length";
-
-  MemoryChannel zeroFirstByte;
-  zeroFirstByte.Feed(Block(8, std::string("\0host\0\0\0", 8)));
-  EXPECT_EQ(ReadAppId(zeroFirstByte), "");
-  EXPECT_EQ(zeroFirstByte.Queued(), 0u) << "the whole block is consumed";
+// What a read leaves queued shows how far it went.
+TEST(AppIdBlock, ReadsTheLargestBlockAndStopsEarlyOnTheOthers) {
+  const struct {
+    const char* what;
+    Bytes fed;
+    std::string name;
+    std::size_t left;
+  } cases[] = {
+      {"the largest block", Block(256, std::string(256, 'n') + '\xEE'), std::string(256, 'n'), 1},
+      {"a larger one: only its length is read", Block(257, std::string(257, 'y')), "", 257},
+      {"N = 0: only the length is read", Block(0, "\xEE"), "", 1},
+      {"a zero first byte: the whole block is read", Block(8, std::string("\0host\0\0\0", 8)), "",
+       0},
+  };
+  for (const auto& c : cases) {
+    SCOPED_TRACE(c.what);
+    MemoryChannel channel;
+    channel.Feed(c.fed);
+    EXPECT_EQ(ReadAppId(channel), c.name);
+    EXPECT_EQ(channel.Queued(), c.left);
+  }
 }
 
 }  // namespace

@@ -152,7 +152,9 @@ TYPED_TEST(BothChannels, InterruptedReadsEndAtOnceAndWritesGoOn) {
   EXPECT_EQ(pair.first->Read(got.data(), 2), 2);
 }
 
-TYPED_TEST(BothChannels, PeerClosingMidReadFailsTheRead) {
+// A peer gone mid-read fails the read, and writing to it must fail, not raise
+// a signal that ends the process.
+TYPED_TEST(BothChannels, PeerClosingFailsReadsAndWrites) {
   ChannelPair pair = TypeParam::Make();
   LogCapture log;
   ASSERT_EQ(pair.first->Write(Pattern(10).data(), 10), 10);
@@ -168,15 +170,9 @@ TYPED_TEST(BothChannels, PeerClosingMidReadFailsTheRead) {
     EXPECT_EQ(lines[0].first, 8u);
     EXPECT_EQ(lines[0].second, TypeParam::kClosedLine);
   }
-}
-
-// Writing to a gone peer must fail, not raise a signal that ends the process.
-TYPED_TEST(BothChannels, WritingToAClosedPeerFails) {
-  ChannelPair pair = TypeParam::Make();
-  pair.second.Reset();
   const Bytes bytes(8 * 1024 * 1024, 'x');
-  EXPECT_EQ(pair.first->Write(bytes.data(), static_cast<std::uint32_t>(bytes.size())), -1);
-  EXPECT_EQ(pair.first->Write(bytes.data(), 1), -1);
+  EXPECT_EQ(pair.second->Write(bytes.data(), static_cast<std::uint32_t>(bytes.size())), -1);
+  EXPECT_EQ(pair.second->Write(bytes.data(), 1), -1);
 }
 
 using SocketChannelTest = ChannelTest;
@@ -259,35 +255,8 @@ TEST_F(SocketChannelTest, TricklingReadFailsOnceTheWholeLimitHasPassed) {
   EXPECT_EQ(lines[0].second, "Receive failed with code 10035");
 }
 
-TEST_F(SocketChannelTest, AddressesAreDottedAddressAndPortAndAClosedPortRefuses) {
-  ChannelPair pair = MakeSocketChannelPair();
-  // "127.0.0.1:" and a port in decimal without a leading zero.
-  auto dotted = [](const std::string& text) {
-    const std::string prefix = "127.0.0.1:";
-    if (text.compare(0, prefix.size(), prefix) != 0 || text.size() == prefix.size()) return false;
-    const std::string port = text.substr(prefix.size());
-    return port[0] != '0' && port.find_first_not_of("0123456789") == std::string::npos;
-  };
-  EXPECT_TRUE(dotted(pair.first->GetLocalAddress()));
-  EXPECT_TRUE(dotted(pair.first->GetPeerAddress()));
-  EXPECT_EQ(pair.first->GetPeerAddress(), pair.second->GetLocalAddress());
-  EXPECT_EQ(pair.first->GetLocalAddress(), pair.second->GetPeerAddress());
-  EXPECT_NE(pair.first->GetLocalAddress(), pair.first->GetPeerAddress());
+TEST_F(ChannelTest, ConnectAndAcceptWithoutAPartnerFail) {
   EXPECT_FALSE(ConnectSocketChannel("127.0.0.1", static_cast<std::uint16_t>(FreeTcpPort())));
-}
-
-TEST(PipeChannelTest, AddressesNameThePipesSwappedBetweenTheSides) {
-  ChannelPair pair = MakePipeChannelPair();
-  const std::string in = listenerPipeInName, out = listenerPipeOutName;
-  ASSERT_GT(in.size(), 3u);
-  EXPECT_EQ(out, in.substr(0, in.size() - 3) + "_out");
-  EXPECT_EQ(pair.second->GetLocalAddress(), in);
-  EXPECT_EQ(pair.second->GetPeerAddress(), out);
-  EXPECT_EQ(pair.first->GetLocalAddress(), out);
-  EXPECT_EQ(pair.first->GetPeerAddress(), in);
-}
-
-TEST(PipeChannelTest, ConnectAndAcceptWithoutAPartnerFail) {
   const std::string base = UniquePipeName("alone");
   Clock::time_point start = Clock::now();
   EXPECT_FALSE(ConnectPipeChannel(""));
