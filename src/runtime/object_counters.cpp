@@ -17,17 +17,31 @@ thread_local std::uint32_t t_slotPlusOne = 0;
 
 }  // namespace
 
-std::atomic<std::uint32_t>& StripedCounter::MySlot() {
+std::uint32_t StripedCounter::MySlot() {
   if (t_slotPlusOne == 0) t_slotPlusOne = NextThreadSlot() % kSlots + 1;
-  return slots_[t_slotPlusOne - 1].value;
+  return t_slotPlusOne - 1;
 }
 
-// Unsigned, so that a slot that only ever went down still adds up right.
-std::uint32_t StripedCounter::load() const {
-  std::uint32_t sum = 0;
-  for (const Slot& slot : slots_)
-    sum += slot.value.load(std::memory_order_relaxed);
+std::uint32_t StripedCounter::Sum(const Slot (&slots)[kSlots]) {
+  std::uint32_t sum = 0;  // unsigned: wraps, and the difference stays right
+  for (const Slot& slot : slots)
+    sum += slot.value.load(std::memory_order_acquire);
   return sum;
+}
+
+// Every down follows its up in time, and is seen with it. Downs read before
+// and after the ups that stayed the same mean none happened in between, so
+// ups minus downs is the count at a moment while the ups were read. A count
+// that keeps changing is read as ups minus the downs before them: too high
+// by what came up meanwhile, never below zero.
+std::uint32_t StripedCounter::load() const {
+  std::uint32_t downs = Sum(downs_);
+  for (int round = 0;; ++round) {
+    const std::uint32_t ups = Sum(ups_);
+    const std::uint32_t downsAfter = Sum(downs_);
+    if (downsAfter == downs || round == 63) return ups - downs;
+    downs = downsAfter;
+  }
 }
 
 StripedCounter g_liveApplications;

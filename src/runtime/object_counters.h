@@ -9,21 +9,22 @@ namespace vxbus {
 
 // A count changed on every message by several threads, mostly one adding and
 // another taking away (a reader makes a message, the dispatch thread lets it
-// go). Each thread changes a slot of its own, on a cache line of its own, so
-// the changes don't move one line between the cores for every message;
-// reading adds the slots up. A read while others change the count sees some
-// of those changes and not others; once they stop, it is exact. Never
-// blocks; any thread.
+// go). Each thread adds to slots of its own, on cache lines of their own, so
+// the changes don't move one line between the cores for every message. Ups
+// and downs are kept apart, so that a read can tell a moment at which the
+// sum was true (see load). Never blocks; any thread.
 class StripedCounter {
  public:
   StripedCounter& operator++() {
-    MySlot().fetch_add(1, std::memory_order_relaxed);
+    ups_[MySlot()].value.fetch_add(1, std::memory_order_release);
     return *this;
   }
   StripedCounter& operator--() {
-    MySlot().fetch_sub(1, std::memory_order_relaxed);
+    downs_[MySlot()].value.fetch_add(1, std::memory_order_release);
     return *this;
   }
+  // The count as it stood at some moment during the call: exact at rest,
+  // never a value that the count did not have.
   std::uint32_t load() const;
   operator std::uint32_t() const { return load(); }  // NOLINT: reads like the atomic it replaces
 
@@ -32,8 +33,10 @@ class StripedCounter {
   struct alignas(64) Slot {
     std::atomic<std::uint32_t> value{0};
   };
-  std::atomic<std::uint32_t>& MySlot();
-  Slot slots_[kSlots];
+  static std::uint32_t MySlot();
+  static std::uint32_t Sum(const Slot (&slots)[kSlots]);
+  Slot ups_[kSlots];
+  Slot downs_[kSlots];
 };
 
 extern StripedCounter g_liveApplications;
