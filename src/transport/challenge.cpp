@@ -12,19 +12,6 @@ int ChallengeByteOfDraw(std::uint32_t v) {
   return static_cast<int>((v % 257) & 0xFF);
 }
 
-unsigned char DrawChallengeByte(std::mt19937& generator) {
-  int byte;
-  do {
-    byte = ChallengeByteOfDraw(static_cast<std::uint32_t>(generator()));
-  } while (byte < 0);
-  return static_cast<unsigned char>(byte);
-}
-
-void FillChallenge(std::mt19937& generator, unsigned char* out) {
-  for (std::size_t i = 0; i < kChallengeBytes; ++i)
-    out[i] = DrawChallengeByte(generator);
-}
-
 bool FillChallenge(unsigned char* out) {
   // One draw per byte, and a few spare for the rare draw that is thrown away.
   std::uint32_t draws[kChallengeBytes + 8];

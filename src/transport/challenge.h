@@ -5,7 +5,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <random>
 
 namespace vxbus {
 
@@ -18,17 +17,11 @@ constexpr std::size_t kAnswerBytes = 16;
 // next. False, with `out` not to be used, when the source cannot be read.
 bool FillChallenge(unsigned char* out);
 
-// The same rule over a caller's generator, so that tests can replay it.
-void FillChallenge(std::mt19937& generator, unsigned char* out);
-
 // The byte that one draw v yields, or -1 when v must be drawn again. The byte
 // is v modulo 257 cut to 8 bits, so both 0 and 256 give byte 0 and byte 0
 // comes twice as often as any other; that unevenness is part of the scheme.
 // Only 0xFFFFFFFF, whose quotient by 257 reaches 0xFF00FF, is thrown away.
 int ChallengeByteOfDraw(std::uint32_t v);
-
-// Draws until ChallengeByteOfDraw accepts.
-unsigned char DrawChallengeByte(std::mt19937& generator);
 
 // Whether the answer equals the expected digest, in a time that does not
 // depend on where they differ.
