@@ -566,6 +566,9 @@ VXBUS_API void PrintHandleInfoToBuffer(HVXPARAMLIST list, bool printTypes, char*
 // heap and return null when it is exhausted; VXFree takes what they returned.
 // VXSetLogLevel installs the one log sink (null removes it); the sink runs on
 // whichever thread logs, and its text is borrowed for the call.
+// DEBUG_VXObjectCount never blocks; each count is one its object really had
+// at some moment of the call (exact at rest), and together they are not one
+// snapshot.
 VXBUS_API void* VXAllocate(std::uint64_t size);
 VXBUS_API void* VXRealloc(void* pointer, std::uint64_t size);
 VXBUS_API void VXFree(void* pointer);
