@@ -121,8 +121,8 @@ VXMessageQueue::Node* VXMessageQueue::TakeBatch(std::int32_t limitMs) {
     batch = head_.exchange(nullptr, std::memory_order_seq_cst);
     return batch != nullptr || woken_.exchange(false);
   };
-  // The next frame of a stream, or the reply a caller waits for, mostly
-  // comes within a few microseconds: a short look spares a sleep and a wake.
+  // On a queue that spins, the next request mostly comes within a few
+  // microseconds: a short look spares a sleep and a wake.
   if (spins_ && SpinBriefly([this] { return head_.load(std::memory_order_relaxed) != nullptr; }) &&
       take())
     return batch;
