@@ -66,13 +66,6 @@ platform::SocketHandle OpenLoopback(int port, bool* connected) {
   return s;
 }
 
-// A line the peer wrote already, or the next one with that start.
-std::string LineFrom(Peer& peer, const std::string& prefix) {
-  for (const std::string& line : peer.Lines())
-    if (line.rfind(prefix, 0) == 0) return line;
-  return peer.Expect(prefix);
-}
-
 class LifecycleTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -203,7 +196,7 @@ TEST_F(LifecycleTest, TcpListenerWaitsForItsPortLimitsConnectionsAndReportsSessi
   ASSERT_TRUE(guest.Ready() && second.Ready() && third.Ready());
   ASSERT_EQ(ConnectFrom(guest, port), Accepted());
   // The guest's own connect listener names its end: "connected ... local remote".
-  std::istringstream guestView(LineFrom(guest, "connected " + g_ownAppId + " "));
+  std::istringstream guestView(guest.ExpectSeen("connected " + g_ownAppId + " "));
   std::string word[6];  // connected appId host port name local
   guestView >> word[0] >> word[1] >> word[2] >> word[3] >> word[4] >> word[5];
   ASSERT_TRUE(WaitUntil([] { return Copy(g_connects).size() == 1; }));

@@ -39,6 +39,12 @@ std::string Peer::Expect(const std::string& prefix, std::chrono::milliseconds li
   }
 }
 
+std::string Peer::ExpectSeen(const std::string& prefix) {
+  for (const auto& line : lines_)
+    if (line.compare(0, prefix.size(), prefix) == 0) return line;
+  return Expect(prefix);
+}
+
 int Peer::CountLines(const std::string& prefix) const {
   int n = 0;
   for (const auto& line : lines_)

@@ -41,6 +41,9 @@ class Peer {
   // Reads lines until one starts with `prefix`, and gives it; empty on time-out.
   std::string Expect(const std::string& prefix,
                      std::chrono::milliseconds limit = std::chrono::seconds(15));
+  // The first line read so far that starts with `prefix`, else Expect's:
+  // for lines the peer's threads may write before it says it is ready.
+  std::string ExpectSeen(const std::string& prefix);
   // Every line read so far.
   const std::vector<std::string>& Lines() const { return lines_; }
   int CountLines(const std::string& prefix) const;
