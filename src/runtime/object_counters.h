@@ -9,10 +9,10 @@ namespace vxbus {
 
 // A count changed on every message by several threads, mostly one adding and
 // another taking away (a reader makes a message, the dispatch thread lets it
-// go). Each thread adds to slots of its own, on cache lines of their own, so
-// the changes don't move one line between the cores for every message. Ups
-// and downs are kept apart, so that a read can tell a moment at which the
-// sum was true (see load). Never blocks; any thread.
+// go). Threads take turns over sixteen slots, each on a cache line of its
+// own, so the changes don't move one line between the cores for every
+// message. Ups and downs are kept apart, so that a read can tell a moment at
+// which the sum was true (see load). Never blocks; any thread.
 class StripedCounter {
  public:
   StripedCounter& operator++() {

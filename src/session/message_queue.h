@@ -5,9 +5,10 @@
 // in arrival order from a list only it touches.
 //
 // The queue counts the bytes it holds, with one atomic add per push; the
-// consumer gives popped bytes back in lumps. It enforces no limit itself: a producer that must not
-// overfill it asks for room first (WaitForRoom) and sleeps only then; the consumer's pop wakes such
-// a sleeper only when one is there.
+// consumer gives popped bytes back in lumps. It enforces no limit itself: a
+// producer that must not overfill it asks for room first (WaitForRoom) and
+// sleeps only then; the consumer's pop wakes such a sleeper only when one is
+// there.
 #ifndef VXBUS_SESSION_MESSAGE_QUEUE_H_
 #define VXBUS_SESSION_MESSAGE_QUEUE_H_
 
