@@ -100,6 +100,8 @@ TEST_F(DeadPeerTest, PeerKilledMidCallLeavesNothingAndTheNextPeerIsServedAtOnce)
 
   doomed.Kill();
   ASSERT_TRUE(WaitForSessionEnd(doomed));
+  EXPECT_EQ(VXNotify(doomed.AppId().c_str(), 1, VX_INVALID_PARAMLIST, nullptr, nullptr),
+            VX_ERROR_NO_APPLICATION);
   gate_.open.Raise();
   for (auto& caller : callers)
     caller.join();

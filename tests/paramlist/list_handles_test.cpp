@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <sstream>
 #include <string>
-#include <thread>
 #include <vector>
 
 #include "list_test_support.h"
@@ -90,21 +89,6 @@ TEST_F(ListHandles, ParentKeepsItsChildrenAlive) {
   EXPECT_EQ(LiveLists(), live + 3);
   EXPECT_EQ(RefCount(child), 1);
   VXCloseHandle(child);
-}
-
-// Reference counts are the only part of a list that threads share.
-TEST_F(ListHandles, ReferencesFromSeveralThreads) {
-  ScopedList shared;
-  auto churn = [&shared] {
-    for (int i = 0; i < 2000; ++i) {
-      VXCloseHandle(VXReferenceHandle(shared));
-      VXCloseHandle(VXCreateParamList());
-    }
-  };
-  std::thread a(churn), b(churn);
-  a.join();
-  b.join();
-  EXPECT_EQ(RefCount(shared), 1);
 }
 
 TEST_F(ListHandles, CloneCopiesTheImageAndSharesNestedLists) {

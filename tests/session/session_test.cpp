@@ -7,7 +7,6 @@
 #include <thread>
 #include <vector>
 
-#include "messaging/signal_table.h"
 #include "paramlist/handle.h"
 #include "session/application.h"
 #include "session/application_registry.h"
@@ -27,8 +26,6 @@ struct Observed {
   std::mutex mutex;
   std::vector<std::string> events;
   std::thread::id connectThread, disconnectThread;
-  bool subscriptionsGoneAtDisconnect = false;
-  std::atomic<int> completions{0}, nullOutputs{0};
   std::atomic<bool> connected{false};
 
   // Written on a reader thread while the test reads: every field is written
@@ -50,22 +47,9 @@ void OnConnect(const char* local, const char* remote, const char* appId, const c
 }
 
 void OnDisconnect(const char* appId, const char* host, std::int32_t port, const char* name) {
-  bool subscriptionsGone;
-  {
-    std::lock_guard<std::recursive_mutex> lock(g_signalTable.mutex);
-    subscriptionsGone = g_signalTable.signals["test.signal"].empty();
-  }
   g_observed->Add(
       std::string("disconnect ") + appId + " " + host + " " + std::to_string(port) + " " + name,
       &g_observed->disconnectThread);
-  std::lock_guard<std::mutex> lock(g_observed->mutex);
-  g_observed->subscriptionsGoneAtDisconnect = subscriptionsGone;
-}
-
-_tag_VX_ERROR OnNotified(const char*, std::uint32_t, HVXPARAMLIST, HVXPARAMLIST output, void*) {
-  ++g_observed->completions;
-  g_observed->nullOutputs += output.value == nullptr;
-  return VX_SUCCESS;
 }
 
 // What the handshake would do, minus the exchange.
@@ -94,8 +78,6 @@ class SessionTest : public ::testing::Test {
     }));
     VXSetConnectListener(nullptr);
     VXSetDisconnectListener(nullptr);
-    std::lock_guard<std::recursive_mutex> lock(g_signalTable.mutex);
-    g_signalTable.signals.clear();
   }
 
   Observed observed_;
@@ -103,38 +85,9 @@ class SessionTest : public ::testing::Test {
   VXObjectCounters livesBefore_;
 };
 
-TEST_F(SessionTest, PeerGoneCompletesEveryCallOnceWithNullOutput) {
+TEST_F(SessionTest, LocalStopRunsBothListenersOnTheReader) {
   testing::ChannelPair pair = testing::MakeSocketChannelPair();
-  EstablishedSession(pair.first, "peer:9/gone");  // its threads and registry entry keep it
-  constexpr int kNotifications = 5;
-  for (int i = 0; i < kNotifications; ++i)
-    EXPECT_EQ(VXNotify("peer:9/gone", 1, VX_INVALID_PARAMLIST, OnNotified, nullptr), VX_SUCCESS);
-  HVXPARAMLIST callResult{reinterpret_cast<void*>(1)};
-  std::thread caller([&] { callResult = VXCall("peer:9/gone", 2, VX_INVALID_PARAMLIST); });
-  // Let the requests reach the peer, then the peer goes.
-  unsigned char request[20];
-  for (int i = 0; i < kNotifications + 1; ++i)
-    ASSERT_EQ(pair.second->Read(request, 20), 20);
-  pair.second.Reset();
-  caller.join();
-  EXPECT_EQ(callResult.value, nullptr);
-  EXPECT_TRUE(WaitUntil([this] { return observed_.nullOutputs == kNotifications; }));
-  EXPECT_TRUE(
-      WaitUntil([this] { return log_.Count("Remote disconnect: \"peer:9/gone\" stopped") > 0; }));
-  EXPECT_TRUE(WaitUntil([] { return !g_applications.Find("peer:9/gone"); }));
-  EXPECT_EQ(VXNotify("peer:9/gone", 1, VX_INVALID_PARAMLIST, nullptr, nullptr),
-            VX_ERROR_NO_APPLICATION);
-  EXPECT_EQ(observed_.completions, kNotifications);  // still: each exactly once
-}
-
-TEST_F(SessionTest, LocalStopRunsListenersOnTheReaderAndDropsSubscriptions) {
-  testing::ChannelPair pair = testing::MakeSocketChannelPair();
-  VXRegisterSignal("test.signal");
   SessionRef a = EstablishedSession(pair.first, "hostX:4711/viewer");
-  {
-    std::lock_guard<std::recursive_mutex> lock(g_signalTable.mutex);
-    g_signalTable.signals["test.signal"].push_back(VXSubscriber{a, 3});
-  }
   ASSERT_TRUE(WaitUntil([this] { return observed_.connected.load(); }));
   EXPECT_EQ(VXDisconnect("hostX:4711/viewer"), VX_SUCCESS);
   // The reader was joined, so the disconnect listener has run already.
@@ -148,7 +101,6 @@ TEST_F(SessionTest, LocalStopRunsListenersOnTheReaderAndDropsSubscriptions) {
                                       "disconnect hostX:4711/viewer hostX 4711 viewer"}));
   EXPECT_EQ(observed_.connectThread, observed_.disconnectThread);
   EXPECT_NE(observed_.connectThread, std::this_thread::get_id());
-  EXPECT_TRUE(observed_.subscriptionsGoneAtDisconnect);
 }
 
 // The session a disconnect listener stops again, as VXDisconnect does once it

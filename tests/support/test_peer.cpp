@@ -138,7 +138,6 @@ void Command(const std::string& line) {
     std::uint32_t slot = 0;
     in >> appId >> slot;
     HVXPARAMLIST list = VXCreateParamList();
-    VXSetStringValue(list, "from", g_ownAppId.c_str());
     HVXPARAMLIST reply = VXCall(appId.c_str(), slot, list);
     Say("call-result " + std::string(reply.value ? "list" : "null") + " " +
         Text(VXGetStringValue(reply, "servedBy")));
