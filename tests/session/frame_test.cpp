@@ -97,38 +97,6 @@ TEST_F(FrameTest, ReceivedCallLeavesAsSixteenByteEmptyReply) {
   EXPECT_EQ(ReadExactly(pair_.first, 16), (Bytes{2, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
 }
 
-TEST_F(FrameTest, CallWithNestedListsAndItsReplyRoundTrip) {
-  HVXPARAMLIST input = VXCreateParamList(), sub = VXCreateParamList();
-  VXSetStringValue(sub, "s", "hi");
-  VXSetHandleValue(input, "sub", sub);
-  VXCloseHandle(sub);
-  MessageRef call(new VXSlotCallMessage(IVXMessage::EventRef(new MTObjects::ISyncEvent), sender_,
-                                        42, input, nullptr, nullptr));
-  VXCloseHandle(input);  // the message holds its own reference
-  sender_->PendingCalls().Insert(call);
-  ASSERT_GE(call->Send(), 0);
-
-  MessageRef request;
-  ASSERT_TRUE(receiver_->ReceiveMessage(request));
-  EXPECT_EQ(request->GetId(), call->GetId());
-  EXPECT_EQ(request->GetSlotId(), 42u);
-  HVXPARAMLIST gotSub = VXGetHandleValue(HandleFromList(request->GetInputList().get()), "sub");
-  EXPECT_STREQ(VXGetStringValue(gotSub, "s"), "hi");
-  HVXPARAMLIST output = HandleFromList(request->GetOutputList().get());
-  VXSetHandleValue(output, "back", gotSub);  // the reply carries it back, nested
-  VXCloseHandle(gotSub);
-  ASSERT_GE(request->Send(), 0);
-
-  MessageRef reply;
-  ASSERT_TRUE(sender_->ReceiveMessage(reply));
-  EXPECT_EQ(reply.get(), call.get());  // the same object receives its reply
-  HVXPARAMLIST back = VXGetHandleValue(HandleFromList(reply->GetOutputList().get()), "back");
-  EXPECT_STREQ(VXGetStringValue(back, "s"), "hi");
-  VXCloseHandle(back);
-  MessageRef again;
-  EXPECT_FALSE(sender_->PendingCalls().Take(call->GetId(), again));
-}
-
 // A frame is written directly only once nothing is queued ahead of it, and
 // never while another thread holds the claim or after writing has ended.
 TEST_F(FrameTest, DirectWritesNeverOvertakeQueuedFrames) {
