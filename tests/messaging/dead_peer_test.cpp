@@ -51,7 +51,7 @@ class DeadPeerTest : public BusTest {
   void HoldPeerInGatedSlot(Peer& peer, int count, bool wantReplies) {
     const std::uint32_t messagesBefore = DEBUG_VXObjectCount().messages;
     peer.Send("notify " + g_ownAppId + " " + std::to_string(kGatedSlot) + " " +
-              std::to_string(count) + (wantReplies ? " reply" : ""));
+              std::to_string(count) + " 0" + (wantReplies ? " reply" : ""));
     ASSERT_TRUE(gate_.entered.WaitFor());
     ASSERT_TRUE(WaitUntil([&] {
       return DEBUG_VXObjectCount().messages >= messagesBefore + static_cast<std::uint32_t>(count);

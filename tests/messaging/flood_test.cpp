@@ -79,7 +79,7 @@ class FloodTest : public BusTest {
                      std::chrono::seconds(30));
   }
   static std::string FloodCommand() {
-    return "flood " + g_ownAppId + " " + std::to_string(kSlowSlot) + " " +
+    return "notify " + g_ownAppId + " " + std::to_string(kSlowSlot) + " " +
            std::to_string(kFloodCount) + " " + std::to_string(kPayloadBytes);
   }
 
@@ -99,9 +99,9 @@ TEST_F(FloodTest, BothQueuesStayBoundedAndShutdownCountsWhatItDrops) {
   peer.Send(FloodCommand());
   ASSERT_TRUE(DispatchQueueFills());
   slot_.Open(true);
-  const std::string result = peer.Expect("flood-result ", std::chrono::seconds(60));
+  const std::string result = peer.Expect("notify-result ", std::chrono::seconds(60));
   unsigned sent = 0, full = 0, gone = 0, maxLive = 0;
-  ASSERT_EQ(std::sscanf(result.c_str(), "flood-result sent=%u full=%u gone=%u maxLive=%u", &sent,
+  ASSERT_EQ(std::sscanf(result.c_str(), "notify-result sent=%u full=%u gone=%u maxLive=%u", &sent,
                         &full, &gone, &maxLive),
             4)
       << result;
@@ -140,7 +140,7 @@ TEST_F(FloodTest, BothQueuesStayBoundedAndShutdownCountsWhatItDrops) {
   EXPECT_GE(bytes, messages * (VXMessageQueue::kMessageOverheadBytes + kPayloadBytes));
   EXPECT_EQ(g_dispatchQueue.QueuedBytes(), 0u);
   // The peer's flood ends too: its waiting notification saw the session go.
-  EXPECT_NE(peer.Expect("flood-result ", std::chrono::seconds(30)), "");
+  EXPECT_NE(peer.Expect("notify-result ", std::chrono::seconds(30)), "");
 }
 
 }  // namespace

@@ -6,9 +6,8 @@
 //                   [--max-connections N] [--quiet 1] [--send-queue-bytes N]
 //
 // Commands: quit | connect HOST PORT [SECRETHEX] | connect-pipe BASE [SECRETHEX]
-//           | call APPID SLOT | notify APPID SLOT COUNT [reply] | register-signal NAME
+//           | call APPID SLOT | notify APPID SLOT COUNT BYTES [reply] | register-signal NAME
 //           | emit NAME | subscribe APPID SIGNAL SLOT | counters | resources
-//           | flood APPID SLOT COUNT BYTES
 #include <algorithm>
 #include <condition_variable>
 #include <cstdio>
@@ -143,18 +142,6 @@ void Command(const std::string& line) {
         Text(VXGetStringValue(reply, "servedBy")));
     VXCloseHandle(reply);
     VXCloseHandle(list);
-  } else if (verb == "notify") {
-    // COUNT notifications in a row, one-way or, with "reply", each wanting a
-    // reply; the result of the last one is told.
-    std::string appId, reply;
-    std::uint32_t slot = 0;
-    int count = 0;
-    in >> appId >> slot >> count >> reply;
-    VXNotifyCallback callback = reply == "reply" ? IgnoreCompletion : nullptr;
-    _tag_VX_ERROR result = VX_SUCCESS;
-    for (int i = 0; i < count; ++i)
-      result = VXNotify(appId.c_str(), slot, VX_INVALID_PARAMLIST, callback, nullptr);
-    Say("notify-result " + std::to_string(result));
   } else if (verb == "register-signal") {
     std::string name;
     in >> name;
@@ -174,25 +161,27 @@ void Command(const std::string& line) {
     in >> appId >> signal >> slot;
     VXConnectSignal(appId.c_str(), signal.c_str(), slot);
     Say("subscribed");
-  } else if (verb == "flood") {
-    // COUNT notifications of BYTES each, back to back; how each ended, and
-    // the most messages this process held alive after any of them returned.
-    std::string appId;
+  } else if (verb == "notify") {
+    // COUNT notifications of BYTES each, back to back, each wanting a reply
+    // with "reply"; how they ended, and the most messages this process held
+    // alive after any of them returned.
+    std::string appId, reply;
     std::uint32_t slot = 0, count = 0, bytes = 0;
-    in >> appId >> slot >> count >> bytes;
+    in >> appId >> slot >> count >> bytes >> reply;
     HVXPARAMLIST list = VXCreateParamList();
     const std::vector<char> payload(bytes, 'f');
     VXSetBinaryValue(list, "payload", payload.data(), bytes);
+    const VXNotifyCallback callback = reply == "reply" ? IgnoreCompletion : nullptr;
     std::uint32_t sent = 0, full = 0, gone = 0, maxLive = 0;
     for (std::uint32_t i = 0; i < count; ++i) {
-      _tag_VX_ERROR result = VXNotify(appId.c_str(), slot, list, nullptr, nullptr);
+      _tag_VX_ERROR result = VXNotify(appId.c_str(), slot, list, callback, nullptr);
       if (result == VX_SUCCESS) ++sent;
       if (result == VX_ERROR_QUEUE_FULL) ++full;
       if (result == VX_ERROR_NO_APPLICATION) ++gone;
       maxLive = std::max(maxLive, DEBUG_VXObjectCount().messages);
     }
     VXCloseHandle(list);
-    Say("flood-result sent=" + std::to_string(sent) + " full=" + std::to_string(full) +
+    Say("notify-result sent=" + std::to_string(sent) + " full=" + std::to_string(full) +
         " gone=" + std::to_string(gone) + " maxLive=" + std::to_string(maxLive));
   } else if (verb == "counters") {
     VXObjectCounters c = DEBUG_VXObjectCount();
