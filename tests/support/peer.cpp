@@ -1,11 +1,15 @@
 #include "support/peer.h"
 
+#include "platform/host.h"
+
 namespace vxbus {
 namespace testing {
 
 Peer::Peer(const PeerOptions& options) : options_(options) {
-  std::vector<std::string> arguments = {"--name", options.name, "--port",
-                                        std::to_string(options.port)};
+  char host[1024] = {};
+  platform::GetHostName(host, sizeof host);
+  std::vector<std::string> arguments = {"--name", options.name, "--host",
+                                        host,     "--port",     std::to_string(options.port)};
   auto add = [&arguments](bool given, const char* flag, const std::string& value) {
     if (given) arguments.insert(arguments.end(), {flag, value});
   };

@@ -2,7 +2,7 @@
 // and reporting what happens to it on standard output. It uses only the
 // exported interface of the shared library, as any application would.
 //
-//   vxbus_test_peer --name NAME [--port N] [--pipe BASE] [--secret-hex HEX]
+//   vxbus_test_peer --name NAME --host HOST [--port N] [--pipe BASE] [--secret-hex HEX]
 //                   [--max-connections N] [--quiet 1] [--send-queue-bytes N]
 //
 // Commands: quit | connect HOST PORT [SECRETHEX] | connect-pipe BASE [SECRETHEX]
@@ -20,7 +20,6 @@
 #include <thread>
 #include <vector>
 
-#include "support/host_name.h"
 #include "support/process_resources.h"
 #include "vxbus.h"
 
@@ -198,12 +197,13 @@ void Command(const std::string& line) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::string name = "peer", pipe, secretHex;
+  std::string name = "peer", host, pipe, secretHex;
   int port = 0;
   std::uint32_t maxConnections = 0, sendQueueBytes = 0;
   for (int i = 1; i + 1 < argc; i += 2) {
     std::string key = argv[i], value = argv[i + 1];
     if (key == "--name") name = value;
+    if (key == "--host") host = value;  // the machine's name, as the library puts it in an appID
     if (key == "--port") port = std::atoi(value.c_str());
     if (key == "--pipe") pipe = value;
     if (key == "--secret-hex") secretHex = value;
@@ -230,7 +230,7 @@ int main(int argc, char** argv) {
     Say("init-failed");
     return 1;
   }
-  g_ownAppId = vxbus::testing::HostName() + ":" + std::to_string(port) + "/" + name;
+  g_ownAppId = host + ":" + std::to_string(port) + "/" + name;
   const _tag_SLOT_DESCRIPTION slots[] = {{1, Echo, nullptr},
                                          {2, Block, nullptr},
                                          {3, Forward, nullptr},
