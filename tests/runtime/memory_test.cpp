@@ -1,12 +1,9 @@
-// The private heap, the growable buffer and the registry's name key.
+// The private heap behind every list and message.
 #include <gtest/gtest.h>
 
 #include <cstdint>
 #include <cstring>
-#include <string>
 
-#include "runtime/memory_buffer.h"
-#include "runtime/name_key.h"
 #include "vxbus.h"
 
 namespace vxbus {
@@ -56,27 +53,6 @@ TEST(PrivateHeap, BlocksKeepTheirBytesAcrossTheLargeBlockThreshold) {
     EXPECT_EQ(block[large / 2], round);
     VXFree(block);
   }
-}
-
-TEST(MemoryBuffer, PaddedAppendZeroFillsAndCheckedAccessThrows) {
-  VXMemoryBufferTpl<16> buffer;
-  buffer.AppendPadded("abcde", 5);
-  buffer.Append32(0x01020304);
-  buffer.Append64(0x1122334455667788ull);
-  ASSERT_EQ(buffer.used, 20u);
-  EXPECT_EQ(std::memcmp(buffer.data, "abcde\0\0\0", 8), 0);
-  EXPECT_EQ(buffer.Read32(8), 0x01020304u);
-  EXPECT_THROW(buffer.At(20), NoDataExeption);
-  EXPECT_THROW(buffer.Read32(17), NoDataExeption);
-}
-
-TEST(NameKey, OrdersBytewiseUnsignedAndCaseSensitively) {
-  EXPECT_TRUE(VXNameKey("Beta") < VXNameKey(std::string("beta")));
-  EXPECT_FALSE(VXNameKey(std::string("beta")) < VXNameKey("Beta"));
-  EXPECT_FALSE(VXNameKey("same") < VXNameKey(std::string("same")));  // borrowed and owned
-  EXPECT_FALSE(VXNameKey(std::string("same")) < VXNameKey("same"));
-  EXPECT_TRUE(VXNameKey("ab") < VXNameKey("abc"));
-  EXPECT_TRUE(VXNameKey("a") < VXNameKey("\xff"));
 }
 
 }  // namespace
