@@ -33,17 +33,26 @@ void HandshakeThreads::Run(std::function<void()> handshake) {
     return running_.size() < kMaxRunning;
   });
   auto slot = running_.emplace(running_.end());
+  // The work waits in its slot, not in the thread's closure, so that it is
+  // still there to run here when no thread can be started.
+  slot->work = std::move(handshake);
   try {
-    slot->thread = std::thread([this, slot, work = std::move(handshake)] {
-      work();
+    slot->thread = std::thread([this, slot] {
+      {
+        // What the work holds (the accepted channel) goes with it, not
+        // when the slot is reaped: a refused peer sees its close at once.
+        std::function<void()> work = std::move(slot->work);
+        work();
+      }
       std::lock_guard<std::mutex> done(mutex_);
       slot->done = true;
       ended_.notify_all();
     });
   } catch (const std::system_error&) {
+    std::function<void()> work = std::move(slot->work);
     running_.erase(slot);
     lock.unlock();
-    handshake();
+    work();
   }
 }
 

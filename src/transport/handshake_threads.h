@@ -33,6 +33,7 @@ class HandshakeThreads {
 
  private:
   struct Handshake {
+    std::function<void()> work;
     std::thread thread;
     bool done = false;
   };
