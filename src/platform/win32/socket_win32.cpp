@@ -5,6 +5,8 @@
 
 #include <climits>
 #include <cstring>
+#include <mutex>
+#include <unordered_map>
 
 #include "platform/socket.h"
 
@@ -70,11 +72,14 @@ void KeepFromChildren(SOCKET socket) {
 
 // One select() on one socket. `writable` picks the write set over the read
 // set; `failed`, when given, also watches the exception set, where a failed
-// connect shows, and says whether it fired.
-IoResult SelectOne(SocketHandle socket, bool writable, std::int64_t timeoutMs, bool* failed) {
+// connect shows, and says whether it fired. `waker`, when valid, joins the
+// read set: it being ready counts as the socket being ready.
+IoResult SelectOne(SocketHandle socket, bool writable, std::int64_t timeoutMs, bool* failed,
+                   SOCKET waker = INVALID_SOCKET) {
   fd_set watched;
   FD_ZERO(&watched);
   FD_SET(Native(socket), &watched);
+  if (waker != INVALID_SOCKET) FD_SET(waker, &watched);
   fd_set errors;
   FD_ZERO(&errors);
   FD_SET(Native(socket), &errors);
@@ -94,6 +99,49 @@ IoResult SelectOne(SocketHandle socket, bool writable, std::int64_t timeoutMs, b
   return Done(0);
 }
 
+// A shutdown of the receiving half does not end a select under way on every
+// Winsock (Wine's does not), so InterruptReceive also wakes the wait through
+// a socket of its own: each socket waited on for reading gets a loopback
+// datagram socket connected to itself, which joins every such wait, and an
+// interrupt sends it one datagram that nobody reads. From then on every wait
+// finds it ready. CloseSocket closes the waker with its socket.
+std::mutex& WakersMutex() {
+  static std::mutex* mutex = new std::mutex;  // never destroyed: used at exit
+  return *mutex;
+}
+
+std::unordered_map<SOCKET, SOCKET>& Wakers() {
+  static auto* wakers = new std::unordered_map<SOCKET, SOCKET>;
+  return *wakers;
+}
+
+SOCKET NewWaker() {
+  SOCKET waker =
+      ::WSASocketW(AF_INET, SOCK_DGRAM, IPPROTO_UDP, nullptr, 0, WSA_FLAG_NO_HANDLE_INHERIT);
+  if (waker == INVALID_SOCKET) return waker;
+  sockaddr_in address = ToSockaddr(Ipv4Endpoint{htonl(INADDR_LOOPBACK), 0});
+  int length = sizeof address;
+  if (::bind(waker, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0 ||
+      ::getsockname(waker, reinterpret_cast<sockaddr*>(&address), &length) != 0 ||
+      ::connect(waker, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) {
+    ::closesocket(waker);
+    return INVALID_SOCKET;
+  }
+  KeepFromChildren(waker);
+  return waker;
+}
+
+// The waker of `socket`, made on first use; INVALID_SOCKET when none can be
+// made, and the wait then relies on the shutdown alone.
+SOCKET WakerOf(SocketHandle socket) {
+  std::lock_guard<std::mutex> lock(WakersMutex());
+  auto found = Wakers().find(Native(socket));
+  if (found != Wakers().end()) return found->second;
+  SOCKET waker = NewWaker();
+  if (waker != INVALID_SOCKET) Wakers().emplace(Native(socket), waker);
+  return waker;
+}
+
 }  // namespace
 
 SocketHandle CreateStreamSocket() {
@@ -105,7 +153,16 @@ SocketHandle CreateStreamSocket() {
 }
 
 void CloseSocket(SocketHandle socket) {
-  if (socket != kInvalidSocket) ::closesocket(Native(socket));
+  if (socket == kInvalidSocket) return;
+  {
+    std::lock_guard<std::mutex> lock(WakersMutex());
+    auto found = Wakers().find(Native(socket));
+    if (found != Wakers().end()) {
+      ::closesocket(found->second);
+      Wakers().erase(found);
+    }
+  }
+  ::closesocket(Native(socket));
 }
 
 // A plain Winsock bind already takes a port whose old connections linger;
@@ -216,7 +273,7 @@ bool GetLocalEndpoint(SocketHandle socket, Ipv4Endpoint* endpoint) {
 }
 
 IoResult WaitReadable(SocketHandle socket, std::int64_t timeoutMs) {
-  return SelectOne(socket, false, timeoutMs, nullptr);
+  return SelectOne(socket, false, timeoutMs, nullptr, WakerOf(socket));
 }
 
 IoResult WaitWritable(SocketHandle socket, std::int64_t timeoutMs) {
@@ -241,10 +298,13 @@ IoResult Send(SocketHandle socket, const void* bytes, std::size_t length) {
   return count >= 0 ? Done(count) : FromLastError();
 }
 
-// A shutdown of the receiving half ends the waits for reading and sends
-// nothing to the peer; a later recv fails with WSAESHUTDOWN.
+// A shutdown of the receiving half sends nothing to the peer and makes a
+// later recv fail with WSAESHUTDOWN; the waker ends the waits for reading.
 void InterruptReceive(SocketHandle socket) {
   ::shutdown(Native(socket), SD_RECEIVE);
+  SOCKET waker = WakerOf(socket);
+  const char wake = 1;
+  if (waker != INVALID_SOCKET) ::send(waker, &wake, 1, 0);
 }
 
 }  // namespace platform
