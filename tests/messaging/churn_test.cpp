@@ -9,16 +9,13 @@
 #include "support/channel_pair.h"
 #include "support/process_resources.h"
 
-// The build may ask for fewer: under an emulator a session costs seconds.
-#ifndef VXBUS_CHURN_CYCLES
-#define VXBUS_CHURN_CYCLES 200
-#endif
-
 namespace vxbus {
 namespace testing {
 namespace {
 
-constexpr int kCyclesPerTransport = VXBUS_CHURN_CYCLES;
+// Enough that one descriptor or thread left per cycle stands out, and that
+// a stop which waits out a poll instead of ending it runs past the bound.
+constexpr int kCyclesPerTransport = 200;
 
 // Object counters, descriptors and threads of this process.
 using Footprint = std::tuple<std::uint32_t, std::uint32_t, std::uint32_t, int, int>;
