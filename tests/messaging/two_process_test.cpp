@@ -1,13 +1,22 @@
-// This process and peers started as separate processes, over loopback TCP.
+// This process and peers started as separate processes, over loopback TCP:
+// handshakes, calls, notifications and signals both ways, and the holder class.
+#include <algorithm>
+#include <atomic>
+#include <mutex>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include "bus_test_fixture.h"
+#include "messaging/signal_table.h"
+#include "session/application_registry.h"
 
 namespace vxbus {
 namespace testing {
 namespace {
 
 using TwoProcessTest = BusTest;
+using SignalTest = BusTest;
 
 // The dispatch thread holds the slot table's lock across a slot function;
 // this one registers another function under its own number while it runs.
@@ -41,7 +50,7 @@ TEST_F(TwoProcessTest, HandshakeComparesSecretBlocksAndRefusesASecondSession) {
   EXPECT_NE(guarded.Expect("authfailed ").find(padded.AppId()), std::string::npos);
 }
 
-TEST_F(TwoProcessTest, CallsAndNotificationsRunBothWaysAndThroughAThirdProcess) {
+TEST_F(TwoProcessTest, CallsAndNotificationsRunBothWaysThroughAThirdProcessAndAHolder) {
   Peer front(TcpPeer("front")), back(TcpPeer("back"));
   ASSERT_TRUE(front.Ready() && back.Ready());
   ASSERT_EQ(Connect(front), VX_SUCCESS);
@@ -88,10 +97,111 @@ TEST_F(TwoProcessTest, CallsAndNotificationsRunBothWaysAndThroughAThirdProcess) 
   EXPECT_STREQ(VXGetStringValue(forwarded, "servedBy"), back.AppId().c_str());
   VXCloseHandle(forwarded);
   VXCloseHandle(reply);
-  VXCloseHandle(list);
   EXPECT_TRUE(WaitUntil([] { return DEBUG_VXObjectCount().messages == 0; }));
   EXPECT_EQ(done_.calls, 1);
   EXPECT_EQ(done_.nullOutputs, 0);
+
+  // The back peer through the holder class, which cuts a long name.
+  const std::string longName(300, 'n');
+  EXPECT_EQ(VX::VXApplicationHolder(longName.c_str()).getName(), longName.substr(0, 255));
+  VX::VXApplicationHolder holder;
+  ASSERT_TRUE(holder.Connect("127.0.0.1", back.Port(), nullptr, 0));
+  EXPECT_EQ(holder.getName(), back.AppId());
+  reply = holder.CallWithFlow(0x80000001u, 1, list);
+  EXPECT_EQ(VXParamInfo(list, "...FlowID")->GetType(), PT_INT32);
+  EXPECT_EQ(VXGetInt32Value(list, "...FlowID"), 0x80000001u) << "the caller's list keeps it";
+  EXPECT_EQ(VXGetInt32Value(reply, "...FlowID"), 0x80000001u) << "the peer echoed what it got";
+  VXCloseHandle(reply);
+  VXCloseHandle(list);
+
+  // A temporary copy: the call through it works, and its end disconnects.
+  reply = VX::VXApplicationHolder(holder).Call(1, VX_INVALID_PARAMLIST);
+  EXPECT_NE(reply.value, nullptr);
+  VXCloseHandle(reply);
+  EXPECT_NE(back.Expect("disconnected " + g_ownAppId), "");
+  EXPECT_TRUE(WaitUntil([&back] { return !g_applications.Find(back.AppId().c_str()).IsValid(); }));
+  EXPECT_EQ(holder.Call(1, VX_INVALID_PARAMLIST).value, nullptr);
+  EXPECT_EQ(holder.getName(), back.AppId()) << "the original still holds the name";
+}
+
+// Subscribers of one of this process's signals, or -1 if it isn't registered.
+int SubscriberCount(const std::string& signal) {
+  std::lock_guard<std::recursive_mutex> lock(g_signalTable.mutex);
+  auto it = g_signalTable.signals.find(signal);
+  return it == g_signalTable.signals.end() ? -1 : static_cast<int>(it->second.size());
+}
+
+TEST_F(SignalTest, NullNameAnswersZeroAndEmissionWithoutSubscribersCallsBackAtOnce) {
+  const std::size_t before = g_signalTable.signals.size();
+  EXPECT_EQ(VXRegisterSignal(nullptr), VX_SUCCESS);
+  EXPECT_EQ(g_signalTable.signals.size(), before);
+  ASSERT_EQ(VXRegisterSignal("lonely"), VX_SUCCESS);
+  EXPECT_EQ(VXEmit("lonely", VX_INVALID_PARAMLIST, CountCompletion, &done_), VX_SUCCESS);
+  EXPECT_EQ(done_.calls, 1);
+  EXPECT_EQ(done_.nullApplications, 1);
+  EXPECT_EQ(done_.thread.load(), std::this_thread::get_id());
+  EXPECT_EQ(VXUnregisterSignal("lonely"), VX_SUCCESS);
+  EXPECT_EQ(VXEmit("lonely", VX_INVALID_PARAMLIST, CountCompletion, &done_), VX_ERROR_NO_SIGNAL);
+  EXPECT_EQ(done_.calls, 1);
+}
+
+// What the disconnect listener saw of the table.
+std::atomic<int> g_newsSubscribersThen{-2}, g_multiSubscribersThen{-2};
+
+void NoteSubscribers(const char*, const char*, std::int32_t, const char*) {
+  g_newsSubscribersThen = SubscriberCount("news");
+  g_multiSubscribersThen = SubscriberCount("multi");
+}
+
+TEST_F(SignalTest, EmissionsKeepSubscriptionOrderAndSubscriptionsEndBeforeTheListenerRuns) {
+  ASSERT_EQ(VXRegisterSignal("news"), VX_SUCCESS);
+  ASSERT_EQ(VXRegisterSignal("multi"), VX_SUCCESS);
+  VXSetDisconnectListener(NoteSubscribers);
+  Peer peer(TcpPeer("owner"));
+  ASSERT_TRUE(peer.Ready());
+  peer.Send("register-signal tick");
+  peer.Expect("registered ");
+  ASSERT_EQ(Connect(peer), VX_SUCCESS);
+
+  // Emissions follow the order in which the owner handled the subscriptions.
+  const char* owner = peer.AppId().c_str();
+  VXConnectSignal(owner, "tick", 22);
+  VXConnectSignal(owner, "tick", 21);
+  // One-way requests sent back to back must not overtake each other.
+  for (int round = 0; round < 20; ++round) {
+    VXConnectSignal(owner, "tick", 24);
+    VXDisconnectSignal(owner, "tick", 24);
+  }
+  VXConnectSignal(owner, "tick", 23);
+  VXConnectSignal(owner, "tick", 21);  // the same slot twice runs twice
+  AwaitDispatchAt(owner);
+  EmitAt(peer, "tick");
+  const std::string from = " " + peer.AppId() + " tick";
+  std::vector<std::string> runs = {"22" + from, "21" + from, "23" + from, "21" + from};
+  EXPECT_EQ(delivered_.Runs(), runs);
+  EXPECT_EQ(VXDisconnectSignal(owner, "tick", 21), VX_SUCCESS);  // waits for the owner
+  EmitAt(peer, "tick");
+  runs = delivered_.Runs();
+  ASSERT_EQ(runs.size(), 7u);
+  EXPECT_EQ(std::count(runs.begin() + 4, runs.end(), "21" + from), 1);
+
+  // The peer's subscriptions here end with its session.
+  for (const char* signal : {"news", "news", "multi"})
+    peer.Send("subscribe " + g_ownAppId + " " + signal + " 6");
+  ASSERT_TRUE(
+      WaitUntil([] { return SubscriberCount("news") == 2 && SubscriberCount("multi") == 1; }));
+  EXPECT_EQ(VXEmit("news", VX_INVALID_PARAMLIST, CountCompletion, &done_), VX_SUCCESS);
+  EXPECT_NE(peer.Expect("notified "), "");
+  EXPECT_NE(peer.Expect("notified "), "");
+  EXPECT_TRUE(WaitUntil([this] { return done_.calls == 2; }));
+  EXPECT_EQ(done_.nullApplications + done_.nullOutputs, 0);
+  peer.Kill();
+  EXPECT_TRUE(WaitUntil([] { return g_multiSubscribersThen != -2; }));
+  VXSetDisconnectListener(nullptr);
+  EXPECT_EQ(g_newsSubscribersThen, 0);
+  EXPECT_EQ(g_multiSubscribersThen, 0);
+  VXUnregisterSignal("news");
+  VXUnregisterSignal("multi");
 }
 
 }  // namespace
