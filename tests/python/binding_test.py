@@ -28,11 +28,8 @@ EVERY_TYPE = {
 
 def every_type_typed():
     """EVERY_TYPE as it reads back: int64 values and typed empty arrays."""
-    out = dict(EVERY_TYPE, huge=vxbus.Int64(1 << 40))
-    out["noWords"] = vxbus.Array(vxbus.PT_STRING)
-    out["noLists"] = vxbus.Array(vxbus.PT_PARAMHANDLE)
-    out["small64"] = vxbus.Int64(5)
-    return out
+    return dict(EVERY_TYPE, huge=vxbus.Int64(1 << 40), noWords=vxbus.Array(vxbus.PT_STRING),
+                noLists=vxbus.Array(vxbus.PT_PARAMHANDLE), small64=vxbus.Int64(5))
 
 
 class ListTest(unittest.TestCase):
@@ -164,12 +161,11 @@ class BusTest(unittest.TestCase):
         self.assertEqual(raised.exception.code, vxbus.VX_ERROR_NO_SIGNAL)
 
     def test_connection_failures_raise_with_the_code(self):
-        with self.assertRaises(vxbus.VxbusError) as raised:
-            self.bus.connect("127.0.0.1:%d" % self.server_port, secret=b"wrong")
-        self.assertEqual(raised.exception.code, vxbus.VX_ERROR_NAME_IN_USE)
-        with self.assertRaises(vxbus.VxbusError) as raised:
-            self.bus.connect("127.0.0.1:%d" % free_tcp_port(), secret=SECRET)
-        self.assertEqual(raised.exception.code, vxbus.VX_ERROR_FAILED)
+        for port, secret, code in [(self.server_port, b"wrong", vxbus.VX_ERROR_NAME_IN_USE),
+                                   (free_tcp_port(), SECRET, vxbus.VX_ERROR_FAILED)]:
+            with self.assertRaises(vxbus.VxbusError, msg=code) as raised:
+                self.bus.connect("127.0.0.1:%d" % port, secret=secret)
+            self.assertEqual(raised.exception.code, code)
 
 
 def main():
