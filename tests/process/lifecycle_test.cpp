@@ -17,7 +17,6 @@
 #include "platform/socket.h"
 #include "runtime/log.h"
 #include "runtime/process_state.h"
-#include "support/child_process.h"
 #include "support/log_capture.h"
 #include "support/peer.h"
 #include "support/wait.h"

@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "platform/socket.h"
-#include "support/child_process.h"
+#include "support/peer.h"
 #include "support/wait.h"
 #include "transport/pipe_channel.h"
 #include "transport/socket_channel.h"
