@@ -141,8 +141,7 @@ long CurrentProcessId() {
   return static_cast<long>(::GetCurrentProcessId());
 }
 
-// CreateProcess hands children this block, which SetEnvironmentVariableA
-// changes.
+// Children get this process's environment block, which this changes.
 void SetInheritedVariable(const char* name, const char* value) {
   ::SetEnvironmentVariableA(name, value);
 }

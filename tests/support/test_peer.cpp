@@ -109,15 +109,17 @@ _tag_VX_ERROR ExitInSlot(HVXPARAMLIST, HVXPARAMLIST, VXSlotContext*) {
 
 void Command(const std::string& line) {
   std::istringstream in(line);
-  std::string verb;
-  in >> verb;
+  auto word = [&in] {  // the command's next word, empty when there is none
+    std::string next;
+    in >> next;
+    return next;
+  };
+  auto number = [&word] { return static_cast<std::uint32_t>(std::atoi(word().c_str())); };
+  const std::string verb = word();
   if (verb == "connect" || verb == "connect-pipe") {
-    std::string target, secretHex;
-    int port = 0;
-    in >> target;
-    if (verb == "connect") in >> port;
-    in >> secretHex;
-    std::vector<unsigned char> secret = FromHex(secretHex);
+    const std::string target = word();
+    const int port = verb == "connect" ? static_cast<int>(number()) : 0;
+    const std::vector<unsigned char> secret = FromHex(word());
     char appId[256] = {};
     _tag_VX_ERROR result = verb == "connect"
                                ? VXConnect(target.c_str(), port, appId, sizeof appId, secret.data(),
@@ -126,44 +128,37 @@ void Command(const std::string& line) {
                                              secret.data(), static_cast<int>(secret.size()));
     Say("connect-result " + std::to_string(result) + " " + appId);
   } else if (verb == "call") {
-    std::string appId;
-    std::uint32_t slot = 0;
-    in >> appId >> slot;
+    const std::string appId = word();
     HVXPARAMLIST list = VXCreateParamList();
-    HVXPARAMLIST reply = VXCall(appId.c_str(), slot, list);
+    HVXPARAMLIST reply = VXCall(appId.c_str(), number(), list);
     Say("call-result " + std::string(reply.value ? "list" : "null") + " " +
         Text(VXGetStringValue(reply, "servedBy")));
     VXCloseHandle(reply);
     VXCloseHandle(list);
   } else if (verb == "register-signal") {
-    std::string name;
-    in >> name;
+    const std::string name = word();
     VXRegisterSignal(name.c_str());
     Say("registered " + name);
   } else if (verb == "emit") {
-    std::string name;
-    in >> name;
+    const std::string name = word();
     HVXPARAMLIST list = VXCreateParamList();
     VXSetStringValue(list, "signal", name.c_str());
     _tag_VX_ERROR result = VXEmit(name.c_str(), list, nullptr, nullptr);
     VXCloseHandle(list);
     Say("emit-result " + std::to_string(result));
   } else if (verb == "subscribe") {
-    std::string appId, signal;
-    std::uint32_t slot = 0;
-    in >> appId >> signal >> slot;
-    VXConnectSignal(appId.c_str(), signal.c_str(), slot);
+    const std::string appId = word(), signal = word();
+    VXConnectSignal(appId.c_str(), signal.c_str(), number());
     Say("subscribed");
   } else if (verb == "notify") {
     // COUNT notifications of BYTES each, back to back, wanting a reply with
     // "reply": how they ended, and the most messages alive after any returned.
-    std::string appId, reply;
-    std::uint32_t slot = 0, count = 0, bytes = 0;
-    in >> appId >> slot >> count >> bytes >> reply;
+    const std::string appId = word();
+    const std::uint32_t slot = number(), count = number(), bytes = number();
+    const VXNotifyCallback callback = word() == "reply" ? IgnoreCompletion : nullptr;
     HVXPARAMLIST list = VXCreateParamList();
     const std::vector<char> payload(bytes, 'f');
     VXSetBinaryValue(list, "payload", payload.data(), bytes);
-    const VXNotifyCallback callback = reply == "reply" ? IgnoreCompletion : nullptr;
     std::uint32_t sent = 0, full = 0, gone = 0, maxLive = 0;
     for (std::uint32_t i = 0; i < count; ++i) {
       _tag_VX_ERROR result = VXNotify(appId.c_str(), slot, list, callback, nullptr);
