@@ -1,10 +1,8 @@
-// Start and stop of the library in this process, with peers as separate
-// processes (vxbus_test_peer) on loopback. Every test ends with the library
-// shut down and the process-wide settings it changed put back.
+// Start and stop of the library, with peers as separate processes on
+// loopback. Every test ends with the library shut down and its settings back.
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <cstdlib>
 #include <cstring>
 #include <future>
 #include <memory>
@@ -17,10 +15,10 @@
 #include "platform/socket.h"
 #include "runtime/log.h"
 #include "runtime/process_state.h"
-#include "support/child_process.h"
 #include "support/log_capture.h"
 #include "support/peer.h"
 #include "support/wait.h"
+#include "transport/socket_channel.h"
 #include "vxbus.h"
 
 namespace vxbus {
@@ -56,16 +54,6 @@ std::vector<std::string> Copy(const std::vector<std::string>& calls) {
   return calls;
 }
 
-// A plain TCP connection to `port` on loopback; `connected` says whether it was taken.
-platform::SocketHandle OpenLoopback(int port, bool* connected) {
-  platform::Ipv4Endpoint endpoint;
-  platform::ParseDottedAddress("127.0.0.1", &endpoint.address);
-  endpoint.port = static_cast<std::uint16_t>(port);
-  platform::SocketHandle s = platform::CreateStreamSocket();
-  *connected = platform::Connect(s, endpoint).ok();
-  return s;
-}
-
 class LifecycleTest : public ::testing::Test {
  protected:
   void SetUp() override {
@@ -82,10 +70,7 @@ class LifecycleTest : public ::testing::Test {
   void TearDown() override {
     while (outstanding_ > 0)
       Shutdown();
-    EXPECT_TRUE(WaitUntil([this] {
-      VXObjectCounters now = DEBUG_VXObjectCount();
-      return now.applications == 0 && now.messages == 0 && now.paramLists == listsBefore_;
-    }));
+    EXPECT_TRUE(WaitUntil([this] { return Idle(); }));
     g_limits = savedLimits_;
     g_defaultLimits = savedDefaults_;
     VXSetConnectListener(nullptr);
@@ -109,6 +94,11 @@ class LifecycleTest : public ::testing::Test {
     return port;
   }
 
+  // No session, message or list of this test is left.
+  bool Idle() const {
+    VXObjectCounters now = DEBUG_VXObjectCount();
+    return now.applications == 0 && now.messages == 0 && now.paramLists == listsBefore_;
+  }
   bool WaitForListener(int port) {
     return log_.WaitFor(kLogInfo,
                         "listen for incoming connection on :0.0.0.0:" + std::to_string(port));
@@ -200,9 +190,10 @@ TEST_F(LifecycleTest, TcpListenerWaitsForItsPortLimitsConnectionsAndReportsSessi
   std::string word[6];  // connected appId host port name local
   guestView >> word[0] >> word[1] >> word[2] >> word[3] >> word[4] >> word[5];
   ASSERT_TRUE(WaitUntil([] { return Copy(g_connects).size() == 1; }));
-  EXPECT_EQ(Copy(g_connects)[0], "127.0.0.1:" + std::to_string(port) + " " + word[5] + " " +
-                                     guest.AppId() + " " + g_hostName + " " +
-                                     std::to_string(guest.Port()) + " guest");
+  const std::string guestSession =
+      guest.AppId() + " " + g_hostName + " " + std::to_string(guest.Port()) + " guest";
+  EXPECT_EQ(Copy(g_connects)[0],
+            "127.0.0.1:" + std::to_string(port) + " " + word[5] + " " + guestSession);
 
   EXPECT_EQ(ConnectFrom(second, port), Accepted());  // the limit is strictly greater
   // Handshakes run beside the listener: the limit counts the sessions that
@@ -217,39 +208,15 @@ TEST_F(LifecycleTest, TcpListenerWaitsForItsPortLimitsConnectionsAndReportsSessi
   guest.Kill();
   // Once the session is gone its reader has passed the listener call.
   ASSERT_TRUE(WaitUntil([] { return DEBUG_VXObjectCount().applications == 1; }));
-  const std::string guestGone =
-      guest.AppId() + " " + g_hostName + " " + std::to_string(guest.Port()) + " guest";
-  EXPECT_EQ(Copy(g_disconnects), std::vector<std::string>{guestGone});
+  EXPECT_EQ(Copy(g_disconnects), std::vector<std::string>{guestSession});
   second.Kill();
   ASSERT_TRUE(WaitUntil([] { return DEBUG_VXObjectCount().applications == 0; }));
   EXPECT_EQ(Copy(g_disconnects).size(), 2u);
   EXPECT_EQ(Copy(g_connects).size(), 2u);  // none for the refused one
 }
 
-// A connection that never says a word holds up only its own handshake.
-TEST_F(LifecycleTest, SilentConnectionDoesNotHoldUpTheNextPeer) {
-  const int port = InitListening("door");
-  bool connected = false;
-  platform::SocketHandle silent = OpenLoopback(port, &connected);
-  ASSERT_TRUE(connected);
-  ASSERT_TRUE(log_.WaitFor(kLogInfo, "ConnectionThread. Starting new application"));
-
-  // The silent one's handshake waits out the default read limit of a minute;
-  // the guest's answer comes within the peer's bound of 15 s all the same.
-  Peer guest(Named("guest"));
-  ASSERT_TRUE(guest.Ready());
-  EXPECT_EQ(ConnectFrom(guest, port), Accepted());
-
-  platform::CloseSocket(silent);  // its handshake fails at once
-  EXPECT_TRUE(log_.WaitFor(kLogError, "ConnectionThread. Application start failed"));
-  guest.Kill();
-  ASSERT_TRUE(WaitUntil([] { return DEBUG_VXObjectCount().applications == 0; }));
-  Shutdown();
-}
-
 TEST_F(LifecycleTest, RepeatedInitialiseIsCountedAndTheLastShutdownJoinsEveryThread) {
   const int port = InitListening("hub");
-  EXPECT_EQ(g_ownAppId, OwnAppId(port, "hub"));
   const VXLimits inForce = g_limits;
   VXLimits record = Record();
   record.limits.MAX_CONNECTIONS = 3;
@@ -261,9 +228,8 @@ TEST_F(LifecycleTest, RepeatedInitialiseIsCountedAndTheLastShutdownJoinsEveryThr
   EXPECT_TRUE(Same(g_limits, inForce)) << "only the first call's record counts";
   for (int i = 0; i < 3; ++i)
     Shutdown();
-  bool listening = false;  // the listener socket lives exactly as long as the TCP thread
-  platform::CloseSocket(OpenLoopback(port, &listening));
-  EXPECT_TRUE(listening) << "the fourth call still holds the library up";
+  // The listener socket lives exactly as long as the TCP thread.
+  EXPECT_TRUE(ConnectSocketChannel("127.0.0.1", port)) << "the fourth call holds the library up";
 
   // A session each way, each with a call blocked in the peer's slot 2.
   Peer inbound(Named("inbound")), outbound(Named("outbound", testing::FreeTcpPort()));
@@ -289,9 +255,7 @@ TEST_F(LifecycleTest, RepeatedInitialiseIsCountedAndTheLastShutdownJoinsEveryThr
   for (auto& nullReply : nullReplies)
     EXPECT_TRUE(nullReply.wait_for(std::chrono::seconds(5)) == std::future_status::ready &&
                 nullReply.get());
-  EXPECT_EQ(DEBUG_VXObjectCount().applications, 0u);
-  EXPECT_EQ(DEBUG_VXObjectCount().messages, 0u);
-  EXPECT_EQ(DEBUG_VXObjectCount().paramLists, listsBefore_);
+  EXPECT_TRUE(Idle()) << "the last shutdown frees every session before it returns";
 
   // A fresh start at once, under another name and port.
   const int newPort = InitListening("hub2");
@@ -307,45 +271,51 @@ void ShutDownFromListener(const char*, const char*, std::int32_t, const char*) {
   g_shutdownDone->Raise();
 }
 
-TEST_F(LifecycleTest, ShutdownFromADisconnectListenerDoesNotWaitForItsOwnThread) {
-  int port = InitListening("selfstop");
-  Peer peer(Named("leaver"));
-  ASSERT_TRUE(peer.Ready());
-  ASSERT_EQ(ConnectFrom(peer, port), Accepted());
-  testing::Signal done;
-  g_shutdownDone = &done;
-  VXSetDisconnectListener(ShutDownFromListener);
-  peer.Kill();
-  // Well inside the bound a shutdown gives session threads to finish.
-  EXPECT_TRUE(done.WaitFor(std::chrono::seconds(8)));
-  --outstanding_;
-}
+// Sessions that end while the library runs: a connection that never says a
+// word holds up only its own handshake; peers with live sessions and never a
+// VXShutdown still end, with their own exit code, whether they return from
+// main or call exit inside a slot; and the last one's disconnect listener may
+// shut the library down.
+TEST_F(LifecycleTest, SessionsEndByASilentCloseAProcessExitAndAShutdownFromTheirListener) {
+  const int port = InitListening("door");
+  ChannelRef silent = ConnectSocketChannel("127.0.0.1", port);
+  ASSERT_TRUE(silent);
+  ASSERT_TRUE(log_.WaitFor(kLogInfo, "ConnectionThread. Starting new application"));
 
-// With live sessions and never a VXShutdown, a process still ends, with its
-// own exit code, whether it returns from main or calls exit inside a slot.
-TEST_F(LifecycleTest, ProcessEndsWithoutShutdownFromMainAndFromASlot) {
-  int port = InitListening("exitwatcher");
   // Threads left running at exit are the point here, not a leak to report
   // under ThreadSanitizer, whose report would replace the exit code.
   testing::SetInheritedVariable("TSAN_OPTIONS", "report_thread_leaks=0");
-  Peer returner(Named("returner"));
-  Peer exiter(Named("exiter"));
-  ASSERT_TRUE(returner.Ready() && exiter.Ready());
-  ASSERT_EQ(ConnectFrom(returner, port), Accepted());
-  ASSERT_EQ(ConnectFrom(exiter, port), Accepted());
+  Peer returner(Named("returner")), exiter(Named("exiter")), leaver(Named("leaver"));
+  testing::SetInheritedVariable("TSAN_OPTIONS", nullptr);
+  ASSERT_TRUE(returner.Ready() && exiter.Ready() && leaver.Ready());
+  // The silent one's handshake waits out the default read limit of a minute;
+  // the answers come within the peer's bound of 15 s all the same.
+  for (Peer* peer : {&returner, &exiter, &leaver})
+    ASSERT_EQ(ConnectFrom(*peer, port), Accepted());
+  silent.Reset();  // its handshake fails at once
+  EXPECT_TRUE(log_.WaitFor(kLogError, "ConnectionThread. Application start failed"));
+
   returner.Send("return-without-shutdown 5");
   // The peer reports its connect before this side's reader has entered it.
   EXPECT_TRUE(WaitUntil([&exiter] {
     return VXNotify(exiter.AppId().c_str(), 7, VX_INVALID_PARAMLIST, nullptr, nullptr) ==
            VX_SUCCESS;
   }));
-  int code = -1;
-  EXPECT_TRUE(returner.WaitForExit(std::chrono::seconds(10), &code));
-  EXPECT_EQ(code, 5);
-  code = -1;
-  EXPECT_TRUE(exiter.WaitForExit(std::chrono::seconds(10), &code));
-  EXPECT_EQ(code, 7);
-  testing::SetInheritedVariable("TSAN_OPTIONS", nullptr);
+  for (auto [peer, expected] : {std::pair<Peer*, int>{&returner, 5}, {&exiter, 7}}) {
+    int code = -1;
+    EXPECT_TRUE(peer->WaitForExit(std::chrono::seconds(10), &code));
+    EXPECT_EQ(code, expected) << peer->AppId();
+  }
+
+  // Once those sessions are gone their readers have passed the listener call.
+  ASSERT_TRUE(WaitUntil([] { return DEBUG_VXObjectCount().applications == 1; }));
+  testing::Signal done;
+  g_shutdownDone = &done;
+  VXSetDisconnectListener(ShutDownFromListener);
+  leaver.Kill();
+  // Well inside the bound a shutdown gives session threads to finish.
+  EXPECT_TRUE(done.WaitFor(std::chrono::seconds(8)));
+  --outstanding_;
 }
 
 }  // namespace

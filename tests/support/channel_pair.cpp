@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "platform/socket.h"
-#include "support/child_process.h"
+#include "support/peer.h"
 #include "support/wait.h"
 #include "transport/pipe_channel.h"
 #include "transport/socket_channel.h"
@@ -12,6 +12,9 @@
 namespace vxbus {
 namespace testing {
 
+namespace {
+
+// A socket bound to 127.0.0.1 on a port the system picked; `endpoint` gets both.
 platform::SocketHandle BindLoopback(platform::Ipv4Endpoint* endpoint) {
   *endpoint = platform::Ipv4Endpoint();
   platform::ParseDottedAddress("127.0.0.1", &endpoint->address);
@@ -20,6 +23,8 @@ platform::SocketHandle BindLoopback(platform::Ipv4Endpoint* endpoint) {
   platform::GetLocalEndpoint(socket, endpoint);
   return socket;
 }
+
+}  // namespace
 
 int FreeTcpPort() {
   platform::Ipv4Endpoint endpoint;

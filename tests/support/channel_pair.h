@@ -5,7 +5,6 @@
 
 #include <string>
 
-#include "platform/socket.h"
 #include "transport/transport_channel.h"
 
 namespace vxbus {
@@ -16,8 +15,6 @@ struct ChannelPair {
   ChannelRef second;  // the accepting side
 };
 
-// A socket bound to 127.0.0.1 on a port the system picked; `endpoint` gets both.
-platform::SocketHandle BindLoopback(platform::Ipv4Endpoint* endpoint);
 // A TCP port on loopback that nothing listens on at this moment.
 int FreeTcpPort();
 

@@ -4,6 +4,7 @@
 #ifndef VXBUS_TESTS_SUPPORT_MEMORY_CHANNEL_H_
 #define VXBUS_TESTS_SUPPORT_MEMORY_CHANNEL_H_
 
+#include <algorithm>
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
@@ -26,11 +27,8 @@ class MemoryChannel : public ITransportChannel {
     std::lock_guard<std::mutex> lock(mutex_);
     if (length == 0) return 0;
     if (queue_.size() < length) return -1;
-    auto* out = static_cast<unsigned char*>(buffer);
-    for (std::uint32_t i = 0; i < length; ++i) {
-      out[i] = queue_.front();
-      queue_.pop_front();
-    }
+    std::copy_n(queue_.begin(), length, static_cast<unsigned char*>(buffer));
+    queue_.erase(queue_.begin(), queue_.begin() + length);
     return static_cast<std::int32_t>(length);
   }
   std::int32_t ReadStoppable(void* buffer, std::uint32_t length,

@@ -24,20 +24,22 @@ Peer::Peer(const PeerOptions& options) : options_(options) {
     arguments.insert(arguments.begin(), options.launcher.begin() + 1, options.launcher.end());
     program = options.launcher.front();
   }
-  process_ = std::make_unique<ChildProcess>(program, arguments);
+  Start(program, arguments);
   std::string ready = Expect("ready ");
   if (!ready.empty()) appId_ = ready.substr(6);
 }
 
-Peer::~Peer() = default;
-
 std::string Peer::Expect(const std::string& prefix, std::chrono::milliseconds limit) {
-  auto deadline = std::chrono::steady_clock::now() + limit;
+  const auto deadline = std::chrono::steady_clock::now() + limit;
   for (;;) {
-    auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
-        deadline - std::chrono::steady_clock::now());
-    std::string line;
-    if (left.count() <= 0 || !process_->ReadLine(line, left)) return "";
+    const auto newline = pending_.find('\n');
+    if (newline == std::string::npos) {
+      if (!ReadMore(deadline)) return "";
+      continue;
+    }
+    std::string line = pending_.substr(0, newline);
+    pending_.erase(0, newline + 1);
+    if (!line.empty() && line.back() == '\r') line.pop_back();
     lines_.push_back(line);
     if (line.compare(0, prefix.size(), prefix) == 0) return line;
   }

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "support/channel_pair.h"
-#include "support/child_process.h"
 
 namespace vxbus {
 namespace testing {
@@ -27,17 +26,20 @@ struct PeerOptions {
   std::vector<std::string> launcher;
 };
 
+// Talked to line by line over its standard streams; peer_<system>.cpp starts it.
 class Peer {
  public:
   explicit Peer(const PeerOptions& options);
-  ~Peer();
+  ~Peer();  // kills the peer if it still runs
+  Peer(const Peer&) = delete;
+  Peer& operator=(const Peer&) = delete;
 
   // True once the peer said it is ready; its appID and port are known then.
   bool Ready() const { return !appId_.empty(); }
   const std::string& AppId() const { return appId_; }
   int Port() const { return options_.port; }
 
-  bool Send(const std::string& command) { return process_->WriteLine(command); }
+  bool Send(const std::string& command);
   // Reads lines until one starts with `prefix`, and gives it; empty on time-out.
   std::string Expect(const std::string& prefix,
                      std::chrono::milliseconds limit = std::chrono::seconds(15));
@@ -48,17 +50,32 @@ class Peer {
   const std::vector<std::string>& Lines() const { return lines_; }
   int CountLines(const std::string& prefix) const;
 
-  void Kill() { process_->Kill(); }
-  bool WaitForExit(std::chrono::milliseconds limit, int* exitCode) {
-    return process_->WaitForExit(limit, exitCode);
-  }
+  void Kill();
+  // Waits up to `limit` for the peer to end by itself; true with its exit
+  // code (or 128 + the signal that ended it) in `exitCode`.
+  bool WaitForExit(std::chrono::milliseconds limit, int* exitCode);
 
  private:
+  struct Native;  // the system's handles
+  // Starts `program`, looked up in PATH when it names no folder; the child
+  // inherits nothing but its standard streams.
+  void Start(const std::string& program, const std::vector<std::string>& arguments);
+  // Appends the peer's next output to `pending_`; false on time-out or end.
+  bool ReadMore(std::chrono::steady_clock::time_point deadline);
+
   PeerOptions options_;
-  std::unique_ptr<ChildProcess> process_;
+  std::shared_ptr<Native> native_;  // shared: it goes where its type is complete
   std::string appId_;
+  std::string pending_;  // output read past the last whole line
   std::vector<std::string> lines_;
 };
+
+// The id of the calling process, for names that must differ between processes.
+long CurrentProcessId();
+
+// Sets `name` in this process's environment, which children started later
+// inherit; a null `value` removes it.
+void SetInheritedVariable(const char* name, const char* value);
 
 }  // namespace testing
 }  // namespace vxbus

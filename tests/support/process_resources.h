@@ -1,15 +1,22 @@
 // What this process holds of the system, for leak tests: open descriptors
-// and running threads.
+// and running threads; -1 where the system can't tell.
 #ifndef VXBUS_TESTS_SUPPORT_PROCESS_RESOURCES_H_
 #define VXBUS_TESTS_SUPPORT_PROCESS_RESOURCES_H_
 
 namespace vxbus {
 namespace testing {
 
-// Open descriptors of this process, or -1 where the system can't tell.
+#ifdef _WIN32  // counted through /proc elsewhere; Windows tests skip these checks
+inline int CountOpenDescriptors() {
+  return -1;
+}
+inline int CountThreads() {
+  return -1;
+}
+#else
 int CountOpenDescriptors();
-// Threads of this process, or -1 where the system can't tell.
 int CountThreads();
+#endif
 
 }  // namespace testing
 }  // namespace vxbus

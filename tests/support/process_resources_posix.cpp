@@ -4,10 +4,9 @@
 
 namespace vxbus {
 namespace testing {
-namespace {
 
 // Entries of a folder of /proc, without "." and ".."; -1 when it is missing.
-int CountEntries(const char* folder) {
+static int CountEntries(const char* folder) {
   DIR* dir = opendir(folder);
   if (dir == nullptr) return -1;
   int count = 0;
@@ -16,8 +15,6 @@ int CountEntries(const char* folder) {
   closedir(dir);
   return count;
 }
-
-}  // namespace
 
 // The folder being read is open while it is counted, and is left out.
 int CountOpenDescriptors() {

@@ -1,7 +1,5 @@
-// Linked into every test program: tests open sockets of their own before the
-// library is initialised and after it has shut down, and some platforms
-// allow that only while their socket library is started. Started once and
-// never stopped, it stays up across every VXShutdown of the program.
+// Linked into every test program: its own sockets may open before VXInitialize and
+// after VXShutdown, so the socket library is started once here and never stopped.
 #include "platform/host.h"
 
 namespace {

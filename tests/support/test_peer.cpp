@@ -9,11 +9,11 @@
 //           | call APPID SLOT | notify APPID SLOT COUNT BYTES [reply] | register-signal NAME
 //           | emit NAME | subscribe APPID SIGNAL SLOT | counters | resources
 #include <algorithm>
-#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <map>
 #include <mutex>
 #include <sstream>
 #include <string>
@@ -21,6 +21,7 @@
 #include <vector>
 
 #include "support/process_resources.h"
+#include "support/wait.h"
 #include "vxbus.h"
 
 namespace {
@@ -30,8 +31,7 @@ std::string g_ownAppId;
 
 void Say(const std::string& line) {
   std::lock_guard<std::mutex> lock(g_outputMutex);
-  std::fwrite(line.data(), 1, line.size(), stdout);
-  std::fputc('\n', stdout);
+  std::printf("%s\n", line.c_str());
   std::fflush(stdout);
 }
 
@@ -46,18 +46,12 @@ std::vector<unsigned char> FromHex(const std::string& hex) {
   return bytes;
 }
 
-std::mutex g_listeningMutex;
-std::condition_variable g_listeningCondition;
-bool g_listening = false;
+vxbus::testing::Signal g_listening;
 bool g_quiet = false;  // set before the library starts, read by its threads
 
 void LogSink(std::uint32_t level, std::uint32_t, const char* text) {
   if (!g_quiet) Say("log " + std::to_string(level) + " " + text);
-  if (std::strncmp(text, "listen for incoming connection on", 33) == 0) {
-    std::lock_guard<std::mutex> lock(g_listeningMutex);
-    g_listening = true;
-    g_listeningCondition.notify_all();
-  }
+  if (std::strncmp(text, "listen for incoming connection on", 33) == 0) g_listening.Raise();
 }
 
 void OnConnect(const char* local, const char* remote, const char* appId, const char* host,
@@ -115,15 +109,17 @@ _tag_VX_ERROR ExitInSlot(HVXPARAMLIST, HVXPARAMLIST, VXSlotContext*) {
 
 void Command(const std::string& line) {
   std::istringstream in(line);
-  std::string verb;
-  in >> verb;
+  auto word = [&in] {  // the command's next word, empty when there is none
+    std::string next;
+    in >> next;
+    return next;
+  };
+  auto number = [&word] { return static_cast<std::uint32_t>(std::atoi(word().c_str())); };
+  const std::string verb = word();
   if (verb == "connect" || verb == "connect-pipe") {
-    std::string target, secretHex;
-    int port = 0;
-    in >> target;
-    if (verb == "connect") in >> port;
-    in >> secretHex;
-    std::vector<unsigned char> secret = FromHex(secretHex);
+    const std::string target = word();
+    const int port = verb == "connect" ? static_cast<int>(number()) : 0;
+    const std::vector<unsigned char> secret = FromHex(word());
     char appId[256] = {};
     _tag_VX_ERROR result = verb == "connect"
                                ? VXConnect(target.c_str(), port, appId, sizeof appId, secret.data(),
@@ -132,45 +128,37 @@ void Command(const std::string& line) {
                                              secret.data(), static_cast<int>(secret.size()));
     Say("connect-result " + std::to_string(result) + " " + appId);
   } else if (verb == "call") {
-    std::string appId;
-    std::uint32_t slot = 0;
-    in >> appId >> slot;
+    const std::string appId = word();
     HVXPARAMLIST list = VXCreateParamList();
-    HVXPARAMLIST reply = VXCall(appId.c_str(), slot, list);
+    HVXPARAMLIST reply = VXCall(appId.c_str(), number(), list);
     Say("call-result " + std::string(reply.value ? "list" : "null") + " " +
         Text(VXGetStringValue(reply, "servedBy")));
     VXCloseHandle(reply);
     VXCloseHandle(list);
   } else if (verb == "register-signal") {
-    std::string name;
-    in >> name;
+    const std::string name = word();
     VXRegisterSignal(name.c_str());
     Say("registered " + name);
   } else if (verb == "emit") {
-    std::string name;
-    in >> name;
+    const std::string name = word();
     HVXPARAMLIST list = VXCreateParamList();
     VXSetStringValue(list, "signal", name.c_str());
     _tag_VX_ERROR result = VXEmit(name.c_str(), list, nullptr, nullptr);
     VXCloseHandle(list);
     Say("emit-result " + std::to_string(result));
   } else if (verb == "subscribe") {
-    std::string appId, signal;
-    std::uint32_t slot = 0;
-    in >> appId >> signal >> slot;
-    VXConnectSignal(appId.c_str(), signal.c_str(), slot);
+    const std::string appId = word(), signal = word();
+    VXConnectSignal(appId.c_str(), signal.c_str(), number());
     Say("subscribed");
   } else if (verb == "notify") {
-    // COUNT notifications of BYTES each, back to back, each wanting a reply
-    // with "reply"; how they ended, and the most messages this process held
-    // alive after any of them returned.
-    std::string appId, reply;
-    std::uint32_t slot = 0, count = 0, bytes = 0;
-    in >> appId >> slot >> count >> bytes >> reply;
+    // COUNT notifications of BYTES each, back to back, wanting a reply with
+    // "reply": how they ended, and the most messages alive after any returned.
+    const std::string appId = word();
+    const std::uint32_t slot = number(), count = number(), bytes = number();
+    const VXNotifyCallback callback = word() == "reply" ? IgnoreCompletion : nullptr;
     HVXPARAMLIST list = VXCreateParamList();
     const std::vector<char> payload(bytes, 'f');
     VXSetBinaryValue(list, "payload", payload.data(), bytes);
-    const VXNotifyCallback callback = reply == "reply" ? IgnoreCompletion : nullptr;
     std::uint32_t sent = 0, full = 0, gone = 0, maxLive = 0;
     for (std::uint32_t i = 0; i < count; ++i) {
       _tag_VX_ERROR result = VXNotify(appId.c_str(), slot, list, callback, nullptr);
@@ -197,40 +185,33 @@ void Command(const std::string& line) {
 }  // namespace
 
 int main(int argc, char** argv) {
-  std::string name = "peer", host, pipe, secretHex;
-  int port = 0;
-  std::uint32_t maxConnections = 0, sendQueueBytes = 0;
-  for (int i = 1; i + 1 < argc; i += 2) {
-    std::string key = argv[i], value = argv[i + 1];
-    if (key == "--name") name = value;
-    if (key == "--host") host = value;  // the machine's name, as the library puts it in an appID
-    if (key == "--port") port = std::atoi(value.c_str());
-    if (key == "--pipe") pipe = value;
-    if (key == "--secret-hex") secretHex = value;
-    if (key == "--quiet") g_quiet = value == "1";
-    if (key == "--max-connections")
-      maxConnections = static_cast<std::uint32_t>(std::atoi(value.c_str()));
-    if (key == "--send-queue-bytes")
-      sendQueueBytes = static_cast<std::uint32_t>(std::atoi(value.c_str()));
-  }
+  std::map<std::string, std::string> option = {{"--name", "peer"}};
+  for (int i = 1; i + 1 < argc; i += 2)
+    option[argv[i]] = argv[i + 1];
+  auto number = [&option](const char* key) { return std::atoi(option[key].c_str()); };
+  const std::string& name = option["--name"];
+  const std::string& pipe = option["--pipe"];
+  const int port = number("--port");
+  g_quiet = option["--quiet"] == "1";
   VXSetLogLevel(0xF, 0, LogSink);
   VXSetConnectListener(OnConnect);
   VXSetDisconnectListener(OnDisconnect);
   VXSetAuthFailedListener(OnAuthFailed);
-  std::vector<unsigned char> secret = FromHex(secretHex);
+  std::vector<unsigned char> secret = FromHex(option["--secret-hex"]);
   VXSetAuthenticationInfo(secret.data(), static_cast<int>(secret.size()));
 
   VXLimits limits{};
   limits.size = sizeof limits;
-  limits.limits.MAX_CONNECTIONS = maxConnections;  // 0 keeps the default
-  limits.limits.RESERVED_E = sendQueueBytes;       // each session's send queue
+  limits.limits.MAX_CONNECTIONS = number("--max-connections");  // 0 keeps the default
+  limits.limits.RESERVED_E = number("--send-queue-bytes");      // each session's send queue
   if (!secret.empty()) std::memcpy(limits.limits.authBlock, secret.data(), secret.size());
   if (VXInitializeWithPipeChannel(pipe.empty() ? nullptr : pipe.c_str(), nullptr, name.c_str(),
                                   port, &limits) != VX_SUCCESS) {
     Say("init-failed");
     return 1;
   }
-  g_ownAppId = host + ":" + std::to_string(port) + "/" + name;
+  // --host is the machine's name, as the library puts it in an appID.
+  g_ownAppId = option["--host"] + ":" + std::to_string(port) + "/" + name;
   const _tag_SLOT_DESCRIPTION slots[] = {{1, Echo, nullptr},
                                          {2, Block, nullptr},
                                          {3, Forward, nullptr},
@@ -238,10 +219,7 @@ int main(int argc, char** argv) {
                                          {7, ExitInSlot, nullptr}};
   VXRegisterSlots(slots, 5);
   VXConnectionReady();
-  if (port != 0) {  // ready means a peer can connect now
-    std::unique_lock<std::mutex> lock(g_listeningMutex);
-    g_listeningCondition.wait_for(lock, std::chrono::seconds(10), [] { return g_listening; });
-  }
+  if (port != 0) g_listening.WaitFor();  // ready means a peer can connect now
   Say("ready " + g_ownAppId);
 
   std::string line;

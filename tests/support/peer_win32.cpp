@@ -1,19 +1,17 @@
-// The Win32 twin: CreateProcess with the child's standard streams on two
-// anonymous pipes. Anonymous pipes cannot be waited on with a bound, so a
-// thread of the parent reads the child's output as it comes, and ReadMore
-// waits for that thread.
+// The Win32 twin. Anonymous pipes cannot be waited on with a bound, so a
+// thread of the parent reads the child's output as it comes.
 #include <windows.h>
 
 #include <condition_variable>
 #include <mutex>
 #include <thread>
 
-#include "support/child_process.h"
+#include "support/peer.h"
 
 namespace vxbus {
 namespace testing {
 
-struct ChildProcess::Native {
+struct Peer::Native {
   HANDLE process = nullptr;
   HANDLE toChild = nullptr;
   HANDLE fromChild = nullptr;
@@ -57,69 +55,61 @@ std::string Quote(const std::string& argument) {
   return quoted + "\"";
 }
 
-// Makes a copy of `handle` that a child may inherit.
-HANDLE Inheritable(HANDLE handle) {
-  HANDLE copy = nullptr;
-  ::DuplicateHandle(::GetCurrentProcess(), handle, ::GetCurrentProcess(), &copy, 0, TRUE,
-                    DUPLICATE_SAME_ACCESS);
-  return copy;
-}
-
 // Children are started one at a time, so that none inherits the pipes that
 // were made for another.
 std::mutex spawnMutex;
 
 }  // namespace
 
-ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& arguments)
-    : native_(std::make_unique<Native>()) {
-  HANDLE childIn = nullptr, childOut = nullptr;
-  if (!::CreatePipe(&childIn, &native_->toChild, nullptr, 0)) return;
-  if (!::CreatePipe(&native_->fromChild, &childOut, nullptr, 0)) {
-    ::CloseHandle(childIn);
-    return;
-  }
+void Peer::Start(const std::string& program, const std::vector<std::string>& arguments) {
+  native_ = std::make_shared<Native>();
   std::string commandLine = Quote(program);
   for (const auto& argument : arguments)
     commandLine += " " + Quote(argument);
-  {
-    std::lock_guard<std::mutex> lock(spawnMutex);
-    STARTUPINFOA startup{};
-    startup.cb = sizeof startup;
-    startup.dwFlags = STARTF_USESTDHANDLES;
-    startup.hStdInput = Inheritable(childIn);
-    startup.hStdOutput = Inheritable(childOut);
-    startup.hStdError = ::GetStdHandle(STD_ERROR_HANDLE);
-    PROCESS_INFORMATION info{};
-    if (::CreateProcessA(nullptr, &commandLine[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr,
-                         &startup, &info)) {
-      native_->process = info.hProcess;
-      ::CloseHandle(info.hThread);
-    }
-    ::CloseHandle(startup.hStdInput);
-    ::CloseHandle(startup.hStdOutput);
+  std::lock_guard<std::mutex> lock(spawnMutex);
+  SECURITY_ATTRIBUTES inheritable{sizeof inheritable, nullptr, TRUE};
+  HANDLE childIn = nullptr, childOut = nullptr;
+  if (!::CreatePipe(&childIn, &native_->toChild, &inheritable, 0)) return;
+  if (!::CreatePipe(&native_->fromChild, &childOut, &inheritable, 0)) {
+    ::CloseHandle(childIn);
+    return;
+  }
+  // Only the child's ends go to the child.
+  ::SetHandleInformation(native_->toChild, HANDLE_FLAG_INHERIT, 0);
+  ::SetHandleInformation(native_->fromChild, HANDLE_FLAG_INHERIT, 0);
+  STARTUPINFOA startup{};
+  startup.cb = sizeof startup;
+  startup.dwFlags = STARTF_USESTDHANDLES;
+  startup.hStdInput = childIn;
+  startup.hStdOutput = childOut;
+  startup.hStdError = ::GetStdHandle(STD_ERROR_HANDLE);
+  PROCESS_INFORMATION info{};
+  if (::CreateProcessA(nullptr, &commandLine[0], nullptr, nullptr, TRUE, 0, nullptr, nullptr,
+                       &startup, &info)) {
+    native_->process = info.hProcess;
+    ::CloseHandle(info.hThread);
   }
   ::CloseHandle(childIn);
   ::CloseHandle(childOut);  // so that the reader sees the end when the child ends
   native_->reader = std::thread([native = native_.get()] { native->Read(); });
 }
 
-ChildProcess::~ChildProcess() {
+Peer::~Peer() {
   Kill();
   if (native_->toChild != nullptr) ::CloseHandle(native_->toChild);
   if (native_->reader.joinable()) native_->reader.join();
   if (native_->fromChild != nullptr) ::CloseHandle(native_->fromChild);
 }
 
-bool ChildProcess::WriteLine(const std::string& line) {
-  std::string text = line + "\n";
+bool Peer::Send(const std::string& command) {
+  std::string text = command + "\n";
   DWORD written = 0;
   return ::WriteFile(native_->toChild, text.data(), static_cast<DWORD>(text.size()), &written,
                      nullptr) &&
          written == text.size();
 }
 
-bool ChildProcess::ReadMore(std::chrono::steady_clock::time_point deadline) {
+bool Peer::ReadMore(std::chrono::steady_clock::time_point deadline) {
   std::unique_lock<std::mutex> lock(native_->mutex);
   native_->arrived.wait_until(lock, deadline,
                               [this] { return !native_->received.empty() || native_->ended; });
@@ -129,15 +119,13 @@ bool ChildProcess::ReadMore(std::chrono::steady_clock::time_point deadline) {
   return true;
 }
 
-void ChildProcess::Kill() {
-  if (native_->process == nullptr) return;
-  ::TerminateProcess(native_->process, 1);
-  ::WaitForSingleObject(native_->process, INFINITE);
-  ::CloseHandle(native_->process);
-  native_->process = nullptr;
+void Peer::Kill() {
+  if (native_->process != nullptr) ::TerminateProcess(native_->process, 1);
+  int code;
+  WaitForExit(std::chrono::hours(1), &code);
 }
 
-bool ChildProcess::WaitForExit(std::chrono::milliseconds limit, int* exitCode) {
+bool Peer::WaitForExit(std::chrono::milliseconds limit, int* exitCode) {
   if (native_->process == nullptr) return false;
   if (::WaitForSingleObject(native_->process, static_cast<DWORD>(limit.count())) != WAIT_OBJECT_0)
     return false;
@@ -153,8 +141,7 @@ long CurrentProcessId() {
   return static_cast<long>(::GetCurrentProcessId());
 }
 
-// CreateProcess hands children this block, which SetEnvironmentVariableA
-// changes.
+// Children get this process's environment block, which this changes.
 void SetInheritedVariable(const char* name, const char* value) {
   ::SetEnvironmentVariableA(name, value);
 }

@@ -6,21 +6,21 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "support/child_process.h"
+#include "support/peer.h"
 
 extern char** environ;
 
 namespace vxbus {
 namespace testing {
 
-struct ChildProcess::Native {
+struct Peer::Native {
   pid_t pid = -1;
   int toChild = -1;
   int fromChild = -1;
 };
 
-ChildProcess::ChildProcess(const std::string& program, const std::vector<std::string>& arguments)
-    : native_(std::make_unique<Native>()) {
+void Peer::Start(const std::string& program, const std::vector<std::string>& arguments) {
+  native_ = std::make_shared<Native>();
   int in[2], out[2];
   if (pipe2(in, O_CLOEXEC) != 0) return;
   if (pipe2(out, O_CLOEXEC) != 0) {
@@ -32,8 +32,7 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
   posix_spawn_file_actions_init(&actions);
   posix_spawn_file_actions_adddup2(&actions, in[0], 0);
   posix_spawn_file_actions_adddup2(&actions, out[1], 1);
-  std::vector<char*> argv;
-  argv.push_back(const_cast<char*>(program.c_str()));
+  std::vector<char*> argv{const_cast<char*>(program.c_str())};
   for (const auto& a : arguments)
     argv.push_back(const_cast<char*>(a.c_str()));
   argv.push_back(nullptr);
@@ -47,19 +46,19 @@ ChildProcess::ChildProcess(const std::string& program, const std::vector<std::st
   native_->fromChild = out[0];
 }
 
-ChildProcess::~ChildProcess() {
+Peer::~Peer() {
   Kill();
   if (native_->toChild >= 0) close(native_->toChild);
   if (native_->fromChild >= 0) close(native_->fromChild);
 }
 
-bool ChildProcess::WriteLine(const std::string& line) {
-  std::string text = line + "\n";
+bool Peer::Send(const std::string& command) {
+  std::string text = command + "\n";
   signal(SIGPIPE, SIG_IGN);  // a child that is gone must not end the test
   return write(native_->toChild, text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
-bool ChildProcess::ReadMore(std::chrono::steady_clock::time_point deadline) {
+bool Peer::ReadMore(std::chrono::steady_clock::time_point deadline) {
   auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
       deadline - std::chrono::steady_clock::now());
   if (left.count() <= 0) return false;
@@ -72,12 +71,10 @@ bool ChildProcess::ReadMore(std::chrono::steady_clock::time_point deadline) {
   return true;
 }
 
-void ChildProcess::Kill() {
-  if (native_->pid <= 0) return;
-  kill(native_->pid, SIGKILL);
-  int status;
-  waitpid(native_->pid, &status, 0);
-  native_->pid = -1;
+void Peer::Kill() {
+  if (native_->pid > 0) kill(native_->pid, SIGKILL);
+  int code;
+  WaitForExit(std::chrono::hours(1), &code);
 }
 
 long CurrentProcessId() {
@@ -91,7 +88,7 @@ void SetInheritedVariable(const char* name, const char* value) {
     setenv(name, value, 1);
 }
 
-bool ChildProcess::WaitForExit(std::chrono::milliseconds limit, int* exitCode) {
+bool Peer::WaitForExit(std::chrono::milliseconds limit, int* exitCode) {
   if (native_->pid <= 0) return false;
   auto deadline = std::chrono::steady_clock::now() + limit;
   int status = 0;
