@@ -2,7 +2,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -11,6 +10,7 @@
 namespace vxbus {
 namespace {
 
+using testing::Dump;
 using testing::LiveLists;
 using testing::RefCount;
 using testing::ScopedList;
@@ -34,12 +34,6 @@ std::vector<HVXPARAMLIST> Children(HVXPARAMLIST list) {
   for (std::uint32_t i = 0; i < ListFromHandle(list)->ChildCount(); ++i)
     children.push_back(VXGetHandleById(list, i));
   return children;
-}
-
-std::string Dump(HVXPARAMLIST list) {
-  std::ostringstream out;
-  PrintHandleInfoRecurse(out, list, true, 0);
-  return out.str();
 }
 
 TEST_F(ListHandles, RemovalRenumbersHandlesAndHandleArrays) {

@@ -1,12 +1,12 @@
-// Helpers for the list tests: byte patterns with filler, handles that close
-// themselves, reference counts, and a fixture that checks every test gives
-// back all the lists it made.
+// Helpers for the list tests: byte patterns, handles that close themselves,
+// and a fixture that checks every test gives back all the lists it made.
 #ifndef VXBUS_TESTS_PARAMLIST_LIST_TEST_SUPPORT_H_
 #define VXBUS_TESTS_PARAMLIST_LIST_TEST_SUPPORT_H_
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <sstream>
 #include <string>
 
 #include "paramlist/handle.h"
@@ -61,6 +61,12 @@ class ScopedList {
  private:
   HVXPARAMLIST handle_;
 };
+
+inline std::string Dump(HVXPARAMLIST list, bool printTypes = true) {
+  std::ostringstream out;
+  PrintHandleInfoRecurse(out, list, printTypes, 0);
+  return out.str();
+}
 
 inline std::int32_t RefCount(HVXPARAMLIST list) {
   return MTObjects::ReferenceAccess::Count(ListFromHandle(list));
