@@ -143,23 +143,19 @@ TEST_F(ListImage, SettersReadArgumentsThatPointIntoTheSameList) {
 // that the set moves.
 TEST_F(ListImage, GrowthKeepsEveryRecordAlsoWhenTheValueComesFromTheList) {
   ScopedList list;
-  std::vector<std::string> values;
-  std::uint32_t lastSize = 0;
-  for (int i = 0; i < 60; ++i) {
+  auto get = [&list](int i) { return VXGetStringValue(list, ("k" + std::to_string(i)).c_str()); };
+  std::vector<std::string> values = {"seed"};
+  VXSetStringValue(list, "k0", "seed");
+  for (int i = 1; i < 60; ++i) {
     const std::string name = "k" + std::to_string(i);
-    if (i > 0) {
-      const std::string previous = "k" + std::to_string(i - 1);
-      ASSERT_EQ(VXSetStringValue(list, name.c_str(), VXGetStringValue(list, previous.c_str())),
-                VX_SUCCESS);
-      ASSERT_STREQ(VXGetStringValue(list, name.c_str()), values.back().c_str());
-    }
-    values.push_back(i == 0 ? "seed" : values.back() + "-" + std::to_string(i));
+    const std::uint32_t size = VXGetHandleSize(list);
+    ASSERT_EQ(VXSetStringValue(list, name.c_str(), get(i - 1)), VX_SUCCESS);
+    ASSERT_STREQ(get(i), values.back().c_str());
+    values.push_back(values.back() + "-" + std::to_string(i));
     ASSERT_EQ(VXSetStringValue(list, name.c_str(), values.back().c_str()), VX_SUCCESS);
-    EXPECT_GT(VXGetHandleSize(list), lastSize);
-    lastSize = VXGetHandleSize(list);
+    EXPECT_GT(VXGetHandleSize(list), size);
     for (int j = 0; j <= i; ++j)
-      ASSERT_STREQ(VXGetStringValue(list, ("k" + std::to_string(j)).c_str()), values[j].c_str())
-          << "after " << i << " records";
+      ASSERT_STREQ(get(j), values[j].c_str()) << "after " << i << " records";
   }
 }
 

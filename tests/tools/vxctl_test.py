@@ -1,8 +1,5 @@
-"""vxctl against a second process: `vxctl serve` is the application that is
-called, notified and listened to.
-
-    python3 vxctl_test.py VXCTL
-"""
+"""vxctl against a second process, `vxctl serve`, that is called, notified and
+listened to. Run as: python3 vxctl_test.py VXCTL"""
 
 import json
 import os
