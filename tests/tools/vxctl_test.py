@@ -84,8 +84,8 @@ class VxctlTest(unittest.TestCase):
             ("x:json=" + "[" * 100, "JSON at byte 65: nested deeper than 64"),
             ("novalue", "expected name=value, name:type=value, {JSON} or @FILE"),
         ]
-        cases = [(("call", self.target, "1", arg), SECRET, 2, "vxctl: argument '%s': %s" % (arg, why))
-                 for arg, why in bad_arguments]
+        cases = [(("call", self.target, "1", arg), SECRET, 2,
+                  "vxctl: argument '%s': %s" % (arg, why)) for arg, why in bad_arguments]
         cases += [
             (("call", self.target, "x1"), SECRET, 2,
              "vxctl: slot 'x1': expected a number from 0 to 4294967295"),
