@@ -9,11 +9,11 @@
 #include <vector>
 
 #include "list_test_support.h"
-#include "support/memory_channel.h"
 
 namespace vxbus {
 namespace {
 
+using testing::Dump;
 using testing::ScopedList;
 
 class HandlePrinter : public testing::LeakCheckedTest {};
@@ -28,12 +28,6 @@ std::string ToBuffer(HVXPARAMLIST list, bool printTypes, std::uint32_t size = 1 
   std::vector<char> buffer(size, 'X');
   PrintHandleInfoToBuffer(list, printTypes, buffer.data(), size);
   return std::string(buffer.data());
-}
-
-std::string Recurse(HVXPARAMLIST list) {
-  std::ostringstream out;
-  PrintHandleInfoRecurse(out, list, false, 0);
-  return out.str();
 }
 
 TEST_F(HandlePrinter, ExampleInBothModes) {
@@ -56,53 +50,12 @@ TEST_F(HandlePrinter, ExampleInBothModes) {
   EXPECT_EQ(ToBuffer(list, true, n), typed.substr(0, n - 1));
 }
 
-using Bytes = std::vector<unsigned char>;
-
-// A list as a peer's stream makes it: `wire` read as a root of `size` bytes
-// with `childCount` children.
-HVXPARAMLIST Received(const Bytes& wire, std::uint32_t size, std::uint32_t childCount) {
-  auto* memory = new testing::MemoryChannel;
-  ChannelRef channel(memory);
-  memory->Feed(wire);
-  HVXPARAMLIST list = VXCreateParamList();
-  std::uint32_t next[2] = {};
-  EXPECT_GE(
-      ListFromHandle(list)->ReadList(channel.get(), size, childCount, false, &next[0], &next[1]),
-      0);
-  return list;
-}
-
-// Ids that repeat, which only a peer's image can hold, print their list once:
-// twenty levels of [0, 0] would otherwise print a million lines.
-TEST_F(HandlePrinter, RepeatedChildIdsPrintTheirListOnce) {
-  const Bytes image = {3, 'h', 0, 0x84, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0};
-  const std::uint32_t levels = 20;
-  Bytes wire;
-  for (std::uint32_t i = 0; i < levels; ++i) {
-    wire.insert(wire.end(), image.begin(), image.end());
-    if (i + 1 == levels) break;
-    const unsigned char more = i + 2 < levels ? 1 : 0;
-    const Bytes pair = {16, 0, 0, 0, more, 0, 0, 0};
-    wire.insert(wire.end(), pair.begin(), pair.end());
-  }
-  ScopedList list(Received(wire, 16, 1));
-  const std::string text = Recurse(list);
-  EXPECT_LT(text.size(), 4096u);
-  EXPECT_EQ(text.substr(0, 25), "h=ARRAY\n  [0]=    h=ARRAY");
-}
-
-// A list that holds itself prints its records once instead of until the
-// stack ends.
-TEST_F(HandlePrinter, AListThatHoldsItselfPrintsOnce) {
-  ScopedList list;
-  VXSetHandleValue(list, "self", list);
-  EXPECT_EQ(ToBuffer(list, false), Framed(list, "self=\n"));
-  list->RemoveByName("self");
-}
-
-TEST_F(HandlePrinter, EmptyValuesAndArrayElementsOnTheirIndexLines) {
+TEST_F(HandlePrinter, EmptyValuesArrayElementsAndAListThatHoldsItself) {
   ScopedList list, one;
   EXPECT_EQ(ToBuffer(list, true), Framed(list, ""));
+  VXSetHandleValue(list, "self", list);  // printed once, not until the stack ends
+  EXPECT_EQ(ToBuffer(list, false), Framed(list, "self=\n"));
+  list->RemoveByName("self");
   VXSetBinaryValue(list, "none", nullptr, 0);
   VXSetStringValue(list, "empty", nullptr);
   VXSetHandleValue(list, "nothing", VX_INVALID_PARAMLIST);
@@ -112,7 +65,7 @@ TEST_F(HandlePrinter, EmptyValuesAndArrayElementsOnTheirIndexLines) {
   VXSetInt32Value(one, "b", 2);
   const HVXPARAMLIST items[] = {one, VX_INVALID_PARAMLIST};
   VXSetHandleArray(list, "h", 2, items);
-  EXPECT_EQ(Recurse(list),
+  EXPECT_EQ(Dump(list, false),
             "none=\nempty=\nnothing=\n"
             "n=ARRAY\n  [0]=first\n\n  [1]=second\n\n"
             "h=ARRAY\n  [0]=    a=1\n    b=2\n\n  [1]=\n");
@@ -130,7 +83,7 @@ TEST_F(HandlePrinter, HexadecimalCarriesOverAfterABinaryArray) {
   VXSetInt32Array(list, "later", 2, later);
   VXSetBinaryValue(list, "reset", bytes + 2, 1);
   VXSetInt32Value(list, "m", 255);
-  EXPECT_EQ(Recurse(list),
+  EXPECT_EQ(Dump(list, false),
             "bin=ARRAY\n  [0]=\n  [1]= a\n  [2]=ab 1\nn=ff\n"
             "later=ARRAY\n  [0]=ff\n\n  [1]=10\n\nreset= 1\nm=255\n");
 }

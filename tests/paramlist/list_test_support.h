@@ -1,12 +1,12 @@
-// Helpers for the list tests: byte patterns with filler, handles that close
-// themselves, reference counts, and a fixture that checks every test gives
-// back all the lists it made.
+// Helpers for the list tests: byte patterns, handles that close themselves,
+// and a fixture that checks every test gives back all the lists it made.
 #ifndef VXBUS_TESTS_PARAMLIST_LIST_TEST_SUPPORT_H_
 #define VXBUS_TESTS_PARAMLIST_LIST_TEST_SUPPORT_H_
 
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <sstream>
 #include <string>
 
 #include "paramlist/handle.h"
@@ -27,22 +27,15 @@ inline std::string ImageHex(HVXPARAMLIST list) {
   return Hex(ListFromHandle(list)->Data(), ListFromHandle(list)->Used());
 }
 
-// `pattern` is hex pairs; blanks and '|' only separate.
-inline ::testing::AssertionResult BytesMatch(const unsigned char* data, std::size_t n,
-                                             const std::string& pattern) {
-  std::string expected;
-  const std::string actual = Hex(data, n);
+// `pattern` is hex pairs; blanks and '|' only separate. Gives it as Hex does.
+inline std::string HexPattern(const std::string& pattern) {
+  std::string hex;
   for (char c : pattern) {
     if (c == ' ' || c == '|') continue;
-    expected += c;
-    if (expected.size() % 3 == 2) expected += ' ';
+    hex += c;
+    if (hex.size() % 3 == 2) hex += ' ';
   }
-  if (actual == expected) return ::testing::AssertionSuccess();
-  return ::testing::AssertionFailure() << "\n  bytes: " << actual << "\nexpected: " << expected;
-}
-
-inline ::testing::AssertionResult ImageMatches(HVXPARAMLIST list, const std::string& pattern) {
-  return BytesMatch(ListFromHandle(list)->Data(), ListFromHandle(list)->Used(), pattern);
+  return hex;
 }
 
 // Closes its handle at the end of the scope, so that a failed assertion does
@@ -61,6 +54,12 @@ class ScopedList {
  private:
   HVXPARAMLIST handle_;
 };
+
+inline std::string Dump(HVXPARAMLIST list, bool printTypes = true) {
+  std::ostringstream out;
+  PrintHandleInfoRecurse(out, list, printTypes, 0);
+  return out.str();
+}
 
 inline std::int32_t RefCount(HVXPARAMLIST list) {
   return MTObjects::ReferenceAccess::Count(ListFromHandle(list));

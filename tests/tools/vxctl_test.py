@@ -1,8 +1,5 @@
-"""vxctl against a second process: `vxctl serve` is the application that is
-called, notified and listened to.
-
-    python3 vxctl_test.py VXCTL
-"""
+"""vxctl against a second process, `vxctl serve`, that is called, notified and
+listened to. Run as: python3 vxctl_test.py VXCTL"""
 
 import json
 import os
@@ -80,17 +77,16 @@ class VxctlTest(unittest.TestCase):
         self.assertEqual((code, json.loads(out)), (0, {"b:hex": "000120fe"}), err)
 
     def test_each_failure_gives_one_line_and_its_exit_code(self):
-        cases = [
-            (("call", self.target, "1", "n:int32=4294967296"), SECRET, 2,
-             "vxctl: argument 'n:int32=4294967296': out of range for a 32-bit integer"),
-            (("call", self.target, "1", 'x:json=[1,"a"]'), SECRET, 2,
-             "vxctl: argument 'x:json=[1,\"a\"]': an array mixes types; give one, as in name:string[]"),
-            (("call", self.target, "1", 'x:json={"a":'), SECRET, 2,
-             "vxctl: argument 'x:json={\"a\":': JSON at byte 5: a value is missing"),
-            (("call", self.target, "1", "x:json=" + "[" * 100), SECRET, 2,
-             "vxctl: argument 'x:json=%s': JSON at byte 65: nested deeper than 64" % ("[" * 100)),
-            (("call", self.target, "1", "novalue"), SECRET, 2,
-             "vxctl: argument 'novalue': expected name=value, name:type=value, {JSON} or @FILE"),
+        bad_arguments = [
+            ("n:int32=4294967296", "out of range for a 32-bit integer"),
+            ('x:json=[1,"a"]', "an array mixes types; give one, as in name:string[]"),
+            ('x:json={"a":', "JSON at byte 5: a value is missing"),
+            ("x:json=" + "[" * 100, "JSON at byte 65: nested deeper than 64"),
+            ("novalue", "expected name=value, name:type=value, {JSON} or @FILE"),
+        ]
+        cases = [(("call", self.target, "1", arg), SECRET, 2,
+                  "vxctl: argument '%s': %s" % (arg, why)) for arg, why in bad_arguments]
+        cases += [
             (("call", self.target, "x1"), SECRET, 2,
              "vxctl: slot 'x1': expected a number from 0 to 4294967295"),
             (("call", self.target, "1", "--secret", "s"), SECRET, 2, "vxctl: --secret is not taken"),
@@ -120,18 +116,13 @@ class VxctlTest(unittest.TestCase):
         self.server.expect("disconnected ")
 
 
-def stream(*pieces):
-    return b"".join(pieces)
-
-
 def pair(size, children):
     return struct.pack("<II", size, children)
 
 
 # A root holding an int32 "id" = 7 and a list "sub" that holds the string "hi".
-ID_RECORD = bytes.fromhex("07696400000000020700000000")[:12]
-SUB_RECORD = bytes.fromhex("07737562000000040000000000")[:12]
-S_RECORD = bytes.fromhex("0373000168690000")
+NESTED = (pair(24, 1) + bytes.fromhex("07696400 00000002 07000000  07737562 00000004 00000000")
+          + pair(8, 0) + bytes.fromhex("03730001 68690000"))
 
 
 class DumpTest(unittest.TestCase):
@@ -144,24 +135,21 @@ class DumpTest(unittest.TestCase):
         return run([VXCTL, "dump", f.name] + list(args))
 
     def test_the_stream_of_a_nested_list_prints(self):
-        data = stream(pair(24, 1), ID_RECORD, SUB_RECORD, pair(8, 0), S_RECORD)
-        code, out, err = self.dump(data)
+        code, out, err = self.dump(NESTED)
         self.assertEqual((code, out.splitlines()),
                          (0, ["id[PT_INT32]=7", "sub[PT_PARAMHANDLE]=", "  s[PT_STRING]=hi"]), err)
-        self.assertEqual(self.dump(data, "--json")[1], '{"id":7,"sub":{"s":"hi"}}\n')
+        self.assertEqual(self.dump(NESTED, "--json")[1], '{"id":7,"sub":{"s":"hi"}}\n')
         self.assertEqual(self.dump(pair(0, 0))[:2], (0, ""))
 
     def test_damaged_files_are_refused_with_a_reason(self):
-        whole = stream(pair(24, 1), ID_RECORD, SUB_RECORD, pair(8, 0), S_RECORD)
-        deep = pair(0, 1) * 200 + pair(0, 0)
         cases = {
-            "runs past the end": whole[:-1],
-            "ends inside the pair": whole[:5],
-            "claims 1 nested lists": whole[:36],
-            "follow the end of the list": whole + b"\0",
-            "unknown type byte 6": stream(pair(8, 0), bytes.fromhex("0369000600000000")),
-            "claims 4294967295 nested lists": stream(pair(0, 0xFFFFFFFF)),
-            "nested deeper than 64": deep,
+            "runs past the end": NESTED[:-1],
+            "ends inside the pair": NESTED[:5],
+            "claims 1 nested lists": NESTED[:36],
+            "follow the end of the list": NESTED + b"\0",
+            "unknown type byte 6": pair(8, 0) + bytes.fromhex("0369000600000000"),
+            "claims 4294967295 nested lists": pair(0, 0xFFFFFFFF),
+            "nested deeper than 64": pair(0, 1) * 200 + pair(0, 0),
         }
         for want, data in cases.items():
             with self.subTest(want=want):
