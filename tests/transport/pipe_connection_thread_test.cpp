@@ -50,17 +50,6 @@ TEST_F(PipeConnectionThreadTest, WithoutAPipeNameTheThreadStopsAndNeverLogsItsSh
   EXPECT_EQ(log_.Count("ConnThread Shutdown"), 0);
 }
 
-TEST_F(PipeConnectionThreadTest, ShutdownEndsARunningListener) {
-  const std::string pipe = UniquePipeName("idle");
-  ASSERT_EQ(VXInitializeWithPipeChannel(pipe.c_str(), nullptr, "idle", 0, nullptr), VX_SUCCESS);
-  VXConnectionReady();
-  // A client gets in, so rounds are under way; it goes away at once.
-  ASSERT_TRUE(WaitUntil([&] { return ConnectPipeChannel(pipe).IsValid(); }));
-  EXPECT_EQ(VXShutdown(), VX_SUCCESS);
-  EXPECT_EQ(log_.Count("ConnThread Shutdown"), 1);
-  EXPECT_FALSE(ConnectPipeChannel(pipe).IsValid());  // no pipe stays behind
-}
-
 #ifndef _WIN32
 // A client that connects only the "_in" half, as a raw socket on the name
 // under which the listener of this platform takes it; -1 when it can't.
@@ -76,20 +65,29 @@ int ConnectOnlyTheInHalf(const std::string& pipe) {
   if (fd >= 0) ::close(fd);
   return -1;
 }
+#endif
 
-TEST_F(PipeConnectionThreadTest, AClientWithOnlyTheInHalfDoesNotHoldUpShutdown) {
-  const std::string pipe = UniquePipeName("half");
-  ASSERT_EQ(VXInitializeWithPipeChannel(pipe.c_str(), nullptr, "half", 0, nullptr), VX_SUCCESS);
+// A client gets in, so rounds are under way, and goes away at once; one that
+// connects only the "_in" half must not hold up the shutdown either.
+TEST_F(PipeConnectionThreadTest, ShutdownEndsARunningListener) {
+  const std::string pipe = UniquePipeName("idle");
+  ASSERT_EQ(VXInitializeWithPipeChannel(pipe.c_str(), nullptr, "idle", 0, nullptr), VX_SUCCESS);
   VXConnectionReady();
+  ASSERT_TRUE(WaitUntil([&] { return ConnectPipeChannel(pipe).IsValid(); }));
+#ifndef _WIN32
   int half = -1;
   ASSERT_TRUE(WaitUntil([&] { return (half = ConnectOnlyTheInHalf(pipe)) >= 0; }));
+#endif
   auto shutdown = std::async(std::launch::async, [] { return VXShutdown(); });
   const bool ended = shutdown.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+#ifndef _WIN32
   ::close(half);  // lets a listener that still waits go, so that the test ends
+#endif
   EXPECT_TRUE(ended);
   EXPECT_EQ(shutdown.get(), VX_SUCCESS);
+  EXPECT_EQ(log_.Count("ConnThread Shutdown"), 1);
+  EXPECT_FALSE(ConnectPipeChannel(pipe).IsValid());  // no pipe stays behind
 }
-#endif
 
 }  // namespace
 }  // namespace testing
