@@ -80,8 +80,9 @@ class FrameTest : public ::testing::Test {
   std::vector<std::uint32_t> sizes_;
 };
 
-// Ids start at 1; a null list goes out empty and arrives as a valid, empty list.
-TEST_F(FrameTest, OneWayNotificationWithNullListIsTwentyBytes) {
+// Ids start at 1; a null list goes out empty and arrives as a valid, empty
+// list. A received call answered with nothing leaves as a bare reply.
+TEST_F(FrameTest, OneWayWithNullListIsTwentyBytesAndAnEmptyReplySixteen) {
   g_lastMessageId = 0;
   MessageRef message(new VXSlotCallMessage(IVXMessage::EventRef(), sender_, 7, VX_INVALID_PARAMLIST,
                                            nullptr, nullptr));
@@ -97,9 +98,7 @@ TEST_F(FrameTest, OneWayNotificationWithNullListIsTwentyBytes) {
   EXPECT_FALSE(request->GetOutputList());  // one-way: no reply will come
   g_lastMessageId = 0xFFFFFFFFu;
   EXPECT_EQ(IVXMessage::NextMessageId(), 0u);  // ids wrap to 0
-}
 
-TEST_F(FrameTest, ReceivedCallLeavesAsSixteenByteEmptyReply) {
   const unsigned char header[16] = {2, 0, 0, 0, 1, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0};
   MessageRef call(new VXSlotCallMessage(receiver_, header));
   EXPECT_GE(call->Send(), 0);
@@ -158,8 +157,7 @@ struct Observed {
   std::thread::id connectThread, disconnectThread;
   std::atomic<bool> connected{false};
 
-  // Written on a reader thread while the test reads: every field is written
-  // under the mutex, and `thread` records who reported.
+  // Called on a reader thread while the test reads; `thread` records who reported.
   void Add(const std::string& text, std::thread::id* thread) {
     std::lock_guard<std::mutex> lock(mutex);
     events.push_back(text);
@@ -257,9 +255,8 @@ TEST_F(SessionTest, UnestablishedSessionEndsAtOnceWithoutListenersOrEntry) {
 TEST_F(SessionTest, FramesQueuedAsTheSessionEndsGoAtOnceAndItsChannelClosesWithItsThreads) {
   testing::ChannelPair pair = testing::MakeSocketChannelPair();
   SessionRef session = EstablishedSession(pair.first, "peer:5/racing");
-  // Each producer stops by itself after a while: the writer's drain runs
-  // until it finds the queue empty, which endless producers would never let
-  // happen.
+  // Producers stop by themselves: the writer's drain runs until it finds the
+  // queue empty, which endless producers would never let happen.
   constexpr int kFramesPerProducer = 20000;
   std::atomic<bool> stop{false};
   std::vector<std::thread> producers;
