@@ -101,28 +101,26 @@ MessageRef OneWay(std::uint32_t payload, const SessionRef& session = SessionRef(
   return message;
 }
 
-std::uint64_t ListBytes(const MessageRef& message) {
-  return message->GetInputList()->Used();
-}
-
 // What is counted in is given back on every way out: pop, clear, or the
 // end of the queue; a reply counts the list it carries back.
 TEST(QueueBytes, CountTheCarriedListAndComeBackToZero) {
   VXMessageQueue queue;
   MessageRef small = OneWay(10), large = OneWay(5000);
+  const std::uint64_t smallBytes = kOverhead + small->GetInputList()->Used();
+  const std::uint64_t largeBytes = kOverhead + large->GetInputList()->Used();
   queue.Push(small);
   queue.Push(MessageRef());  // a wake-up counts nothing
   queue.Push(large);
-  EXPECT_EQ(queue.QueuedBytes(), 2 * kOverhead + ListBytes(small) + ListBytes(large));
+  EXPECT_EQ(queue.QueuedBytes(), smallBytes + largeBytes);
 
   MessageRef out;
   queue.Pop(out, 0);
   // Mid-batch, the popped bytes may not have been given back yet.
-  EXPECT_GE(queue.QueuedBytes(), kOverhead + ListBytes(large));
-  EXPECT_LE(queue.QueuedBytes(), kOverhead + ListBytes(large) + VXMessageQueue::kLumpBytes);
+  EXPECT_GE(queue.QueuedBytes(), largeBytes);
+  EXPECT_LE(queue.QueuedBytes(), largeBytes + VXMessageQueue::kLumpBytes);
   QueueTally left = queue.Clear();
   EXPECT_EQ(left.messages, 1u);
-  EXPECT_EQ(left.bytes, kOverhead + ListBytes(large));
+  EXPECT_EQ(left.bytes, largeBytes);
   EXPECT_EQ(queue.QueuedBytes(), 0u);
 
   // Turned into a reply, the same message counts its output list instead.
@@ -142,10 +140,9 @@ TEST(QueueBytes, CountTheCarriedListAndComeBackToZero) {
 }
 
 // Producers that wait for room before they push are all let through by a
-// consumer that pops (a lost wake-up or message shows as a time-out, counted
-// with the nulls); each keeps its order among the others' messages and the
-// null wake-ups, and the queue passes its bound by no more than one message
-// per other producer.
+// popping consumer (a lost wake-up or message shows as a time-out); each keeps
+// its order among the others' messages and the nulls, and the queue passes its
+// bound by no more than one message per other producer.
 TEST(QueueBytes, WaitingProducersAreWokenAndKeepTheirOrderAndTheBound) {
   constexpr std::uint32_t kProducers = 4, kPerProducer = 2000, kNullEvery = 500;
   VXMessageQueue queue;

@@ -74,11 +74,10 @@ class BothChannels : public ChannelTest {};
 using Kinds = ::testing::Types<SocketKind, PipeKind>;
 TYPED_TEST_SUITE(BothChannels, Kinds);
 
-// Both directions at once, each far beyond what the socket buffers or the
-// pipes hold; how many receive calls a read takes is the system's choice
-// (Wine hands a whole pipe write to one read). A read above the size limit
-// and a zero length touch nothing, even with the peer gone; every receive or
-// send system call counts once.
+// Both directions at once, each far beyond what socket buffers or pipes hold
+// (how many receives a read takes is the system's choice: Wine hands a whole
+// pipe write to one read). A read above the size limit and a zero length touch
+// nothing, even with the peer gone; every receive or send call counts once.
 TYPED_TEST(BothChannels, CarriesLargeTransfersBothWaysAndCountsEachCallOnce) {
   ChannelPair pair = TypeParam::Make();
   const std::uint32_t size = 2 * 1024 * 1024 + 17;
