@@ -2,6 +2,7 @@
 // counters and the limits record.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstring>
