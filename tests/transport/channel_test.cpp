@@ -1,19 +1,31 @@
-// Socket and pipe channels over real loopback connections and pipe pairs.
+// Socket and pipe channels over real loopback connections and pipe pairs, and
+// the pipe connection thread: its stop without a pipe name, and its shutdown.
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <cstring>
+#include <future>
+#include <string>
 #include <thread>
 #include <vector>
 
-#include "runtime/log.h"
+#ifndef _WIN32
+#include <stddef.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+#endif
+
 #include "runtime/object_counters.h"
 #include "runtime/process_state.h"
 #include "support/channel_pair.h"
 #include "support/log_capture.h"
-#include "support/peer.h"
 #include "support/wait.h"
 #include "transport/pipe_channel.h"
+#include "transport/pipe_name.h"
 #include "transport/socket_channel.h"
+#include "vxbus.h"
 
 namespace vxbus {
 namespace testing {
@@ -45,13 +57,15 @@ class ChannelTest : public ::testing::Test {
 
 struct SocketKind {
   static ChannelPair Make() { return MakeSocketChannelPair(); }
-  static constexpr const char* kClosedLine = "Receive failed: socket closed";
+  static std::vector<LogCapture::Line> ClosedLines() {
+    return {{8, "Receive failed: socket closed"}};
+  }
   // A small read takes all that is there; the next one is served from it.
   static constexpr std::uint32_t kReceivesFor1000Then1 = 1;
 };
 struct PipeKind {
   static ChannelPair Make() { return MakePipeChannelPair(); }
-  static constexpr const char* kClosedLine = nullptr;  // pipes log nothing
+  static std::vector<LogCapture::Line> ClosedLines() { return {}; }  // pipes log nothing
   static constexpr std::uint32_t kReceivesFor1000Then1 = 2;
 };
 
@@ -60,16 +74,17 @@ class BothChannels : public ChannelTest {};
 using Kinds = ::testing::Types<SocketKind, PipeKind>;
 TYPED_TEST_SUITE(BothChannels, Kinds);
 
-// Both directions at once, each far beyond what the socket buffers or the
-// pipes hold. Every receive call counts once; how many a read takes is the
-// system's choice (Wine hands a whole pipe write to one read).
-TYPED_TEST(BothChannels, CarriesLargeTransfersBothWaysAtOnce) {
+// Both directions at once, each far beyond what socket buffers or pipes hold
+// (how many receives a read takes is the system's choice: Wine hands a whole
+// pipe write to one read). A read above the size limit and a zero length touch
+// nothing, even with the peer gone; every receive or send call counts once.
+TYPED_TEST(BothChannels, CarriesLargeTransfersBothWaysAndCountsEachCallOnce) {
   ChannelPair pair = TypeParam::Make();
   const std::uint32_t size = 2 * 1024 * 1024 + 17;
   const Bytes sent = Pattern(size);
   Bytes atFirst(size), atSecond(size);
   std::int32_t results[4] = {};
-  const std::uint32_t receives = g_transportReceiveCalls;
+  std::uint32_t receives = g_transportReceiveCalls;
   std::thread threads[] = {
       std::thread([&] { results[0] = pair.first->Write(sent.data(), size); }),
       std::thread([&] { results[1] = pair.second->Write(sent.data(), size); }),
@@ -82,70 +97,59 @@ TYPED_TEST(BothChannels, CarriesLargeTransfersBothWaysAtOnce) {
     EXPECT_EQ(result, static_cast<std::int32_t>(size));
   EXPECT_TRUE(atFirst == sent && atSecond == sent);
   EXPECT_GE(g_transportReceiveCalls - receives, 2u);
-}
 
-// A read above the size limit and a zero length touch nothing, even with the
-// peer gone; every receive or send system call counts once.
-TYPED_TEST(BothChannels, CountsOneCallPerTransferAndNoneWithoutOne) {
   this->limits().MAX_READ_SIZE = 1000;
-  ChannelPair pair = TypeParam::Make();
-  const Bytes sent = Pattern(1001);
-  Bytes got(1001);
-  const std::uint32_t receives = g_transportReceiveCalls, sends = g_transportSendCalls;
-  EXPECT_EQ(pair.second->Read(got.data(), 1001), -1);
+  const std::uint32_t sends = g_transportSendCalls;
+  receives = g_transportReceiveCalls;
+  EXPECT_EQ(pair.second->Read(atSecond.data(), 1001), -1);
   EXPECT_EQ(pair.first->Write(sent.data(), 1001), 1001);  // writes have no such bound
   ASSERT_EQ(pair.second->WaitReadable(5000), 1);
-  EXPECT_EQ(pair.second->Read(got.data(), 1000), 1000);
-  EXPECT_EQ(pair.second->Read(got.data() + 1000, 1), 1);
-  EXPECT_TRUE(got == sent);
+  EXPECT_EQ(pair.second->Read(atSecond.data(), 1000), 1000);
+  EXPECT_EQ(pair.second->Read(atSecond.data() + 1000, 1), 1);
+  EXPECT_TRUE(std::equal(sent.begin(), sent.begin() + 1001, atSecond.begin()));
   pair.first.Reset();
-  EXPECT_EQ(pair.second->Read(got.data(), 0), 0);
-  EXPECT_EQ(pair.second->Write(got.data(), 0), 0);
+  EXPECT_EQ(pair.second->Read(atSecond.data(), 0), 0);
+  EXPECT_EQ(pair.second->Write(atSecond.data(), 0), 0);
   EXPECT_EQ(g_transportReceiveCalls - receives, TypeParam::kReceivesFor1000Then1);
   EXPECT_EQ(g_transportSendCalls - sends, 1u);
 }
 
 // A read of one byte with a stop flag, on a thread of its own.
-struct OneByteRead {
-  OneByteRead(ChannelRef channel, const std::atomic<bool>* stop)
-      : thread([this, channel, stop] {
-          unsigned char byte;
-          result = channel->ReadStoppable(&byte, 1, stop);
-          done.Raise();
-        }) {}
-  std::atomic<std::int32_t> result{-2};
-  Signal done;
-  std::thread thread;  // last, so that it starts after the two above exist
-};
+std::future<std::int32_t> ReadOneByte(ChannelRef channel, const std::atomic<bool>* stop) {
+  return std::async(std::launch::async, [channel, stop] {
+    unsigned char byte;
+    return channel->ReadStoppable(&byte, 1, stop);
+  });
+}
+
+// What the read gave once it ended; one that does not end within the bound
+// fails the test and is ended by closing the peer, so that get can't hang.
+std::int32_t ResultOf(std::future<std::int32_t>& read, ChannelRef& peer) {
+  const bool ended = read.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+  EXPECT_TRUE(ended) << "the read still waits";
+  if (!ended) peer.Reset();
+  return read.get();
+}
 
 // Well past the limit (a socket re-checks after 1 s, a pipe after each
-// 300 ms) the read still waits; once the flag is set it gives up.
-TYPED_TEST(BothChannels, StoppableReadWaitsUntilItsFlagIsSet) {
+// 300 ms) a stoppable read still waits; once its flag is set it gives up. A
+// local stop wakes one that would wait for its flag without end, and every
+// read after it fails without waiting; writing goes on.
+TYPED_TEST(BothChannels, StoppableReadsWaitForTheirFlagOrALocalStop) {
   this->limits().IO_TIMEOUT_MS = 300;
   ChannelPair pair = TypeParam::Make();
   std::atomic<bool> stop{false};
-  OneByteRead read(pair.second, &stop);
-  EXPECT_FALSE(read.done.WaitFor(std::chrono::milliseconds(1500)));
+  std::future<std::int32_t> read = ReadOneByte(pair.second, &stop);
+  EXPECT_EQ(read.wait_for(std::chrono::milliseconds(1500)), std::future_status::timeout);
   stop = true;
-  EXPECT_TRUE(read.done.WaitFor());
-  pair.first.Reset();  // ends a read that missed its flag, so join can't hang
-  read.thread.join();
-  EXPECT_EQ(read.result.load(), -1);
-}
+  EXPECT_EQ(ResultOf(read, pair.first), -1);
 
-// A local stop wakes a read that would wait for its flag without end, and
-// every read after it fails without waiting; writing goes on.
-TYPED_TEST(BothChannels, InterruptedReadsEndAtOnceAndWritesGoOn) {
-  ChannelPair pair = TypeParam::Make();
-  const std::atomic<bool> stop{false};
-  OneByteRead read(pair.second, &stop);
+  const std::atomic<bool> never{false};
+  read = ReadOneByte(pair.second, &never);
   pair.second->InterruptReads();
-  EXPECT_TRUE(read.done.WaitFor());
-  if (read.result.load() == -2) pair.first.Reset();  // so that join can't hang
-  read.thread.join();
-  EXPECT_EQ(read.result.load(), -1);
+  EXPECT_EQ(ResultOf(read, pair.first), -1);
   unsigned char byte;
-  EXPECT_EQ(pair.second->ReadStoppable(&byte, 1, &stop), -1);
+  EXPECT_EQ(pair.second->ReadStoppable(&byte, 1, &never), -1);
   ASSERT_TRUE(pair.first.IsValid());
   EXPECT_EQ(pair.second->Write("ok", 2), 2);
   Bytes got(2);
@@ -162,14 +166,7 @@ TYPED_TEST(BothChannels, PeerClosingFailsReadsAndWrites) {
   EXPECT_EQ(pair.second->WaitReadable(5000), 1);  // the end of a stream is readable
   Bytes got(20);
   EXPECT_EQ(pair.second->Read(got.data(), 20), -1);
-  const auto lines = log.Lines();
-  if (TypeParam::kClosedLine == nullptr) {
-    EXPECT_TRUE(lines.empty());
-  } else {
-    ASSERT_EQ(lines.size(), 1u);
-    EXPECT_EQ(lines[0].first, 8u);
-    EXPECT_EQ(lines[0].second, TypeParam::kClosedLine);
-  }
+  EXPECT_EQ(log.Lines(), TypeParam::ClosedLines());
   const Bytes bytes(8 * 1024 * 1024, 'x');
   EXPECT_EQ(pair.second->Write(bytes.data(), static_cast<std::uint32_t>(bytes.size())), -1);
   EXPECT_EQ(pair.second->Write(bytes.data(), 1), -1);
@@ -218,26 +215,24 @@ TEST_F(SocketChannelTest, WriteBatchesAndBufferedReadsKeepTheByteOrder) {
   EXPECT_TRUE(got == sent);
 }
 
-// A quiet period is half the limit rounded up to whole seconds, plus 1 ms.
-TEST_F(SocketChannelTest, PlainReadGivesUpAfterHalfTheLimitOfSilence) {
+// A silent plain read gives up, unlogged, after a quiet period: half the
+// limit rounded up to whole seconds, plus 1 ms. Data that trickles in does not
+// reset its clock: it fails once the whole limit has passed.
+TEST_F(SocketChannelTest, PlainReadGivesUpAfterHalfTheLimitOfSilenceOrTheWholeLimit) {
   limits().IO_TIMEOUT_MS = 2000;
   ChannelPair pair = MakeSocketChannelPair();
   LogCapture log;
   EXPECT_EQ(pair.second->WaitReadable(20), 0);
   unsigned char byte;
-  const Clock::time_point start = Clock::now();
+  Clock::time_point start = Clock::now();
   EXPECT_EQ(pair.second->Read(&byte, 1), -1);
   const std::int64_t elapsed = MillisecondsSince(start);
   EXPECT_GE(elapsed, 1000);
   EXPECT_LT(elapsed, 1900) << "a silent read ends after half the limit";
   EXPECT_TRUE(log.Lines().empty());
-}
 
-// Data that trickles in does not reset the clock of a plain read.
-TEST_F(SocketChannelTest, TricklingReadFailsOnceTheWholeLimitHasPassed) {
   limits().IO_TIMEOUT_MS = 600;
-  ChannelPair pair = MakeSocketChannelPair();
-  LogCapture log;
+  pair = MakeSocketChannelPair();
   Signal stop;
   std::thread trickler([&] {
     unsigned char byte = 7;
@@ -245,7 +240,7 @@ TEST_F(SocketChannelTest, TricklingReadFailsOnceTheWholeLimitHasPassed) {
     }
   });
   Bytes got(100000);
-  const Clock::time_point start = Clock::now();
+  start = Clock::now();
   EXPECT_EQ(pair.second->Read(got.data(), 100000), -1);
   EXPECT_LT(MillisecondsSince(start), 10000);
   stop.Raise();
@@ -271,6 +266,91 @@ TEST_F(ChannelTest, ConnectAndAcceptWithoutAPartnerFail) {
   EXPECT_LT(MillisecondsSince(start), 5000);
   g_pipeAcceptWaitMs = savedWait;
   EXPECT_FALSE(ConnectPipeChannel(base)) << "the listener is gone after its round";
+}
+
+// Pipe names too long for the system, mapped the same way on both ends.
+TEST(PipeNameTest, NamesThatFitStayAndLongerOnesMapOntoTheLimit) {
+  const std::string shortName(107, 's');
+  EXPECT_EQ(MapPipeName(shortName, 107), shortName);
+
+  const std::string head(150, 'p');
+  const std::string in = head + "_in", out = head + "_out";
+  const std::string mapped = MapPipeName(in, 107);
+  ASSERT_EQ(mapped.size(), 107u);
+  EXPECT_EQ(mapped, MapPipeName(in, 107)) << "both ends must agree";
+  // The head stays readable; the digest of the whole name ends it.
+  EXPECT_EQ(mapped.substr(0, 74), head.substr(0, 74));
+  EXPECT_EQ(mapped[74], '-');
+  EXPECT_EQ(mapped.find_first_not_of("0123456789abcdef", 75), std::string::npos);
+  // Names that differ only behind the kept head still differ.
+  EXPECT_NE(MapPipeName(out, 107), mapped);
+  EXPECT_EQ(MapPipeName(std::string(108, 'a'), 107),
+            std::string(74, 'a') + "-" + "25814274e02aa7cc03d6314eb703e655");
+}
+
+// Each test starts with no pipe names kept and a short accept wait.
+class PipeConnectionThreadTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    savedWaitMs_ = g_pipeAcceptWaitMs.exchange(10000);
+    listenerPipeInName.clear();
+    listenerPipeOutName.clear();
+  }
+  void TearDown() override {
+    g_pipeAcceptWaitMs = savedWaitMs_;
+    // Sessions that never came up are let go by their own, unjoined threads.
+    EXPECT_TRUE(WaitUntil([] { return DEBUG_VXObjectCount().applications == 0; }));
+  }
+  std::uint32_t savedWaitMs_ = 0;
+  LogCapture log_;
+};
+
+TEST_F(PipeConnectionThreadTest, WithoutAPipeNameTheThreadStopsAndNeverLogsItsShutdown) {
+  ASSERT_EQ(VXInitialize("no-pipes", 0, nullptr), VX_SUCCESS);
+  VXConnectionReady();
+  EXPECT_TRUE(WaitUntil(
+      [this] { return log_.Count("ConnThread Pipe stopped - pipes are not defined") == 1; }));
+  EXPECT_EQ(VXShutdown(), VX_SUCCESS);
+  EXPECT_EQ(log_.Count("ConnThread Shutdown"), 0);
+}
+
+#ifndef _WIN32
+// A client that connects only the "_in" half, as a raw socket on the name
+// under which the listener of this platform takes it; -1 when it can't.
+int ConnectOnlyTheInHalf(const std::string& pipe) {
+  const std::string name = pipe + "_in";
+  sockaddr_un address{};
+  address.sun_family = AF_UNIX;
+  if (name.size() + 1 > sizeof address.sun_path) return -1;
+  std::memcpy(address.sun_path + 1, name.data(), name.size());  // abstract name
+  const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
+  const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+  if (fd >= 0 && ::connect(fd, reinterpret_cast<const sockaddr*>(&address), length) == 0) return fd;
+  if (fd >= 0) ::close(fd);
+  return -1;
+}
+#endif
+
+// A client gets in, so rounds are under way, and goes away at once; one that
+// connects only the "_in" half must not hold up the shutdown either.
+TEST_F(PipeConnectionThreadTest, ShutdownEndsARunningListener) {
+  const std::string pipe = UniquePipeName("idle");
+  ASSERT_EQ(VXInitializeWithPipeChannel(pipe.c_str(), nullptr, "idle", 0, nullptr), VX_SUCCESS);
+  VXConnectionReady();
+  ASSERT_TRUE(WaitUntil([&] { return ConnectPipeChannel(pipe).IsValid(); }));
+#ifndef _WIN32
+  int half = -1;
+  ASSERT_TRUE(WaitUntil([&] { return (half = ConnectOnlyTheInHalf(pipe)) >= 0; }));
+#endif
+  auto shutdown = std::async(std::launch::async, [] { return VXShutdown(); });
+  const bool ended = shutdown.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
+#ifndef _WIN32
+  ::close(half);  // lets a listener that still waits go, so that the test ends
+#endif
+  EXPECT_TRUE(ended);
+  EXPECT_EQ(shutdown.get(), VX_SUCCESS);
+  EXPECT_EQ(log_.Count("ConnThread Shutdown"), 1);
+  EXPECT_FALSE(ConnectPipeChannel(pipe).IsValid());  // no pipe stays behind
 }
 
 }  // namespace

@@ -1,0 +1,218 @@
+// The private heap, the pool of small blocks, reference counts, the object
+// counters and the limits record.
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdint>
+#include <cstring>
+#include <thread>
+#include <vector>
+
+#include "runtime/block_pool.h"
+#include "runtime/object_counters.h"
+#include "runtime/process_state.h"
+#include "runtime/referenced_ptr.h"
+#include "vxbus.h"
+
+namespace vxbus {
+namespace {
+
+// As the heap's realloc: from null it allocates, and a size of 0 gives a
+// block that can be used and freed. Blocks cross between the small and the
+// large kind as they grow and shrink; each move keeps the bytes, and a freed
+// large block that is handed out again serves as a fresh one.
+TEST(PrivateHeap, ReallocKeepsTheBytesAcrossTheLargeBlockThresholdAndAtZero) {
+  VXFree(nullptr);
+  void* zero = VXRealloc(nullptr, 16);
+  ASSERT_NE(zero, nullptr);
+  zero = VXRealloc(zero, 0);
+  ASSERT_NE(zero, nullptr);
+  const std::size_t small = 1000, large = 3 * 1024 * 1024 + 5, larger = 9 * 1024 * 1024;
+  auto* p = static_cast<unsigned char*>(VXRealloc(zero, small));
+  ASSERT_NE(p, nullptr);
+  for (std::size_t i = 0; i < small; ++i)
+    p[i] = static_cast<unsigned char>(i * 7);
+  p = static_cast<unsigned char*>(VXRealloc(p, large));
+  ASSERT_NE(p, nullptr);
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(p) % 16, 0u);
+  p[large - 1] = 0x5A;
+  p = static_cast<unsigned char*>(VXRealloc(p, large + 100));  // room in place
+  ASSERT_NE(p, nullptr);
+  p = static_cast<unsigned char*>(VXRealloc(p, larger));
+  ASSERT_NE(p, nullptr);
+  EXPECT_EQ(p[large - 1], 0x5A);
+  p = static_cast<unsigned char*>(VXRealloc(p, small));
+  ASSERT_NE(p, nullptr);
+  for (std::size_t i = 0; i < small; ++i)
+    ASSERT_EQ(p[i], static_cast<unsigned char>(i * 7)) << i;
+  VXFree(p);
+
+  for (int round = 0; round < 6; ++round) {
+    auto* block = static_cast<unsigned char*>(VXAllocate(large));
+    ASSERT_NE(block, nullptr);
+    std::memset(block, round, large);
+    EXPECT_EQ(block[large / 2], round);
+    VXFree(block);
+  }
+}
+
+struct Block {
+  unsigned char* bytes;
+  std::size_t size;
+};
+
+// Fills every byte a caller may use with a mark of the block's own.
+void Mark(const Block& block, unsigned char mark) {
+  std::memset(block.bytes, mark, block.size);
+}
+
+bool Marked(const Block& block, unsigned char mark) {
+  for (std::size_t i = 0; i < block.size; ++i)
+    if (block.bytes[i] != mark) return false;
+  return true;
+}
+
+std::vector<Block> AllocateMarked(std::size_t count, unsigned char mark) {
+  std::vector<Block> blocks;
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::size_t size = 1 + (i * 37) % (kLargestPooledBlock + 64);
+    Block block{static_cast<unsigned char*>(PooledAllocate(size)), size};
+    EXPECT_NE(block.bytes, nullptr);
+    Mark(block, mark);
+    blocks.push_back(block);
+  }
+  return blocks;
+}
+
+// Two threads at once free what another thread made and make blocks that this
+// thread frees after they end, as the dispatch thread lets a reader's messages
+// go: no block is handed out twice while in use, none loses a byte to another,
+// and chains travel both ways through the depot, the one thing threads share.
+TEST(BlockPool, BlocksTradedBetweenThreadsServeAgainWithoutOverlap) {
+  auto trade = [](std::vector<Block>* theirs, unsigned char theirMark, unsigned char myMark) {
+    for (Block& block : *theirs) {
+      EXPECT_TRUE(Marked(block, theirMark));
+      PooledFree(block.bytes, block.size);
+      block.bytes = static_cast<unsigned char*>(PooledAllocate(block.size));
+      Mark(block, myMark);
+    }
+  };
+  for (int round = 0; round < 10; ++round) {
+    const auto mark = [round](int m) { return static_cast<unsigned char>(round * 4 + m + 1); };
+    std::vector<Block> made[2] = {AllocateMarked(500, mark(0)), AllocateMarked(500, mark(1))};
+    std::thread a(trade, &made[0], mark(0), mark(2)), b(trade, &made[1], mark(1), mark(3));
+    a.join();
+    b.join();
+    for (int t = 0; t < 2; ++t)
+      for (const Block& block : made[t]) {
+        EXPECT_TRUE(Marked(block, mark(t + 2)));
+        PooledFree(block.bytes, block.size);
+      }
+  }
+}
+
+using MTObjects::MTReferencedPtr;
+using MTObjects::ReferenceAccess;
+
+class Probe : public MTObjects::MTReferencedTypeBase {
+ public:
+  explicit Probe(int* destroyed) : destroyed_(destroyed) {}
+  ~Probe() override { ++*destroyed_; }
+
+ protected:
+  bool IsObjectValid() const override { return true; }
+
+ private:
+  int* destroyed_;
+};
+
+// The count starts at 0; a release below 1 leaves the object alive. The
+// pointer keeps the count right through self-assignment and moves.
+TEST(ReferenceCount, StartsAtZeroOnlyTheLastBalancedReleaseDestroysAndThePointerKeepsIt) {
+  int destroyed = 0;
+  auto* p = new Probe(&destroyed);
+  EXPECT_EQ(ReferenceAccess::Count(p), 0);
+  ReferenceAccess::Release(p);
+  EXPECT_EQ(ReferenceAccess::Count(p), -1);
+  ReferenceAccess::AddRef(p);
+  ReferenceAccess::AddRef(p);
+  EXPECT_EQ(destroyed, 0);
+  ReferenceAccess::Release(p);
+  EXPECT_EQ(destroyed, 1);
+
+  MTReferencedPtr<Probe> a(new Probe(&destroyed));
+  a = a;
+  EXPECT_EQ(ReferenceAccess::Count(a.get()), 1);
+  MTReferencedPtr<Probe> c(a.get());
+  a = c;  // the same object through another pointer
+  EXPECT_EQ(ReferenceAccess::Count(a.get()), 2);
+  c = nullptr;
+  MTReferencedPtr<Probe> b(std::move(a));
+  EXPECT_EQ(a.get(), nullptr);
+  EXPECT_EQ(ReferenceAccess::Count(b.get()), 1);
+  EXPECT_EQ(destroyed, 1);
+  b = MTReferencedPtr<Probe>();
+  EXPECT_EQ(destroyed, 2);
+}
+
+// One thread counts objects up, another counts each one down after it (the
+// hand-off of a message from a reader to the dispatch thread), while a third
+// reads. A read that saw an object's end but not its start would wrap below
+// zero; at rest the count is exact.
+TEST(StripedCounter, ReadsUnderChangeNeverWrapAndAtRestAreExact) {
+  constexpr std::uint32_t kObjects = 50000;
+  StripedCounter counter;
+  std::atomic<std::uint32_t> made{0}, taken{0};
+  std::atomic<bool> done{false};
+  std::thread maker([&] {
+    for (std::uint32_t i = 0; i < kObjects; ++i) {
+      while (i - taken.load() >= 8)
+        std::this_thread::yield();  // at most 8 in flight
+      ++counter;
+      made.fetch_add(1);
+    }
+  });
+  std::thread taker([&] {
+    for (std::uint32_t i = 0; i < kObjects; ++i) {
+      while (made.load() == i)
+        std::this_thread::yield();
+      --counter;
+      taken.fetch_add(1);
+    }
+    done.store(true);
+  });
+  std::uint32_t highest = 0;
+  while (!done.load())
+    highest = std::max(highest, counter.load());
+  maker.join();
+  taker.join();
+  EXPECT_LE(highest, kObjects);
+  EXPECT_EQ(counter.load(), 0u);
+}
+
+TEST(Limits, AuthBlockOfAtMost256BytesGoesIntoDefaultsAndRecordInForce) {
+  unsigned char secret[257];
+  std::memset(secret, 0x5A, sizeof secret);
+  EXPECT_EQ(VXSetAuthenticationInfo(secret, 257), VX_ERROR_FAILED);
+  EXPECT_EQ(g_limits.limits.authBlock[0], 0);
+  EXPECT_EQ(VXSetAuthenticationInfo(secret, 256), VX_SUCCESS);
+  EXPECT_EQ(g_limits.limits.authBlock[255], 0x5A);
+  EXPECT_EQ(g_defaultLimits.limits.authBlock[255], 0x5A);
+  EXPECT_EQ(VXSetAuthenticationInfo("abc", 3), VX_SUCCESS);
+  EXPECT_EQ(g_limits.limits.authBlock[2], 'c');
+  EXPECT_EQ(g_limits.limits.authBlock[3], 0);
+
+  // Refused blocks change nothing; a negative length used to reach the copy
+  // as an enormous count.
+  EXPECT_EQ(VXSetAuthenticationInfo(secret, -1), VX_ERROR_FAILED);
+  EXPECT_EQ(VXSetAuthenticationInfo(secret, INT32_MIN), VX_ERROR_FAILED);
+  EXPECT_EQ(VXSetAuthenticationInfo(nullptr, 4), VX_ERROR_FAILED);
+  EXPECT_EQ(g_limits.limits.authBlock[0], 'a');
+  EXPECT_EQ(g_defaultLimits.limits.authBlock[2], 'c');
+  EXPECT_EQ(VXSetAuthenticationInfo(nullptr, 0), VX_SUCCESS);
+  EXPECT_EQ(g_defaultLimits.limits.authBlock[0], 0);
+}
+
+}  // namespace
+}  // namespace vxbus
