@@ -8,12 +8,18 @@ VXAPPImpl::VXAPPImpl() : pendingCalls_(new VXPendingCalls) {
   ++g_liveApplications;
 }
 
-// Runs on whichever thread lets go last, often a session thread itself, so it
-// detaches and never joins.
+// Runs on whichever thread lets go last, often a session thread itself. The
+// reader detaches itself; any other thread joins it, as a reader that no
+// longer holds its session has only its return left, and a thread that
+// another detaches while it exits corrupts one threads library's records.
 VXAPPImpl::~VXAPPImpl() {
   --g_liveApplications;
   pendingCalls_.reset();
-  if (readerThread_.joinable()) readerThread_.detach();
+  if (!readerThread_.joinable()) return;
+  if (readerThread_.get_id() == std::this_thread::get_id())
+    readerThread_.detach();
+  else
+    readerThread_.join();
 }
 
 bool VXAPPImpl::IsObjectValid() const {
