@@ -10,6 +10,7 @@ bool ISyncEvent::Wait() {
   if (vxbus::SpinBriefly([this] { return signalled_.load(std::memory_order_acquire); })) {
     // Set may still be inside its lock; once we have held the mutex it is
     // done with the event, so the caller may destroy it.
+    std::lock_guard<std::mutex> lock(mutex_);
     return true;
   }
   std::unique_lock<std::mutex> lock(mutex_);
