@@ -8,7 +8,8 @@ install(TARGETS vxbus EXPORT vxbusTargets
         RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
         LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
         ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
-install(FILES ${PROJECT_SOURCE_DIR}/include/vxbus.h DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+install(FILES ${PROJECT_SOURCE_DIR}/include/vxbus.h ${PROJECT_BINARY_DIR}/include/vxbus_version.h
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
 
 set(vxbus_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vxbus)
 install(EXPORT vxbusTargets NAMESPACE vxbus:: DESTINATION ${vxbus_cmake_dir})

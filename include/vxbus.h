@@ -13,6 +13,8 @@
 #include <cstring>
 #include <iosfwd>
 
+#include "vxbus_version.h"
+
 #if defined(_WIN32)
 #if defined(VXBUS_BUILDING)
 #define VXBUS_API __declspec(dllexport)
@@ -789,5 +791,20 @@ static_assert(sizeof(ParamListHolder) == sizeof(HVXPARAMLIST),
               "holder arrays and handle arrays share one layout");
 
 }  // namespace VX
+
+// ---------------------------------------------------------------------------
+// Additions to the designed interface
+// ---------------------------------------------------------------------------
+// Functions with C linkage beside the designed ones. They change nothing of
+// what is above: no wire byte, return code or log text. A peer that knows
+// none of them still talks to one that uses them.
+
+// Version and error text. VXGetVersion gives the loaded library's version,
+// "MAJOR.MINOR.PATCH"; VXBUS_VERSION_STRING is the version of this header.
+// VXErrorText gives a short English text for a return code of this library,
+// and one that says the code is unknown for any other value. Both texts are
+// static and never null.
+extern "C" VXBUS_API const char* VXGetVersion(void);
+extern "C" VXBUS_API const char* VXErrorText(std::int32_t code);
 
 #endif  // VXBUS_H_

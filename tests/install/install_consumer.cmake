@@ -21,8 +21,9 @@ endfunction()
 
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${prefix})
 file(GLOB_RECURSE installed RELATIVE ${prefix} ${prefix}/*)
-foreach(want include/vxbus.h libvxbus.so.0 vxbusConfig.cmake vxbusConfigVersion.cmake
-        vxbusTargets.cmake pkgconfig/vxbus.pc bin/vxctl man1/vxctl.1 vxbus/paramlist.py)
+foreach(want include/vxbus.h include/vxbus_version.h libvxbus.so.0 vxbusConfig.cmake
+        vxbusConfigVersion.cmake vxbusTargets.cmake pkgconfig/vxbus.pc bin/vxctl man1/vxctl.1
+        vxbus/paramlist.py)
   string(FIND "${installed}" "${want}" at)
   if(at EQUAL -1)
     message(FATAL_ERROR "not installed: ${want}\ninstalled: ${installed}")

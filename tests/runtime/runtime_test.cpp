@@ -1,11 +1,13 @@
 // The private heap, the pool of small blocks, reference counts, the object
-// counters and the limits record.
+// counters, the limits record, the version and the texts of return codes.
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cstdint>
 #include <cstring>
+#include <set>
+#include <string>
 #include <thread>
 #include <vector>
 
@@ -212,6 +214,30 @@ TEST(Limits, AuthBlockOfAtMost256BytesGoesIntoDefaultsAndRecordInForce) {
   EXPECT_EQ(g_defaultLimits.limits.authBlock[2], 'c');
   EXPECT_EQ(VXSetAuthenticationInfo(nullptr, 0), VX_SUCCESS);
   EXPECT_EQ(g_defaultLimits.limits.authBlock[0], 0);
+}
+
+// The header's version is the library's, and both are the three numbers; each
+// return code has a text of its own, and any other value the unknown one.
+TEST(VersionAndErrorText, HeaderAndLibraryAgreeAndEveryCodeHasItsOwnText) {
+  EXPECT_STREQ(VXGetVersion(), VXBUS_VERSION_STRING);
+  EXPECT_EQ(std::string(VXGetVersion()), std::to_string(VXBUS_VERSION_MAJOR) + "." +
+                                             std::to_string(VXBUS_VERSION_MINOR) + "." +
+                                             std::to_string(VXBUS_VERSION_PATCH));
+  const std::string unknown = VXErrorText(-2);
+  EXPECT_EQ(unknown, VXErrorText(-6));  // not assigned
+  EXPECT_EQ(unknown, VXErrorText(12345));
+  std::set<std::string> texts;
+  for (int code : {VX_SUCCESS, VX_ERROR_FAILED, VX_ERROR_NO_SLOT, VX_ERROR_NO_SIGNAL,
+                   VX_ERROR_NO_APPLICATION, VX_ERROR_NAME_IN_USE, VX_ERROR_QUEUE_FULL}) {
+    ASSERT_NE(VXErrorText(code), nullptr);
+    EXPECT_NE(VXErrorText(code), unknown) << code;
+    texts.insert(VXErrorText(code));
+  }
+  EXPECT_EQ(texts.size(), 7u);
+  // -7 arises on a connect (the peer refused or is connected) and on an initialise.
+  const std::string nameInUse = VXErrorText(VX_ERROR_NAME_IN_USE);
+  for (const char* place : {"connected already", "secret", "initialise"})
+    EXPECT_NE(nameInUse.find(place), std::string::npos) << place;
 }
 
 }  // namespace
