@@ -799,6 +799,65 @@ static_assert(sizeof(ParamListHolder) == sizeof(HVXPARAMLIST),
 // what is above: no wire byte, return code or log text. A peer that knows
 // none of them still talks to one that uses them.
 
+// Deadlines.
+// VXCallWithTimeout is VXCall with a limit on the wait: the reply (owned by
+// the caller), or VX_INVALID_PARAMLIST when the peer is unknown, the session
+// ended, or `timeoutMs` milliseconds passed first. A negative `timeoutMs`
+// waits without limit, as VXCall does; 0 sends the call and takes only a
+// reply that is there at once. A call given up on stays in the session's
+// table of waiting calls until its reply comes, which is then read and let
+// go without ending the session, or until the session ends. It also returns
+// where VXCall never does: when the peer dies inside a reply's body.
+extern "C" VXBUS_API HVXPARAMLIST VXCallWithTimeout(const char* applicationName,
+                                                    std::uint32_t slotId, HVXPARAMLIST list,
+                                                    std::int32_t timeoutMs);
+// VXNotify with a limit on the wait for the reply, counted from the call:
+// the same results, and `callback` runs exactly once: with the reply's output
+// list, or with VX_INVALID_PARAMLIST when the session ended or `timeoutMs`
+// milliseconds passed first (then on the library's deadline thread, and a
+// reply that still comes is read and let go). Its input list is the one
+// given here, which must stay unchanged until then. A negative `timeoutMs`
+// or a null `callback` makes it VXNotify. On an error result the callback
+// never runs.
+extern "C" VXBUS_API _tag_VX_ERROR VXNotifyWithTimeout(const char* applicationName,
+                                                       std::uint32_t slotId, HVXPARAMLIST list,
+                                                       VXNotifyCallback callback, void* userData,
+                                                       std::int32_t timeoutMs);
+
+// A look inside. VXGetBusInfo returns a new list, owned by the caller, that
+// describes this process at the moment of the call. Its fields:
+//   "appId"    string   this process's appID; empty before it is initialised
+//   "version"  string   VXGetVersion()
+//   "slots"    int32[]  the registered slot ids, ascending, as unsigned values
+//                       (the built-in 4294967294 and 4294967295 included)
+//   "signals"  list[]   one list per registered signal, in name order:
+//       "name"        string    the signal's name
+//       "subscribers" string[]  the appID of each subscription, in the order
+//                               of subscription ("" for a session just ended)
+//       "slots"       int32[]   each subscription's slot, in the same order
+//   "sessions" list[]   one list per connected peer, in appID order:
+//       "appId"          string  the peer's appID
+//       "channel"        string  "tcp" or "pipe"
+//       "address"        string  the peer's address as its channel tells it
+//       "connectedMs"    int64   milliseconds since the handshake succeeded
+//       "framesSent"     int64   frames written to the peer
+//       "framesReceived" int64   frames read from the peer
+//       "bytesSent"      int64   bytes of those frames, headers included
+//       "bytesReceived"  int64   the same for the frames read
+//       "queuedBytes"    int64   bytes waiting in the session's send queue
+//       "pendingCalls"   int32   calls written and waiting for their replies,
+//                                those given up on by a deadline included
+//   "counters" list     DEBUG_VXObjectCount() as int32 values: "applications",
+//                       "messages", "pendingCalls", "paramLists",
+//                       "sendCalls", "receiveCalls"
+// The counts of one session are each exact at some moment of the call; the
+// whole is not one snapshot. It never waits for a running slot function.
+extern "C" VXBUS_API HVXPARAMLIST VXGetBusInfo(void);
+// Registers slot `slotId` to answer every call with VXGetBusInfo's list, so
+// that a peer may ask; nothing answers unless the application calls this.
+// It replaces what the slot held, as VXRegisterSlot does. Always VX_SUCCESS.
+extern "C" VXBUS_API _tag_VX_ERROR VXServeBusInfo(std::uint32_t slotId);
+
 // Version and error text. VXGetVersion gives the loaded library's version,
 // "MAJOR.MINOR.PATCH"; VXBUS_VERSION_STRING is the version of this header.
 // VXErrorText gives a short English text for a return code of this library,

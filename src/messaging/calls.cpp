@@ -1,6 +1,7 @@
 // Blocking calls and notifications to a slot of a peer.
 #include <utility>
 
+#include "messaging/call_sending.h"
 #include "messaging/flow_id.h"
 #include "paramlist/handle.h"
 #include "session/application_registry.h"
@@ -10,7 +11,9 @@
 
 using namespace vxbus;
 
-HVXPARAMLIST VXCall(const char* applicationName, std::uint32_t slotId, HVXPARAMLIST list) {
+namespace vxbus {
+
+MessageRef SendCall(const char* applicationName, std::uint32_t slotId, HVXPARAMLIST list) {
   MessageRef message;
   SessionRef session;
   bool writeHere = false;
@@ -20,7 +23,7 @@ HVXPARAMLIST VXCall(const char* applicationName, std::uint32_t slotId, HVXPARAML
     // of the idle writer does the same: the writer can't end while it is held.
     std::lock_guard<std::recursive_mutex> lock(g_applications.Mutex());
     session = g_applications.FindLocked(applicationName);
-    if (!session.IsValid()) return VX_INVALID_PARAMLIST;
+    if (!session.IsValid()) return MessageRef();
     IVXMessage::EventRef event(new MTObjects::ISyncEvent);
     message = new VXSlotCallMessage(event, session, slotId, list, nullptr, nullptr);
     writeHere = session->ClaimIdleWriter();
@@ -28,12 +31,23 @@ HVXPARAMLIST VXCall(const char* applicationName, std::uint32_t slotId, HVXPARAML
   }
   // Written outside the registry lock, so that other callers don't wait for it.
   if (writeHere) session->WriteClaimed(message);
-  session.Reset();
+  return message;
+}
+
+HVXPARAMLIST TakeReply(const MessageRef& message) {
+  return VXReferenceHandle(HandleFromList(message->GetOutputList().get()));
+}
+
+}  // namespace vxbus
+
+HVXPARAMLIST VXCall(const char* applicationName, std::uint32_t slotId, HVXPARAMLIST list) {
+  MessageRef message = SendCall(applicationName, slotId, list);
+  if (!message) return VX_INVALID_PARAMLIST;
   // No time limit: a call lasts as long as its session does. A slot waiting
   // here needs a reader to bring the reply, so readers must not wait for it.
   VXMessageQueue::ConsumerAway away(g_dispatchQueue);
   message->WaitForCompletion();
-  return VXReferenceHandle(HandleFromList(message->GetOutputList().get()));
+  return TakeReply(message);
 }
 
 // Unlike VXCall the push happens after the look-up's lock was left: a session

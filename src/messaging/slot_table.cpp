@@ -18,11 +18,20 @@ void VXSlotTable::Register(std::uint32_t slotId, VXSlotFunction slotFunction, vo
   entry.slotId = slotId;
   entry.slotFunction = slotFunction;
   entry.userData = userData;
+  std::lock_guard<std::mutex> ids(idsMutex_);
+  ids_.insert(slotId);
 }
 
 bool VXSlotTable::Unregister(std::uint32_t slotId) {
   Lock lock(mutex_);
+  std::lock_guard<std::mutex> ids(idsMutex_);
+  ids_.erase(slotId);
   return slots_.erase(slotId) != 0;
+}
+
+std::vector<std::uint32_t> VXSlotTable::Ids() {
+  std::lock_guard<std::mutex> ids(idsMutex_);
+  return std::vector<std::uint32_t>(ids_.begin(), ids_.end());
 }
 
 bool VXSlotTable::Find(std::uint32_t slotId, Entry* entry) {

@@ -7,6 +7,8 @@
 #include <cstdint>
 #include <map>
 #include <mutex>
+#include <set>
+#include <vector>
 
 #include "vxbus.h"
 
@@ -36,12 +38,17 @@ class VXSlotTable {
   // caller that is about to run the function holds Mutex() already.
   bool Find(std::uint32_t slotId, Entry* entry);
   std::size_t Size();
+  // The registered ids, ascending. Takes only a lock of its own, so it never
+  // waits for a running slot function.
+  std::vector<std::uint32_t> Ids();
 
  private:
   VXSlotTable() = default;
 
   std::recursive_mutex mutex_;
   std::map<std::uint32_t, Entry> slots_;
+  std::mutex idsMutex_;  // inside mutex_ when both are held
+  std::set<std::uint32_t> ids_;
 };
 
 }  // namespace vxbus

@@ -18,6 +18,13 @@ bool ISyncEvent::Wait() {
   return true;
 }
 
+bool ISyncEvent::WaitFor(std::chrono::milliseconds limit) {
+  const auto deadline = std::chrono::steady_clock::now() + limit;
+  std::unique_lock<std::mutex> lock(mutex_);
+  return condition_.wait_until(lock, deadline,
+                               [this] { return signalled_.load(std::memory_order_acquire); });
+}
+
 // The wake-up goes out before the mutex is let go: a waiter that returns
 // may destroy the event at once, and none returns before Set lets go. (A
 // wake after the unlock also hung a listener's stop now and then under Wine.)

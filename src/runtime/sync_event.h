@@ -3,6 +3,7 @@
 #define VXBUS_RUNTIME_SYNC_EVENT_H_
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <mutex>
 
@@ -14,7 +15,9 @@ class ISyncEvent : public MTReferencedTypeBase {
  public:
   ISyncEvent() = default;
   bool Wait();  // no time-out; always true
-  void Set();   // wakes every waiter
+  // Waits at most `limit`; true when the event is set.
+  bool WaitFor(std::chrono::milliseconds limit);
+  void Set();  // wakes every waiter
 
  protected:
   bool IsObjectValid() const override { return true; }

@@ -1,6 +1,7 @@
 #include "session/application.h"
 
 #include "runtime/object_counters.h"
+#include "transport/pipe_channel.h"
 
 namespace vxbus {
 
@@ -31,11 +32,18 @@ void VXAPPImpl::AttachChannel(const ChannelRef& channel) {
   if (!channel_.IsValid()) return;
   remoteAddress_ = channel_->GetPeerAddress();
   localAddress_ = channel_->GetLocalAddress();
+  channelKind_ = dynamic_cast<PipeChannel*>(channel_.get()) != nullptr ? "pipe" : "tcp";
 }
 
 void VXAPPImpl::MarkEstablished(const std::string& peerAppId) {
   name_ = peerAppId;
+  establishedAt_ = std::chrono::steady_clock::now();
   established_ = true;
+}
+
+VXAPPImpl::Traffic VXAPPImpl::GetTraffic() const {
+  return Traffic{framesSent_.Load(), framesReceived_.Load(), bytesSent_.Load(),
+                 bytesReceived_.Load()};
 }
 
 void VXAPPImpl::Stop() {

@@ -4,6 +4,7 @@
 #define VXBUS_SESSION_APPLICATION_H_
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -14,6 +15,7 @@
 #include "session/message.h"
 #include "session/message_queue.h"
 #include "session/pending_calls.h"
+#include "session/traffic_counter.h"
 #include "transport/transport_channel.h"
 
 namespace vxbus {
@@ -103,6 +105,20 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   // Calls written and waiting for their replies; owned by the session.
   VXPendingCalls& PendingCalls() { return *pendingCalls_; }
 
+  // What VXGetBusInfo tells of a session; any thread, while it holds a
+  // reference. Frames and bytes are whole frames, headers included.
+  struct Traffic {
+    std::uint64_t framesSent, framesReceived, bytesSent, bytesReceived;
+  };
+  Traffic GetTraffic() const;
+  // "tcp" or "pipe"; fixed when the channel is attached.
+  const char* ChannelKind() const { return channelKind_; }
+  // When the handshake succeeded; fixed from then on.
+  std::chrono::steady_clock::time_point EstablishedAt() const { return establishedAt_; }
+  std::uint64_t SendQueueBytes() const { return sendQueue_.QueuedBytes(); }
+  // Calls in the pending table at this moment.
+  std::size_t PendingCallCount() { return pendingCalls_->Size(); }
+
   // Writing frames. The writer thread writes what is queued, in batches; a
   // thread with a call or a reply of its own may write it directly while the
   // writer is idle, which spares two thread hand-offs. Frames leave in the
@@ -149,6 +165,8 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   void RunReader();
   void RunWriter();
   bool WriterStopping() const;
+  // Counts a frame read whole; reader thread only.
+  void CountReceived(std::int32_t rest);
   // The reader calls this as it leaves its loop, or when it never enters it.
   void EndReading() { readingEnded_.store(true); }
   // Each session thread calls this as it ends. The last one lets go of what
@@ -169,6 +187,8 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   ChannelRef channel_;
   std::string remoteAddress_;
   std::string localAddress_;
+  const char* channelKind_ = "tcp";
+  std::chrono::steady_clock::time_point establishedAt_{};
   VXMessageQueue sendQueue_;
   std::thread readerThread_;
   // The set-up gates: ReleaseThreads opens both go gates, and each thread
@@ -179,6 +199,9 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   MTObjects::ISyncEvent writerUp_;
   std::atomic<bool> stopRequested_{false};
   std::atomic<bool> established_{false};
+
+  TrafficCounter framesReceived_, bytesReceived_;  // the reader's
+  TrafficCounter framesSent_, bytesSent_;          // under writeMutex_
 
   std::mutex writeMutex_;                       // held while frames go onto the channel
   std::atomic<std::uint32_t> queuedFrames_{0};  // queued and not yet written

@@ -71,7 +71,10 @@ bool VXAPPImpl::WriteFrame(const MessageRef& message, FrameBatch* batch) {
   const bool isCall = message->GetState() == kStateCall;
   // Entered before the first byte goes out, so no reply can overtake it.
   if (isCall) pendingCalls_->Insert(message);
-  if (message->Send() >= 0) {
+  const std::int32_t sent = message->Send();
+  if (sent >= 0) {
+    framesSent_.Add(1);
+    bytesSent_.Add(static_cast<std::uint32_t>(sent));
     // The state is not looked at again: once the bytes are out, the reader
     // may already be turning the call into its reply.
     if (isCall && !batch->hasCall) batch->firstCallId = message->GetId();

@@ -59,4 +59,8 @@ void IVXMessage::WaitForCompletion() {
   if (syncEvent_.IsValid()) syncEvent_->Wait();
 }
 
+bool IVXMessage::WaitForCompletion(std::chrono::milliseconds limit) {
+  return !syncEvent_.IsValid() || syncEvent_->WaitFor(limit);
+}
+
 }  // namespace vxbus

@@ -3,6 +3,7 @@
 #define VXBUS_SESSION_MESSAGE_H_
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
 
 #include "runtime/referenced_ptr.h"
@@ -51,6 +52,9 @@ class IVXMessage : public MTObjects::MTReferencedTypeBase {
   const unsigned char* GetHeaderTail() const { return headerTail_; }
   const SessionRef& GetSession() const { return session_; }
   void WaitForCompletion();
+  // At most `limit`; true when the message was completed. A message without
+  // an event counts as completed.
+  bool WaitForCompletion(std::chrono::milliseconds limit);
 
  protected:
   // `headerTail` may be null: a message built for sending keeps zeros there.

@@ -28,6 +28,11 @@ bool VXPendingCalls::Take(std::uint32_t id, MessageRef& out) {
   return true;
 }
 
+std::size_t VXPendingCalls::Size() {
+  std::lock_guard<std::recursive_mutex> lock(mutex_);
+  return calls_.size();
+}
+
 void VXPendingCalls::Clear() {
   std::map<std::uint32_t, MessageRef> dropped;  // released after the unlock
   std::lock_guard<std::recursive_mutex> lock(mutex_);

@@ -2,6 +2,7 @@
 #ifndef VXBUS_SESSION_PENDING_CALLS_H_
 #define VXBUS_SESSION_PENDING_CALLS_H_
 
+#include <cstddef>
 #include <cstdint>
 #include <map>
 #include <mutex>
@@ -16,6 +17,8 @@ class VXPendingCalls {
   void Insert(const MessageRef& message);
   // True with the message when the id was there; the entry goes.
   bool Take(std::uint32_t id, MessageRef& out);
+
+  std::size_t Size();
 
   // Lets go of every entry without completing it.
   void Clear();

@@ -7,6 +7,12 @@
 
 namespace vxbus {
 
+// `rest`: what the frame's Receive read behind the first 16 header bytes.
+void VXAPPImpl::CountReceived(std::int32_t rest) {
+  framesReceived_.Add(1);
+  bytesReceived_.Add(16 + static_cast<std::uint32_t>(rest));
+}
+
 bool VXAPPImpl::ReceiveMessage(MessageRef& out, MTObjects::ReferenceBlock<VXAPPImpl>* refs) {
   out.Reset();
   unsigned char header[16] = {0xFF, 0xFF, 0xFF, 0xFF};
@@ -18,7 +24,9 @@ bool VXAPPImpl::ReceiveMessage(MessageRef& out, MTObjects::ReferenceBlock<VXAPPI
 
   if (state == kStateCall || state == kStateOneWay) {
     MessageRef message(new VXSlotCallMessage(refs ? refs->Take() : SessionRef(this), header));
-    if (message->Receive(nullptr) < 0) return false;
+    const std::int32_t received = message->Receive(nullptr);
+    if (received < 0) return false;
+    CountReceived(received);
     out = std::move(message);
     return true;
   }
@@ -30,7 +38,9 @@ bool VXAPPImpl::ReceiveMessage(MessageRef& out, MTObjects::ReferenceBlock<VXAPPI
     message->SetReplyState();
     // Taken from the table already: if the body fails now, the call is
     // neither pending nor completed. That gap is kept on purpose.
-    if (message->Receive(header + 8) < 0) return false;
+    const std::int32_t received = message->Receive(header + 8);
+    if (received < 0) return false;
+    CountReceived(received);
     out = std::move(message);
     return true;
   }

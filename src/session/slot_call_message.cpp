@@ -41,7 +41,8 @@ std::int32_t VXSlotCallBody::Write(ITransportChannel& channel, bool isRequest,
   header.Append32(list->ChildCount());
   std::int32_t written = channel.Write(header.data, static_cast<std::uint32_t>(header.used));
   if (written < 0) return written;
-  return list->WriteList(&channel, false, 0, 0);
+  const std::int32_t body = list->WriteList(&channel, false, 0, 0);
+  return body < 0 ? body : written + body;
 }
 
 std::int32_t VXSlotCallBody::Read(ITransportChannel& channel, bool isRequest,
@@ -59,7 +60,9 @@ std::int32_t VXSlotCallBody::Read(ITransportChannel& channel, bool isRequest,
   std::uint32_t childCount = header.Read32(header.used - 4);
   std::uint32_t size = header.Read32(header.used - 8);
   std::uint32_t nextSize = 0, nextChildCount = 0;
-  return target->ReadList(&channel, size, childCount, false, &nextSize, &nextChildCount);
+  const std::int32_t body =
+      target->ReadList(&channel, size, childCount, false, &nextSize, &nextChildCount);
+  return body < 0 || !isRequest ? body : body + 4;
 }
 
 VXSlotCallMessage::VXSlotCallMessage(EventRef event, SessionRef session, std::uint32_t slotId,
@@ -110,6 +113,13 @@ void VXSlotCallMessage::Complete(bool discardOutput) {
   if (callback_)
     callback_(GetApplicationName(), body_.slotId, HandleFromList(body_.input.get()),
               HandleFromList(body_.output.get()), userData_);
+  if (syncEvent_.IsValid()) syncEvent_->Set();
+}
+
+void VXSlotCallMessage::CompleteUnanswered() {
+  if (callback_)
+    callback_(GetApplicationName(), body_.slotId, HandleFromList(body_.input.get()),
+              VX_INVALID_PARAMLIST, userData_);
   if (syncEvent_.IsValid()) syncEvent_->Set();
 }
 

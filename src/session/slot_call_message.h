@@ -17,10 +17,11 @@ class VXSlotCallBody {
   VXSlotCallBody(std::uint32_t slotId, ListRef input, ListRef output);
   VXSlotCallBody(ListRef input, ListRef output);  // slot id -1
 
-  // Header and list body of one frame; negative on failure.
+  // Header and list body of one frame: the bytes written, negative on failure.
   std::int32_t Write(ITransportChannel& channel, bool isRequest, std::uint32_t messageId,
                      std::uint32_t state);
-  // The rest of a frame behind its first 8 header bytes, `tail` the next 8.
+  // The rest of a frame behind its first 8 header bytes, `tail` the next 8:
+  // the bytes read past those 16, negative on failure.
   std::int32_t Read(ITransportChannel& channel, bool isRequest, const unsigned char* tail);
 
   std::uint32_t slotId;
@@ -43,6 +44,10 @@ class VXSlotCallMessage : public IVXMessage {
   std::int32_t Send() override;
   std::int32_t Receive(const unsigned char* headerTail) override;
   void Complete(bool discardOutput) override;
+  // Completes as a call that got no answer, without touching the output
+  // list, which a late reply may be filling on the reader at this moment:
+  // the callback sees a null output. For a deadline that ran out.
+  void CompleteUnanswered();
   std::uint32_t GetSlotId() const override { return body_.slotId; }
   ListRef& GetInputList() override { return body_.input; }
   ListRef& GetOutputList() override { return body_.output; }

@@ -8,6 +8,7 @@
 // Commands: quit | connect HOST PORT [SECRETHEX] | connect-pipe BASE [SECRETHEX]
 //           | call APPID SLOT | notify APPID SLOT COUNT BYTES [reply] | register-signal NAME
 //           | emit NAME | subscribe APPID SIGNAL SLOT | counters | resources
+//           | release | serve-info SLOT
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -95,6 +96,16 @@ _tag_VX_ERROR Record(HVXPARAMLIST input, HVXPARAMLIST output, VXSlotContext* con
   return VX_SUCCESS;
 }
 
+// 8: a slow slot, answering only once the command "release" came (or after
+// a minute, so that a forgotten release ends no run).
+vxbus::testing::Signal g_released;
+_tag_VX_ERROR Hold(HVXPARAMLIST, HVXPARAMLIST output, VXSlotContext*) {
+  Say("holding");
+  g_released.WaitFor(std::chrono::minutes(1));
+  VXSetStringValue(output, "servedBy", "hold");
+  return VX_SUCCESS;
+}
+
 // Completions of notifications that want a reply; their result is not told.
 _tag_VX_ERROR IgnoreCompletion(const char*, std::uint32_t, HVXPARAMLIST, HVXPARAMLIST, void*) {
   return VX_SUCCESS;
@@ -170,6 +181,11 @@ void Command(const std::string& line) {
     VXCloseHandle(list);
     Say("notify-result sent=" + std::to_string(sent) + " full=" + std::to_string(full) +
         " gone=" + std::to_string(gone) + " maxLive=" + std::to_string(maxLive));
+  } else if (verb == "release") {
+    g_released.Raise();
+    Say("released");
+  } else if (verb == "serve-info") {
+    Say("serve-info-result " + std::to_string(VXServeBusInfo(number())));
   } else if (verb == "counters") {
     VXObjectCounters c = DEBUG_VXObjectCount();
     Say("counters " + std::to_string(c.applications) + " " + std::to_string(c.messages) + " " +
@@ -212,12 +228,10 @@ int main(int argc, char** argv) {
   }
   // --host is the machine's name, as the library puts it in an appID.
   g_ownAppId = option["--host"] + ":" + std::to_string(port) + "/" + name;
-  const _tag_SLOT_DESCRIPTION slots[] = {{1, Echo, nullptr},
-                                         {2, Block, nullptr},
-                                         {3, Forward, nullptr},
-                                         {6, Record, nullptr},
-                                         {7, ExitInSlot, nullptr}};
-  VXRegisterSlots(slots, 5);
+  const _tag_SLOT_DESCRIPTION slots[] = {{1, Echo, nullptr},       {2, Block, nullptr},
+                                         {3, Forward, nullptr},    {6, Record, nullptr},
+                                         {7, ExitInSlot, nullptr}, {8, Hold, nullptr}};
+  VXRegisterSlots(slots, 6);
   VXConnectionReady();
   if (port != 0) g_listening.WaitFor();  // ready means a peer can connect now
   Say("ready " + g_ownAppId);

@@ -1,0 +1,26 @@
+// SPDX-License-Identifier: MIT
+#include "messaging/timed_notification.h"
+
+#include "messaging/deadline_timer.h"
+#include "paramlist/fast_holder.h"
+#include "session/application.h"
+
+namespace vxbus {
+
+TimedNotification::TimedNotification(SessionRef session, std::uint32_t slotId, HVXPARAMLIST input,
+                                     VXNotifyCallback callback, void* userData,
+                                     DeadlineClock::time_point deadline)
+    : VXSlotCallMessage(EventRef(), std::move(session), slotId, input, callback, userData),
+      deadline_(deadline) {}
+
+void TimedNotification::Complete(bool discardOutput) {
+  if (!Finish()) return;
+  VXSlotCallMessage::Complete(discardOutput);
+  DeadlineTimer::Instance().Disarm(*this);
+}
+
+void TimedNotification::Expire() {
+  if (Finish()) CompleteUnanswered();
+}
+
+}  // namespace vxbus
