@@ -16,9 +16,9 @@ const char* VXErrorText(std::int32_t code) {
     case VX_ERROR_NO_APPLICATION:
       return "no application of that name is connected";
     case VX_ERROR_NAME_IN_USE:
-      return "name in use: from a connect, the peer is connected already or it refused us "
-             "(wrong secret, or our name is in use there); from an initialise, the library "
-             "runs already under another name";
+      return "name in use: from a connect, the peer is connected already, or it hung up "
+             "after our answer (a wrong secret, or our name is in use there); from an "
+             "initialise, the library runs already under another name";
     case VX_ERROR_QUEUE_FULL:
       return "the peer's send queue stayed full for the time limit; nothing was sent";
     default:
