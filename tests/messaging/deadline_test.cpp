@@ -116,6 +116,7 @@ using DeadlineTest = BusTest;
 // The peer dies inside a reply's body. Where the designed calls wait for ever
 // (a plain notification's callback never runs), the ones with a deadline end
 // at it: the call returns null, the notification's callback runs once, null.
+// One still waiting as the session ends is completed then, not at its deadline.
 TEST_F(DeadlineTest, APeerThatDiesInsideAReplyEndsOnlyTheCallsWithADeadline) {
   RawPeer callee("raw:1/dies-in-call"), notified("raw:2/dies-in-notify"),
       plain("raw:3/dies-in-plain");
@@ -130,8 +131,11 @@ TEST_F(DeadlineTest, APeerThatDiesInsideAReplyEndsOnlyTheCallsWithADeadline) {
   caller.join();
   EXPECT_EQ(reply, VX_INVALID_PARAMLIST);
 
-  Outcomes timed, untimed;
+  Outcomes timed, untimed, ended;
   ASSERT_EQ(VXNotifyWithTimeout(notified.AppId(), 5, VX_INVALID_PARAMLIST, Count, &timed, 300),
+            VX_SUCCESS);
+  // Still waiting when the session ends: completed then, and off the timer.
+  ASSERT_EQ(VXNotifyWithTimeout(notified.AppId(), 5, VX_INVALID_PARAMLIST, Count, &ended, 60000),
             VX_SUCCESS);
   ASSERT_EQ(VXNotify(plain.AppId(), 5, VX_INVALID_PARAMLIST, Count, &untimed), VX_SUCCESS);
   notified.Reply(notified.ReadCall(5), 20);
@@ -142,6 +146,8 @@ TEST_F(DeadlineTest, APeerThatDiesInsideAReplyEndsOnlyTheCallsWithADeadline) {
   EXPECT_TRUE(WaitUntil([] { return DeadlineTimer::Instance().Armed() == 0; }));
   EXPECT_EQ(untimed.calls, 0);  // the designed gap stays
   EXPECT_EQ(timed.calls, 1);
+  EXPECT_EQ(ended.calls, 1);
+  EXPECT_EQ(ended.nullOutputs, 1);
 }
 
 // A reply after the deadline is read whole and let go: the session goes on,
