@@ -14,11 +14,13 @@ out=build-package
 maintainer="vxbus developers <vxbus@lists.invalid>"
 
 # Debian's compiler flags (hardening included) and no rpath: the library lies
-# in the system's own directory.
-CXXFLAGS="$(dpkg-buildflags --get CXXFLAGS) $(dpkg-buildflags --get CPPFLAGS)"
-LDFLAGS="$(dpkg-buildflags --get LDFLAGS)"
-export CXXFLAGS LDFLAGS
+# in the system's own directory. Passed on each run, so that a tree configured
+# earlier takes them too.
+cxxflags="$(dpkg-buildflags --get CXXFLAGS) $(dpkg-buildflags --get CPPFLAGS)"
+ldflags=$(dpkg-buildflags --get LDFLAGS)
 cmake -S . -B "$out" -DCMAKE_BUILD_TYPE=None -DCMAKE_INSTALL_PREFIX=/usr \
+      -DCMAKE_CXX_FLAGS="$cxxflags" -DCMAKE_EXE_LINKER_FLAGS="$ldflags" \
+      -DCMAKE_SHARED_LINKER_FLAGS="$ldflags" \
       -DCMAKE_SKIP_INSTALL_RPATH=ON -DPython3_EXECUTABLE=/usr/bin/python3 \
       -DVXBUS_BUILD_TESTS=OFF -DVXBUS_BUILD_EXAMPLES=OFF >/dev/null
 cmake --build "$out" -j"$(nproc)"
@@ -33,6 +35,8 @@ fi
 
 rm -rf "$out/debian" "$out"/*.deb
 mkdir -p "$out/debian"
+# dpkg-shlibdeps works in a source tree's layout: debian/control, and each
+# package's files in debian/PACKAGE.
 printf 'Source: vxbus\nMaintainer: %s\n\nPackage: libvxbus0\nArchitecture: any\n\nPackage: vxbus-tools\nArchitecture: any\n' \
        "$maintainer" >"$out/debian/control"
 
