@@ -1,18 +1,24 @@
-# Install rules and the Debian package: the library with its SONAME links, the
-# header, a CMake package (vxbus::vxbus), a pkg-config file, vxctl with its
-# manual page, all in the GNUInstallDirs places, and the Python binding.
+# Install rules, in four components that match the Debian packages that
+# scripts/package.sh makes from them:
+#   runtime  the shared library and its SONAME link           (libvxbus0)
+#   dev      the header, the unversioned link, the CMake package
+#            (vxbus::vxbus) and the pkg-config file            (libvxbus-dev)
+#   tools    vxctl and the other programs under tools/         (vxbus-tools)
+#   python   the Python binding                                (python3-vxbus)
+# A plain `cmake --install` installs all four.
 include(GNUInstallDirs)
 include(CMakePackageConfigHelpers)
 
 install(TARGETS vxbus EXPORT vxbusTargets
-        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR}
-        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR})
+        RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT runtime
+        LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT runtime
+                NAMELINK_COMPONENT dev
+        ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT dev)
 install(FILES ${PROJECT_SOURCE_DIR}/include/vxbus.h ${PROJECT_BINARY_DIR}/include/vxbus_version.h
-        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR})
+        DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT dev)
 
 set(vxbus_cmake_dir ${CMAKE_INSTALL_LIBDIR}/cmake/vxbus)
-install(EXPORT vxbusTargets NAMESPACE vxbus:: DESTINATION ${vxbus_cmake_dir})
+install(EXPORT vxbusTargets NAMESPACE vxbus:: DESTINATION ${vxbus_cmake_dir} COMPONENT dev)
 configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/vxbusConfig.cmake.in
                               ${PROJECT_BINARY_DIR}/vxbusConfig.cmake
                               INSTALL_DESTINATION ${vxbus_cmake_dir})
@@ -20,17 +26,11 @@ configure_package_config_file(${CMAKE_CURRENT_LIST_DIR}/vxbusConfig.cmake.in
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/vxbusConfigVersion.cmake
                                  COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/vxbusConfig.cmake ${PROJECT_BINARY_DIR}/vxbusConfigVersion.cmake
-        DESTINATION ${vxbus_cmake_dir})
+        DESTINATION ${vxbus_cmake_dir} COMPONENT dev)
 
-# The .pc file finds its prefix from where it lies, so that an install with
-# `cmake --install --prefix` elsewhere, or a moved tree, still works.
-if(IS_ABSOLUTE "${CMAKE_INSTALL_LIBDIR}")
-  set(vxbus_pc_PREFIX "${CMAKE_INSTALL_PREFIX}")
-else()
-  file(RELATIVE_PATH vxbus_pc_up "/prefix/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/prefix")
-  string(REGEX REPLACE "/$" "" vxbus_pc_up "${vxbus_pc_up}")
-  set(vxbus_pc_PREFIX "\${pcfiledir}/${vxbus_pc_up}")
-endif()
+# The .pc file names the prefix of the install itself, which `cmake --install
+# --prefix` may change after configuring: so it is written at install time,
+# with plain absolute paths that compilers print as they are.
 foreach(dir LIBDIR INCLUDEDIR)
   if(IS_ABSOLUTE "${CMAKE_INSTALL_${dir}}")
     set(vxbus_pc_${dir} "${CMAKE_INSTALL_${dir}}")
@@ -38,26 +38,40 @@ foreach(dir LIBDIR INCLUDEDIR)
     set(vxbus_pc_${dir} "\${prefix}/${CMAKE_INSTALL_${dir}}")
   endif()
 endforeach()
-configure_file(${CMAKE_CURRENT_LIST_DIR}/vxbus.pc.in ${PROJECT_BINARY_DIR}/vxbus.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/vxbus.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+# Configured twice: the directories now, the prefix at install time.
+set(vxbus_pc_PREFIX "@vxbus_pc_PREFIX@")
+configure_file(${CMAKE_CURRENT_LIST_DIR}/vxbus.pc.in ${PROJECT_BINARY_DIR}/vxbus.pc.in @ONLY)
+install(CODE "set(vxbus_pc_PREFIX \"\${CMAKE_INSTALL_PREFIX}\")
+  configure_file(\"${PROJECT_BINARY_DIR}/vxbus.pc.in\" \"${PROJECT_BINARY_DIR}/vxbus.pc\" @ONLY)"
+  COMPONENT dev)
+install(FILES ${PROJECT_BINARY_DIR}/vxbus.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig
+        COMPONENT dev)
 
-# The Python binding, where Debian's python3 looks for packages of the system.
-install(DIRECTORY ${PROJECT_SOURCE_DIR}/python/vxbus DESTINATION lib/python3/dist-packages
-        PATTERN "__pycache__" EXCLUDE)
+# The Python binding goes where the prefix's Python looks for packages: for
+# Debian's python3 /usr/lib/python3/dist-packages under /usr and
+# lib/python3.X/dist-packages under any other prefix (such as /usr/local),
+# for other builds of Python their lib/python3.X/site-packages.
+# VXBUS_INSTALL_PYTHONDIR (relative to the prefix) overrides the choice.
+find_package(Python3 COMPONENTS Interpreter QUIET)
+if(NOT VXBUS_INSTALL_PYTHONDIR)
+  set(vxbus_python_dir lib/python3/dist-packages)
+  if(Python3_Interpreter_FOUND)
+    execute_process(
+      COMMAND ${Python3_EXECUTABLE} ${CMAKE_CURRENT_LIST_DIR}/python_install_dir.py
+              ${CMAKE_INSTALL_PREFIX}
+      OUTPUT_VARIABLE vxbus_found_dir OUTPUT_STRIP_TRAILING_WHITESPACE RESULT_VARIABLE rc)
+    if(rc EQUAL 0 AND vxbus_found_dir)
+      set(vxbus_python_dir ${vxbus_found_dir})
+    endif()
+  endif()
+  set(VXBUS_INSTALL_PYTHONDIR ${vxbus_python_dir} CACHE STRING
+      "Where the Python binding is installed, relative to the prefix")
+endif()
+install(DIRECTORY ${PROJECT_SOURCE_DIR}/python/vxbus DESTINATION ${VXBUS_INSTALL_PYTHONDIR}
+        COMPONENT python PATTERN "__pycache__" EXCLUDE)
 
-set(CPACK_GENERATOR DEB)
-set(CPACK_PACKAGE_NAME vxbus)
-set(CPACK_PACKAGE_VENDOR "vxbus developers")
-set(CPACK_PACKAGE_CONTACT "vxbus developers <vxbus@localhost>")
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "brokerless message bus between the processes of one installation")
-string(CONCAT CPACK_PACKAGE_DESCRIPTION
-       "A shared library with typed calls, notifications and signals between processes,\n"
-       "over TCP or local pipes, with the header, CMake and pkg-config files to build\n"
-       "against it, and vxctl, a command-line tool to call, listen and serve.")
-set(CPACK_DEBIAN_PACKAGE_SECTION libs)
-set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
-set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
-# The package's own library is found in the staging tree, not on the system.
-set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
-set(CPACK_PACKAGING_INSTALL_PREFIX ${CMAKE_INSTALL_PREFIX})
-include(CPack)
+# pip reads the binding's version from its pyproject.toml; it must be this one.
+file(STRINGS ${PROJECT_SOURCE_DIR}/python/pyproject.toml vxbus_pip_version REGEX "^version = ")
+if(NOT vxbus_pip_version STREQUAL "version = \"${PROJECT_VERSION}\"")
+  message(FATAL_ERROR "python/pyproject.toml says '${vxbus_pip_version}', the project is ${PROJECT_VERSION}")
+endif()

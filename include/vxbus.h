@@ -1,9 +1,10 @@
-// vxbus: a small brokerless message bus between the processes of one installation.
-//
-// This header is the whole exported interface: functions, records, callback
-// types and the two classes. Functions with plain names have C linkage; the
-// two registration functions that take arrays, the stream printer and the
-// classes have C++ linkage.
+/// \file
+/// vxbus: a small brokerless message bus between the processes of one installation.
+///
+/// This header is the whole exported interface: functions, records, callback
+/// types and the two classes. Functions with plain names have C linkage; the
+/// two registration functions that take arrays, the stream printer and the
+/// classes have C++ linkage.
 #ifndef VXBUS_H_
 #define VXBUS_H_
 
@@ -29,7 +30,7 @@
 // Return codes and parameter types
 // ---------------------------------------------------------------------------
 
-// -2 and -6 are not assigned.
+/// -2 and -6 are not assigned.
 enum _tag_VX_ERROR : std::int32_t {
   VX_SUCCESS = 0,
   VX_ERROR_FAILED = -1,
@@ -37,8 +38,8 @@ enum _tag_VX_ERROR : std::int32_t {
   VX_ERROR_NO_SIGNAL = -4,
   VX_ERROR_NO_APPLICATION = -5,
   VX_ERROR_NAME_IN_USE = -7,
-  // A notification found the peer's send queue full for limits.IO_TIMEOUT_MS
-  // and was not sent. The session stands; trying again later may succeed.
+  /// A notification found the peer's send queue full for limits.IO_TIMEOUT_MS
+  /// and was not sent. The session stands; trying again later may succeed.
   VX_ERROR_QUEUE_FULL = -8,
 };
 typedef _tag_VX_ERROR VX_ERROR;
@@ -54,17 +55,17 @@ enum _tag_PARAM_TYPES : int {
 };
 typedef _tag_PARAM_TYPES PARAM_TYPES;
 
-// The built-in slots through which peers subscribe to signals.
+/// The built-in slots through which peers subscribe to signals.
 enum : std::uint32_t {
-  VX_SLOT_CONNECT_SIGNAL = 0xFFFFFFFFu,     // -1
-  VX_SLOT_DISCONNECT_SIGNAL = 0xFFFFFFFEu,  // -2
+  VX_SLOT_CONNECT_SIGNAL = 0xFFFFFFFFu,     ///< -1
+  VX_SLOT_DISCONNECT_SIGNAL = 0xFFFFFFFEu,  ///< -2
 };
 
 // ---------------------------------------------------------------------------
 // List handles
 // ---------------------------------------------------------------------------
 
-// A handle is the address of the list object itself, passed by value.
+/// A handle is the address of the list object itself, passed by value.
 typedef struct _tag_HVXPARAMLIST {
   void* value;
 } HVXPARAMLIST;
@@ -78,14 +79,14 @@ inline bool operator!=(HVXPARAMLIST a, HVXPARAMLIST b) {
 
 extern "C" VXBUS_API const HVXPARAMLIST VX_INVALID_PARAMLIST;
 
-// Thrown by walks over a damaged list image. Both carry no data.
+/// Thrown by walks over a damaged list image. Both carry no data.
 struct VXBUS_API NoDataExeption {};
 
 // ---------------------------------------------------------------------------
 // Records that cross the boundary by layout
 // ---------------------------------------------------------------------------
 
-// A binary value as it lies in a list: the length word, then the bytes.
+/// A binary value as it lies in a list: the length word, then the bytes.
 struct _tag_BINARYVALUE {
   std::uint32_t length;
   unsigned char data[4];
@@ -93,7 +94,7 @@ struct _tag_BINARYVALUE {
 typedef _tag_BINARYVALUE BINARYVALUE;
 
 #pragma pack(push, 1)
-// A binary value handed in by a caller.
+/// A binary value handed in by a caller.
 struct _tag_BINARYITEM {
   std::uint32_t length;
   const void* data;
@@ -114,17 +115,17 @@ typedef _tag_VXQWORDARRAY VXQWORDARRAY;
 extern "C" VXBUS_API HVXPARAMLIST VXGetHandleById(HVXPARAMLIST list, std::uint32_t id);
 
 namespace vxbus_detail {
-// The record accessors accept a null object. The compiler may assume that
-// `this` is never null, so the address is passed through a barrier that it
-// cannot see into before it is tested.
+/// The record accessors accept a null object. The compiler may assume that
+/// `this` is never null, so the address is passed through a barrier that it
+/// cannot see into before it is tested.
 inline bool IsNullObject(const void* p) {
 #if defined(__GNUC__)
   __asm__("" : "+r"(p));
 #endif
   return p == nullptr;
 }
-// The bytes of a value run on past the one-byte member that starts them. The
-// same barrier keeps an optimising compiler from bounding reads by that member.
+/// The bytes of a value run on past the one-byte member that starts them. The
+/// same barrier keeps an optimising compiler from bounding reads by that member.
 inline const unsigned char* Unbounded(const unsigned char* p) {
 #if defined(__GNUC__)
   __asm__("" : "+r"(p));
@@ -141,12 +142,12 @@ inline std::size_t Round4(std::size_t n) {
 }
 }  // namespace vxbus_detail
 
-// The value part of a parameter record: the type byte and what follows it.
-// Pointers to it point into a list's image and die with the list's next change.
+/// The value part of a parameter record: the type byte and what follows it.
+/// Pointers to it point into a list's image and die with the list's next change.
 struct _tag_VXPARAMVALUE {
   unsigned char type;
 
-  // Thrown by GetSize for a type byte that no stored value can have.
+  /// Thrown by GetSize for a type byte that no stored value can have.
   struct VXBUS_API DataDamaged {};
 
   const unsigned char* Bytes() const { return vxbus_detail::Unbounded(&type); }
@@ -157,7 +158,7 @@ struct _tag_VXPARAMVALUE {
   std::uint32_t GetArraySize() const { return IsArray() ? Count() : 0; }
   int GetArrayType() const { return IsArray() ? (type & ~PT_ARRAY) : 0; }
 
-  // Bytes from the type byte to the end of the value.
+  /// Bytes from the type byte to the end of the value.
   std::uint32_t GetSize() const {
     using vxbus_detail::LoadU32;
     using vxbus_detail::Round4;
@@ -198,7 +199,7 @@ struct _tag_VXPARAMVALUE {
     }
   }
 
-  // Element `index` of a string or binary array, whichever it is.
+  /// Element `index` of a string or binary array, whichever it is.
   const unsigned char* GetItem(std::uint32_t index) const {
     if (vxbus_detail::IsNullObject(this) || index >= Count()) return nullptr;
     std::uint32_t c = Count();
@@ -216,13 +217,13 @@ struct _tag_VXPARAMVALUE {
     if (GetType() != (PT_ARRAY | PT_INT32) || index >= Count()) return 0;
     return vxbus_detail::LoadU32(Bytes() + 5 + 4 * index);
   }
-  // Reads the 32-bit word at 4 * index of a 64-bit array, zero-extended: index
-  // 1 is the high half of element 0. Applications rely on this as it stands.
+  /// Reads the 32-bit word at 4 * index of a 64-bit array, zero-extended: index
+  /// 1 is the high half of element 0. Applications rely on this as it stands.
   std::uint64_t GetInt64(std::uint32_t index) const {
     if (GetType() != (PT_ARRAY | PT_INT64) || index >= Count()) return 0;
     return vxbus_detail::LoadU32(Bytes() + 5 + 4 * index);
   }
-  // A handle array element resolved in `list`, with no reference added.
+  /// A handle array element resolved in `list`, with no reference added.
   HVXPARAMLIST GetHandle(HVXPARAMLIST list, std::uint32_t index) const {
     HVXPARAMLIST none = {nullptr};
     if (GetType() != (PT_ARRAY | PT_PARAMHANDLE) || index >= Count()) return none;
@@ -232,10 +233,10 @@ struct _tag_VXPARAMVALUE {
 };
 typedef _tag_VXPARAMVALUE VXPARAMVALUE;
 
-// One parameter record: offset byte, name, zero padding, then the value.
+/// One parameter record: offset byte, name, zero padding, then the value.
 struct _tag_VXPARAMINFO {
   unsigned char valueOffset;
-  char name[3];  // the name runs on; the padding terminates it
+  char name[3];  ///< the name runs on; the padding terminates it
 
   const _tag_VXPARAMVALUE* GetValue() const {
     if (vxbus_detail::IsNullObject(this)) return nullptr;
@@ -260,18 +261,18 @@ struct _tag_VXPARAMINFO {
 };
 typedef _tag_VXPARAMINFO VXPARAMINFO;
 
-// The limits record. A caller's record whose `size` differs from the default
-// is ignored whole; zero words keep the default. The first initialise call
-// takes it; later ones don't change what is in force.
-// - RESERVED_D: bytes that the dispatch queue (requests waiting for this
-//   process's slots, from all peers) may hold; 64 MiB by default. Past it the
-//   sessions stop reading their peers, whose notifications then wait.
-// - RESERVED_E: bytes that each session's send queue may hold; 1 MiB by
-//   default. Past it VXNotify, VXNotifyWithFlow and VXEmit wait (see there).
-// - RESERVED_A, RESERVED_B, RESERVED_C: carried; nothing reads them.
-// A message counts its list's image and 128 bytes besides; one larger than a
-// limit still goes once its queue is empty. Calls and replies are never held
-// back, so these bound the one-way traffic, not every byte.
+/// The limits record. A caller's record whose `size` differs from the default
+/// is ignored whole; zero words keep the default. The first initialise call
+/// takes it; later ones don't change what is in force.
+/// - RESERVED_D: bytes that the dispatch queue (requests waiting for this
+///   process's slots, from all peers) may hold; 64 MiB by default. Past it the
+///   sessions stop reading their peers, whose notifications then wait.
+/// - RESERVED_E: bytes that each session's send queue may hold; 1 MiB by
+///   default. Past it VXNotify, VXNotifyWithFlow and VXEmit wait (see there).
+/// - RESERVED_A, RESERVED_B, RESERVED_C: carried; nothing reads them.
+/// A message counts its list's image and 128 bytes besides; one larger than a
+/// limit still goes once its queue is empty. Calls and replies are never held
+/// back, so these bound the one-way traffic, not every byte.
 struct VXLimits {
   std::uint32_t size;
   struct Values {
@@ -287,21 +288,21 @@ struct VXLimits {
   } limits;
 };
 
-// Deepest nesting of lists that a received stream may hold: the root is
-// level 0, its children level 1. A deeper stream fails to read and ends the
-// session, as any damaged stream does.
+/// Deepest nesting of lists that a received stream may hold: the root is
+/// level 0, its children level 1. A deeper stream fails to read and ends the
+/// session, as any damaged stream does.
 constexpr std::uint32_t VX_MAX_LIST_NESTING = 256;
 
-// Process-wide counters, for leak hunts.
+/// Process-wide counters, for leak hunts.
 struct VXObjectCounters {
-  std::uint32_t applications;  // live sessions
-  std::uint32_t messages;      // live messages
-  std::uint32_t pendingCalls;  // size of the pending-call table touched last
+  std::uint32_t applications;  ///< live sessions
+  std::uint32_t messages;      ///< live messages
+  std::uint32_t pendingCalls;  ///< size of the pending-call table touched last
   std::uint32_t unused4;
   std::uint32_t unused5;
-  std::uint32_t paramLists;    // live parameter lists
-  std::uint32_t sendCalls;     // transport send calls
-  std::uint32_t receiveCalls;  // transport receive calls
+  std::uint32_t paramLists;    ///< live parameter lists
+  std::uint32_t sendCalls;     ///< transport send calls
+  std::uint32_t receiveCalls;  ///< transport receive calls
   std::uint64_t unused9;
   std::uint64_t unused10;
 };
@@ -311,7 +312,7 @@ struct VXObjectCounters {
 // ---------------------------------------------------------------------------
 
 struct VXSlotContext {
-  const char* senderName;  // appID of the caller; empty once its session is gone
+  const char* senderName;  ///< appID of the caller; empty once its session is gone
   void* userData;
 };
 
@@ -365,148 +366,148 @@ static_assert(sizeof(_tag_SLOT_DESCRIPTION) == 4 + 2 * sizeof(void*) &&
 // ---------------------------------------------------------------------------
 // Functions with C linkage
 // ---------------------------------------------------------------------------
-// Conventions for every function below, unless its own lines say otherwise:
-// - Errors are the return code (0 VX_SUCCESS, else a negative _tag_VX_ERROR);
-//   a function returning a handle returns VX_INVALID_PARAMLIST instead. A
-//   missing parameter is never an error: getters give 0, null or empty.
-// - A handle that a function returns belongs to the caller, who closes it
-//   with VXCloseHandle. Handles passed in are borrowed for the call; handles
-//   given to a slot function or a callback are borrowed for that call.
-// - Pointers into a list (strings, binaries, records) die with the list's
-//   next change or close. Texts passed in are copied before the call returns.
-// - Nothing blocks except where it says so; no call has a time limit of its
-//   own, only the channels under a session have.
-// - All functions may be called from any thread; lists have no lock, so one
-//   list is changed by one thread at a time.
+/// Conventions for every function below, unless its own lines say otherwise:
+/// - Errors are the return code (0 VX_SUCCESS, else a negative _tag_VX_ERROR);
+///   a function returning a handle returns VX_INVALID_PARAMLIST instead. A
+///   missing parameter is never an error: getters give 0, null or empty.
+/// - A handle that a function returns belongs to the caller, who closes it
+///   with VXCloseHandle. Handles passed in are borrowed for the call; handles
+///   given to a slot function or a callback are borrowed for that call.
+/// - Pointers into a list (strings, binaries, records) die with the list's
+///   next change or close. Texts passed in are copied before the call returns.
+/// - Nothing blocks except where it says so; no call has a time limit of its
+///   own, only the channels under a session have.
+/// - All functions may be called from any thread; lists have no lock, so one
+///   list is changed by one thread at a time.
 extern "C" {
 
-// Lifecycle. Initialise calls are counted: the first starts the library's
-// threads under the name host:port/appName, later ones return VX_SUCCESS for
-// the same name and VX_ERROR_NAME_IN_USE for another; each needs its
-// VXShutdown. A null `limits`, or one of the wrong size, keeps the defaults.
-// VX_ERROR_FAILED when the host name cannot be learned. Listeners stay shut
-// until VXConnectionReady or VXStartListeners; port 0 means no TCP listener.
+/// Lifecycle. Initialise calls are counted: the first starts the library's
+/// threads under the name host:port/appName, later ones return VX_SUCCESS for
+/// the same name and VX_ERROR_NAME_IN_USE for another; each needs its
+/// VXShutdown. A null `limits`, or one of the wrong size, keeps the defaults.
+/// VX_ERROR_FAILED when the host name cannot be learned. Listeners stay shut
+/// until VXConnectionReady or VXStartListeners; port 0 means no TCP listener.
 VXBUS_API _tag_VX_ERROR VXInitialize(const char* appName, std::int32_t port,
                                      const VXLimits* limits);
 VXBUS_API _tag_VX_ERROR VXInitializeEx(const char* bindAddress, const char* appName,
                                        std::int32_t port, const VXLimits* limits);
-// Also listens on the local pipes "<pipeName>_in" and "<pipeName>_out".
+/// Also listens on the local pipes "<pipeName>_in" and "<pipeName>_out".
 VXBUS_API _tag_VX_ERROR VXInitializeWithPipeChannel(const char* pipeName, const char* bindAddress,
                                                     const char* appName, std::int32_t port,
                                                     const VXLimits* limits);
-// Sets where the listeners listen, then opens them as VXConnectionReady does.
+/// Sets where the listeners listen, then opens them as VXConnectionReady does.
 VXBUS_API _tag_VX_ERROR VXStartListeners(const char* pipeName, const char* bindAddress,
                                          std::uint16_t port);
-// Only the call matching the first initialise does anything: it blocks until
-// the listener threads, every session and the dispatch thread have ended;
-// a handshake under way is finished first. What was still queued then (to
-// be sent, or to run in a slot) is let go and counted in one log line at
-// level 4, "Shutdown dropped N queued messages (B bytes)"; queued calls and
-// notifications with a callback are completed as failed. Always VX_SUCCESS.
+/// Only the call matching the first initialise does anything: it blocks until
+/// the listener threads, every session and the dispatch thread have ended;
+/// a handshake under way is finished first. What was still queued then (to
+/// be sent, or to run in a slot) is let go and counted in one log line at
+/// level 4, "Shutdown dropped N queued messages (B bytes)"; queued calls and
+/// notifications with a callback are completed as failed. Always VX_SUCCESS.
 VXBUS_API _tag_VX_ERROR VXShutdown(void);
-// Opens both listeners; does not block. Always VX_SUCCESS.
+/// Opens both listeners; does not block. Always VX_SUCCESS.
 VXBUS_API _tag_VX_ERROR VXConnectionReady(void);
-// Copies the shared secret (at most 256 bytes, else VX_ERROR_FAILED).
+/// Copies the shared secret (at most 256 bytes, else VX_ERROR_FAILED).
 VXBUS_API _tag_VX_ERROR VXSetAuthenticationInfo(const void* data, std::int32_t length);
 
-// Connections and listeners. VXConnect and VXConnectEx block through the
-// whole handshake. On success the peer's appID is copied into `appIdBuffer`
-// when it fits (the buffer is zeroed first); the session then lives until
-// either side ends it. VX_ERROR_NAME_IN_USE when the peer is connected
-// already or refuses us, VX_ERROR_FAILED for every other failure. The secret
-// is borrowed for the call; more than 256 bytes fails before anything is sent.
+/// Connections and listeners. VXConnect and VXConnectEx block through the
+/// whole handshake. On success the peer's appID is copied into `appIdBuffer`
+/// when it fits (the buffer is zeroed first); the session then lives until
+/// either side ends it. VX_ERROR_NAME_IN_USE when the peer is connected
+/// already or refuses us, VX_ERROR_FAILED for every other failure. The secret
+/// is borrowed for the call; more than 256 bytes fails before anything is sent.
 VXBUS_API _tag_VX_ERROR VXConnect(const char* host, std::int32_t port, char* appIdBuffer,
                                   std::uint32_t appIdBufferSize, const unsigned char* secret,
                                   std::int32_t secretLength);
-// A non-empty pipe name wins over host and port.
+/// A non-empty pipe name wins over host and port.
 VXBUS_API _tag_VX_ERROR VXConnectEx(const char* pipeName, const char* host, std::int32_t port,
                                     char* appIdBuffer, std::uint32_t appIdBufferSize,
                                     const unsigned char* secret, std::int32_t secretLength);
-// Ends the session to `applicationName`, if any, and blocks until its
-// disconnect listener has run. Always VX_SUCCESS.
+/// Ends the session to `applicationName`, if any, and blocks until its
+/// disconnect listener has run. Always VX_SUCCESS.
 VXBUS_API _tag_VX_ERROR VXDisconnect(const char* applicationName);
-// The four listeners run on library threads; null removes one. The texts
-// they get are borrowed for the call. Always VX_SUCCESS.
+/// The four listeners run on library threads; null removes one. The texts
+/// they get are borrowed for the call. Always VX_SUCCESS.
 VXBUS_API _tag_VX_ERROR VXSetConnectListener(VXConnectListener listener);
 VXBUS_API _tag_VX_ERROR VXSetDisconnectListener(VXDisconnectListener listener);
 VXBUS_API _tag_VX_ERROR VXSetAuthFailedListener(VXAuthFailedListener listener);
 VXBUS_API _tag_VX_ERROR VXSetUnknownConnectListener(VXUnknownConnectListener listener);
 
-// Calls, notifications, slots and signals. `list` is borrowed: it is written
-// to the wire by the session's writer, so it must not change until a call
-// returns or a notification's callback has run.
-// VXCall blocks without a time limit until the reply comes or the session
-// ends; it waits for that anyway, so it never waits for room in a queue. It
-// returns the output list, owned by the caller, or VX_INVALID_PARAMLIST when
-// the peer is unknown or the session ended.
+/// Calls, notifications, slots and signals. `list` is borrowed: it is written
+/// to the wire by the session's writer, so it must not change until a call
+/// returns or a notification's callback has run.
+/// VXCall blocks without a time limit until the reply comes or the session
+/// ends; it waits for that anyway, so it never waits for room in a queue. It
+/// returns the output list, owned by the caller, or VX_INVALID_PARAMLIST when
+/// the peer is unknown or the session ended.
 VXBUS_API HVXPARAMLIST VXCall(const char* applicationName, std::uint32_t slotId, HVXPARAMLIST list);
-// Queues the notification and returns: VX_SUCCESS, or
-// VX_ERROR_NO_APPLICATION for an unknown peer. While the peer's send queue
-// is full (limits.RESERVED_E) it blocks until there is room, at most
-// limits.IO_TIMEOUT_MS, and then returns VX_ERROR_QUEUE_FULL; a session that
-// ends or a library that shuts down meanwhile makes it return
-// VX_ERROR_NO_APPLICATION at once. On either error nothing was sent and the
-// callback never runs. `callback` (may be null) runs on a library thread
-// with the reply's output list (borrowed), or with VX_INVALID_PARAMLIST when
-// the session ended; a session that ends just as the message is queued may
-// drop it without a call.
+/// Queues the notification and returns: VX_SUCCESS, or
+/// VX_ERROR_NO_APPLICATION for an unknown peer. While the peer's send queue
+/// is full (limits.RESERVED_E) it blocks until there is room, at most
+/// limits.IO_TIMEOUT_MS, and then returns VX_ERROR_QUEUE_FULL; a session that
+/// ends or a library that shuts down meanwhile makes it return
+/// VX_ERROR_NO_APPLICATION at once. On either error nothing was sent and the
+/// callback never runs. `callback` (may be null) runs on a library thread
+/// with the reply's output list (borrowed), or with VX_INVALID_PARAMLIST when
+/// the session ended; a session that ends just as the message is queued may
+/// drop it without a call.
 VXBUS_API _tag_VX_ERROR VXNotify(const char* applicationName, std::uint32_t slotId,
                                  HVXPARAMLIST list, VXNotifyCallback callback, void* userData);
-// As VXCall and VXNotify, with `flowId` stored in `list` first.
+/// As VXCall and VXNotify, with `flowId` stored in `list` first.
 VXBUS_API HVXPARAMLIST VXCallWithFlow(std::uint32_t flowId, const char* applicationName,
                                       std::uint32_t slotId, HVXPARAMLIST list);
 VXBUS_API _tag_VX_ERROR VXNotifyWithFlow(std::uint32_t flowId, const char* applicationName,
                                          std::uint32_t slotId, HVXPARAMLIST list,
                                          VXNotifyCallback callback, void* userData);
-// Slot functions run one at a time on the dispatch thread; a later
-// registration of an id replaces the earlier one. VXUnregisterSlot gives
-// VX_ERROR_NO_SLOT for an id that is not registered.
+/// Slot functions run one at a time on the dispatch thread; a later
+/// registration of an id replaces the earlier one. VXUnregisterSlot gives
+/// VX_ERROR_NO_SLOT for an id that is not registered.
 VXBUS_API _tag_VX_ERROR VXRegisterSlot(std::uint32_t slotId, VXSlotFunction slotFunction,
                                        void* userData);
 VXBUS_API _tag_VX_ERROR VXUnregisterSlot(std::uint32_t slotId);
-// VXUnregisterSignal gives VX_ERROR_NO_SIGNAL for an unknown name.
+/// VXUnregisterSignal gives VX_ERROR_NO_SIGNAL for an unknown name.
 VXBUS_API _tag_VX_ERROR VXRegisterSignal(const char* signalName);
 VXBUS_API _tag_VX_ERROR VXUnregisterSignal(const char* signalName);
-// Subscribe slot `slotId` of this process to a peer's signal. Connect does
-// not wait for the peer; disconnect blocks until the peer has answered.
-// Both return VX_SUCCESS whatever happened.
+/// Subscribe slot `slotId` of this process to a peer's signal. Connect does
+/// not wait for the peer; disconnect blocks until the peer has answered.
+/// Both return VX_SUCCESS whatever happened.
 VXBUS_API _tag_VX_ERROR VXConnectSignal(const char* applicationName, const char* signalName,
                                         std::uint32_t slotId);
 VXBUS_API _tag_VX_ERROR VXDisconnectSignal(const char* applicationName, const char* signalName,
                                            std::uint32_t slotId);
-// Notifies every subscriber of a registered signal, as VXNotify does, one
-// after the other; VX_ERROR_NO_SIGNAL for a name that is not registered.
-// A subscriber whose send queue stays full is skipped after the wait of
-// VXNotify and the others still get theirs; the result is then
-// VX_ERROR_QUEUE_FULL. With no subscriber the callback runs once at once, on
-// the calling thread.
+/// Notifies every subscriber of a registered signal, as VXNotify does, one
+/// after the other; VX_ERROR_NO_SIGNAL for a name that is not registered.
+/// A subscriber whose send queue stays full is skipped after the wait of
+/// VXNotify and the others still get theirs; the result is then
+/// VX_ERROR_QUEUE_FULL. With no subscriber the callback runs once at once, on
+/// the calling thread.
 VXBUS_API _tag_VX_ERROR VXEmit(const char* signalName, HVXPARAMLIST list, VXNotifyCallback callback,
                                void* userData);
 VXBUS_API _tag_VX_ERROR VXEmitWithFlow(std::uint32_t flowId, const char* signalName,
                                        HVXPARAMLIST list, VXNotifyCallback callback,
                                        void* userData);
 
-// Lists as a whole. Lists are reference counted; every handle a function
-// returns holds one reference, which VXCloseHandle gives back.
-// A new, empty list, owned by the caller.
+/// Lists as a whole. Lists are reference counted; every handle a function
+/// returns holds one reference, which VXCloseHandle gives back.
+/// A new, empty list, owned by the caller.
 VXBUS_API HVXPARAMLIST VXCreateParamList(void);
-// Adds a reference and returns the same handle, now also owned by the caller.
+/// Adds a reference and returns the same handle, now also owned by the caller.
 VXBUS_API HVXPARAMLIST VXReferenceHandle(HVXPARAMLIST list);
-// Gives back one reference; the last one frees the list and lets go of its
-// children. Null is allowed. Always 0.
+/// Gives back one reference; the last one frees the list and lets go of its
+/// children. Null is allowed. Always 0.
 VXBUS_API std::int32_t VXCloseHandle(HVXPARAMLIST list);
-// A new list with the same records, owned by the caller; nested lists are
-// shared with the source, not copied.
+/// A new list with the same records, owned by the caller; nested lists are
+/// shared with the source, not copied.
 VXBUS_API HVXPARAMLIST VXCloneHandle(HVXPARAMLIST list);
-// Sets every record of `source` on `destination` (both borrowed); a null or
-// identical destination is left alone. Always 0.
+/// Sets every record of `source` on `destination` (both borrowed); a null or
+/// identical destination is left alone. Always 0.
 VXBUS_API std::int32_t VXCopyHandle(HVXPARAMLIST source, HVXPARAMLIST destination);
 VXBUS_API std::uint32_t VXGetHandleSize(HVXPARAMLIST list);
 VXBUS_API std::uint32_t VXGetParamCount(HVXPARAMLIST list);
 
-// Getters. Nothing is owned by the caller: pointers and arrays point into the
-// list's image, and a handle value is borrowed from the list (take a
-// reference with VXReferenceHandle to keep it). Missing or mistyped: 0/null.
+/// Getters. Nothing is owned by the caller: pointers and arrays point into the
+/// list's image, and a handle value is borrowed from the list (take a
+/// reference with VXReferenceHandle to keep it). Missing or mistyped: 0/null.
 VXBUS_API const char* VXGetStringValue(HVXPARAMLIST list, const char* name);
 VXBUS_API std::uint32_t VXGetInt32Value(HVXPARAMLIST list, const char* name);
 VXBUS_API std::uint64_t VXGetInt64Value(HVXPARAMLIST list, const char* name);
@@ -521,8 +522,8 @@ VXBUS_API std::uint32_t VXGetBinaryArray(HVXPARAMLIST list, const char* name,
                                          const _tag_BINARYVALUE** out, std::uint32_t maxItems,
                                          std::uint32_t start);
 
-// Setters. A value of the same name is replaced; bytes and texts are copied.
-// A handle value adds a reference to the child, which the list then holds.
+/// Setters. A value of the same name is replaced; bytes and texts are copied.
+/// A handle value adds a reference to the child, which the list then holds.
 VXBUS_API _tag_VX_ERROR VXSetStringValue(HVXPARAMLIST list, const char* name, const char* value);
 VXBUS_API _tag_VX_ERROR VXSetInt32Value(HVXPARAMLIST list, const char* name, std::uint32_t value);
 VXBUS_API _tag_VX_ERROR VXSetInt64Value(HVXPARAMLIST list, const char* name, std::uint64_t value);
@@ -544,33 +545,33 @@ VXBUS_API _tag_VX_ERROR VXSetBinaryItemArray(HVXPARAMLIST list, const char* name
 VXBUS_API _tag_VX_ERROR VXSetHandleArray(HVXPARAMLIST list, const char* name, std::uint32_t count,
                                          const HVXPARAMLIST* values);
 
-// Walking and removing. Records point into the image and die with the
-// list's next change. VXRemoveParamByInfo takes only a record of this list's
-// current image and returns the record now at its place, or null.
+/// Walking and removing. Records point into the image and die with the
+/// list's next change. VXRemoveParamByInfo takes only a record of this list's
+/// current image and returns the record now at its place, or null.
 VXBUS_API const _tag_VXPARAMINFO* VXGetFirstParam(HVXPARAMLIST list);
 VXBUS_API const _tag_VXPARAMINFO* VXGetNextParam(HVXPARAMLIST list, const _tag_VXPARAMINFO* info);
 VXBUS_API const _tag_VXPARAMINFO* VXParamInfo(HVXPARAMLIST list, const char* name);
-// Gives the second record whatever the index; kept as it always was.
+/// Gives the second record whatever the index; kept as it always was.
 VXBUS_API const _tag_VXPARAMINFO* VXParamByIndex(HVXPARAMLIST list, std::uint32_t index);
 VXBUS_API const _tag_VXPARAMINFO* VXRemoveParamByInfo(HVXPARAMLIST list,
                                                       const _tag_VXPARAMINFO* info);
 VXBUS_API _tag_VX_ERROR VXRemoveValue(HVXPARAMLIST list, const char* name);
 VXBUS_API _tag_VX_ERROR VXRemoveAllValues(HVXPARAMLIST list);
 
-// Printing, for diagnostics. PrintHandleInfo writes to the standard error
-// stream; the buffer form writes at most `size` bytes including the zero
-// byte that ends them, cutting the text short.
+/// Printing, for diagnostics. PrintHandleInfo writes to the standard error
+/// stream; the buffer form writes at most `size` bytes including the zero
+/// byte that ends them, cutting the text short.
 VXBUS_API void PrintHandleInfo(HVXPARAMLIST list, bool printTypes);
 VXBUS_API void PrintHandleInfoToBuffer(HVXPARAMLIST list, bool printTypes, char* destination,
                                        std::uint32_t size);
 
-// Memory and diagnostics. VXAllocate and VXRealloc use the library's private
-// heap and return null when it is exhausted; VXFree takes what they returned.
-// VXSetLogLevel installs the one log sink (null removes it); the sink runs on
-// whichever thread logs, and its text is borrowed for the call.
-// DEBUG_VXObjectCount never blocks; each count is one its object really had
-// at some moment of the call (exact at rest), and together they are not one
-// snapshot.
+/// Memory and diagnostics. VXAllocate and VXRealloc use the library's private
+/// heap and return null when it is exhausted; VXFree takes what they returned.
+/// VXSetLogLevel installs the one log sink (null removes it); the sink runs on
+/// whichever thread logs, and its text is borrowed for the call.
+/// DEBUG_VXObjectCount never blocks; each count is one its object really had
+/// at some moment of the call (exact at rest), and together they are not one
+/// snapshot.
 VXBUS_API void* VXAllocate(std::uint64_t size);
 VXBUS_API void* VXRealloc(void* pointer, std::uint64_t size);
 VXBUS_API void VXFree(void* pointer);
@@ -597,8 +598,8 @@ template <class T>
 class MTReferencedPtr;
 struct ReferenceAccess;
 
-// Base of every reference counted object. The count starts at 0: a creator
-// owns nothing until it has added the first reference.
+/// Base of every reference counted object. The count starts at 0: a creator
+/// owns nothing until it has added the first reference.
 class VXBUS_API MTReferencedTypeBase {
  public:
   struct RefCounter {
@@ -631,7 +632,7 @@ class VXBUS_API MTReferencedTypeBase {
 // ---------------------------------------------------------------------------
 namespace VX {
 
-// Owns one reference to a list and closes it on destruction.
+/// Owns one reference to a list and closes it on destruction.
 class VXBUS_API ParamListHolder {
  public:
   struct param_iterator {
@@ -652,14 +653,14 @@ class VXBUS_API ParamListHolder {
     bool operator!=(const param_iterator& other) const { return info != other.info; }
   };
 
-  // FromHandle adds a reference (the caller keeps its own: for a borrowed
-  // handle); FromRefHandle adopts the caller's reference (for a handle a call
-  // has just returned).
+  /// FromHandle adds a reference (the caller keeps its own: for a borrowed
+  /// handle); FromRefHandle adopts the caller's reference (for a handle a call
+  /// has just returned).
   static ParamListHolder FromHandle(_tag_HVXPARAMLIST handle);
   static ParamListHolder FromRefHandle(_tag_HVXPARAMLIST handle);
 
-  // Copies add a reference; a move leaves the source null, and a move
-  // assignment exchanges the two lists. Assignment is safe on itself.
+  /// Copies add a reference; a move leaves the source null, and a move
+  /// assignment exchanges the two lists. Assignment is safe on itself.
 
   ParamListHolder();
   ParamListHolder(const ParamListHolder& other);
@@ -676,10 +677,10 @@ class VXBUS_API ParamListHolder {
 
   _tag_HVXPARAMLIST GetHandle() const { return handle_; }
 
-  // The list as a whole. NewList replaces the held list with a new empty one
-  // (false when none could be made); ClearList only lets go of it, leaving
-  // other owners' list as it is (RemoveAll empties it). Clone gives a deep
-  // copy; a null holder gives a null holder.
+  /// The list as a whole. NewList replaces the held list with a new empty one
+  /// (false when none could be made); ClearList only lets go of it, leaving
+  /// other owners' list as it is (RemoveAll empties it). Clone gives a deep
+  /// copy; a null holder gives a null holder.
   bool NewList();
   bool ClearList();
   ParamListHolder Clone() const;
@@ -689,9 +690,9 @@ class VXBUS_API ParamListHolder {
   std::uint32_t GetSize() const;
   bool empty() const;
 
-  // Records and values: as the exported getters, which never fail loudly (0,
-  // null or an empty result). Pointers point into the list's image and die
-  // with its next change; a returned holder owns its own reference.
+  /// Records and values: as the exported getters, which never fail loudly (0,
+  /// null or an empty result). Pointers point into the list's image and die
+  /// with its next change; a returned holder owns its own reference.
   const _tag_VXPARAMINFO* GetFirst() const;
   const _tag_VXPARAMINFO* GetNext(const _tag_VXPARAMINFO* info) const;
   const _tag_VXPARAMINFO* GetInfo(const char* name) const;
@@ -722,8 +723,8 @@ class VXBUS_API ParamListHolder {
   std::uint32_t GetHandleArray(const char* name, _tag_HVXPARAMLIST* out, unsigned maxItems,
                                unsigned start) const;
 
-  // As the exported setters: a name that exists is replaced and moves to the
-  // end; a handle value takes its own reference to the child.
+  /// As the exported setters: a name that exists is replaced and moves to the
+  /// end; a handle value takes its own reference to the child.
   _tag_VX_ERROR SetString(const char* name, const char* value);
   _tag_VX_ERROR SetInt32(const char* name, unsigned value);
   _tag_VX_ERROR SetInt64(const char* name, std::uint64_t value);
@@ -740,8 +741,8 @@ class VXBUS_API ParamListHolder {
   _tag_VX_ERROR Remove(const char* name);
   _tag_VX_ERROR RemoveAll();
 
-  // Iteration in record order; erase returns the record behind the removed
-  // one (or end), erase by name the number of records removed.
+  /// Iteration in record order; erase returns the record behind the removed
+  /// one (or end), erase by name the number of records removed.
   param_iterator begin() const;
   param_iterator end() const;
   param_iterator find(const char* name) const;
@@ -755,24 +756,24 @@ class VXBUS_API ParamListHolder {
   _tag_HVXPARAMLIST handle_;
 };
 
-// Names one peer and forwards to the exported functions. Destroying any copy
-// disconnects that peer for all of them, so keep one and pass it by
-// reference. No lock: Call and Notify only read the name; Connect,
-// Disconnect and assignment change it and are the caller's to keep apart.
+/// Names one peer and forwards to the exported functions. Destroying any copy
+/// disconnects that peer for all of them, so keep one and pass it by
+/// reference. No lock: Call and Notify only read the name; Connect,
+/// Disconnect and assignment change it and are the caller's to keep apart.
 class VXBUS_API VXApplicationHolder {
  public:
-  // Holds at most 255 bytes of `name` (a longer one is cut); connects nothing.
+  /// Holds at most 255 bytes of `name` (a longer one is cut); connects nothing.
   VXApplicationHolder(const char* name = nullptr);
   VXApplicationHolder(const VXApplicationHolder& other);
   VXApplicationHolder& operator=(const VXApplicationHolder& other);
   virtual ~VXApplicationHolder();
 
   const char* getName() const;
-  // True for an empty name; says nothing about a connection.
+  /// True for an empty name; says nothing about a connection.
   bool operator!() const;
-  // Each bool is true when the function below returned VX_SUCCESS; blocking
-  // and ownership are that function's. Connect stores the peer's appID on
-  // success; Disconnect empties the name whatever the result.
+  /// Each bool is true when the function below returned VX_SUCCESS; blocking
+  /// and ownership are that function's. Connect stores the peer's appID on
+  /// success; Disconnect empties the name whatever the result.
   bool Connect(const char* host, int port, const unsigned char* secret, int secretLength);
   bool Disconnect();
   HVXPARAMLIST Call(unsigned slotId, HVXPARAMLIST list);
@@ -795,74 +796,74 @@ static_assert(sizeof(ParamListHolder) == sizeof(HVXPARAMLIST),
 // ---------------------------------------------------------------------------
 // Additions to the designed interface
 // ---------------------------------------------------------------------------
-// Functions with C linkage beside the designed ones. They change nothing of
-// what is above: no wire byte, return code or log text. A peer that knows
-// none of them still talks to one that uses them.
+/// Functions with C linkage beside the designed ones. They change nothing of
+/// what is above: no wire byte, return code or log text. A peer that knows
+/// none of them still talks to one that uses them.
 
-// Deadlines.
-// VXCallWithTimeout is VXCall with a limit on the wait: the reply (owned by
-// the caller), or VX_INVALID_PARAMLIST when the peer is unknown, the session
-// ended, or `timeoutMs` milliseconds passed first. A negative `timeoutMs`
-// waits without limit, as VXCall does; 0 sends the call and takes only a
-// reply that is there at once. A call given up on stays in the session's
-// table of waiting calls until its reply comes, which is then read and let
-// go without ending the session, or until the session ends. It also returns
-// where VXCall never does: when the peer dies inside a reply's body.
+/// Deadlines.
+/// VXCallWithTimeout is VXCall with a limit on the wait: the reply (owned by
+/// the caller), or VX_INVALID_PARAMLIST when the peer is unknown, the session
+/// ended, or `timeoutMs` milliseconds passed first. A negative `timeoutMs`
+/// waits without limit, as VXCall does; 0 sends the call and takes only a
+/// reply that is there at once. A call given up on stays in the session's
+/// table of waiting calls until its reply comes, which is then read and let
+/// go without ending the session, or until the session ends. It also returns
+/// where VXCall never does: when the peer dies inside a reply's body.
 extern "C" VXBUS_API HVXPARAMLIST VXCallWithTimeout(const char* applicationName,
                                                     std::uint32_t slotId, HVXPARAMLIST list,
                                                     std::int32_t timeoutMs);
-// VXNotify with a limit on the wait for the reply, counted from the call:
-// the same results, and `callback` runs exactly once: with the reply's output
-// list, or with VX_INVALID_PARAMLIST when the session ended or `timeoutMs`
-// milliseconds passed first (then on the library's deadline thread, and a
-// reply that still comes is read and let go). Its input list is the one
-// given here, which must stay unchanged until then. A negative `timeoutMs`
-// or a null `callback` makes it VXNotify. On an error result the callback
-// never runs.
+/// VXNotify with a limit on the wait for the reply, counted from the call:
+/// the same results, and `callback` runs exactly once: with the reply's output
+/// list, or with VX_INVALID_PARAMLIST when the session ended or `timeoutMs`
+/// milliseconds passed first (then on the library's deadline thread, and a
+/// reply that still comes is read and let go). Its input list is the one
+/// given here, which must stay unchanged until then. A negative `timeoutMs`
+/// or a null `callback` makes it VXNotify. On an error result the callback
+/// never runs.
 extern "C" VXBUS_API _tag_VX_ERROR VXNotifyWithTimeout(const char* applicationName,
                                                        std::uint32_t slotId, HVXPARAMLIST list,
                                                        VXNotifyCallback callback, void* userData,
                                                        std::int32_t timeoutMs);
 
-// A look inside. VXGetBusInfo returns a new list, owned by the caller, that
-// describes this process at the moment of the call. Its fields:
-//   "appId"    string   this process's appID; empty before it is initialised
-//   "version"  string   VXGetVersion()
-//   "slots"    int32[]  the registered slot ids, ascending, as unsigned values
-//                       (the built-in 4294967294 and 4294967295 included)
-//   "signals"  list[]   one list per registered signal, in name order:
-//       "name"        string    the signal's name
-//       "subscribers" string[]  the appID of each subscription, in the order
-//                               of subscription ("" for a session just ended)
-//       "slots"       int32[]   each subscription's slot, in the same order
-//   "sessions" list[]   one list per connected peer, in appID order:
-//       "appId"          string  the peer's appID
-//       "channel"        string  "tcp" or "pipe"
-//       "address"        string  the peer's address as its channel tells it
-//       "connectedMs"    int64   milliseconds since the handshake succeeded
-//       "framesSent"     int64   frames written to the peer
-//       "framesReceived" int64   frames read from the peer
-//       "bytesSent"      int64   bytes of those frames, headers included
-//       "bytesReceived"  int64   the same for the frames read
-//       "queuedBytes"    int64   bytes waiting in the session's send queue
-//       "pendingCalls"   int32   calls written and waiting for their replies,
-//                                those given up on by a deadline included
-//   "counters" list     DEBUG_VXObjectCount() as int32 values: "applications",
-//                       "messages", "pendingCalls", "paramLists",
-//                       "sendCalls", "receiveCalls"
-// The counts of one session are each exact at some moment of the call; the
-// whole is not one snapshot. It never waits for a running slot function.
+/// A look inside. VXGetBusInfo returns a new list, owned by the caller, that
+/// describes this process at the moment of the call. Its fields:
+///   "appId"    string   this process's appID; empty before it is initialised
+///   "version"  string   VXGetVersion()
+///   "slots"    int32[]  the registered slot ids, ascending, as unsigned values
+///                       (the built-in 4294967294 and 4294967295 included)
+///   "signals"  list[]   one list per registered signal, in name order:
+///       "name"        string    the signal's name
+///       "subscribers" string[]  the appID of each subscription, in the order
+///                               of subscription ("" for a session just ended)
+///       "slots"       int32[]   each subscription's slot, in the same order
+///   "sessions" list[]   one list per connected peer, in appID order:
+///       "appId"          string  the peer's appID
+///       "channel"        string  "tcp" or "pipe"
+///       "address"        string  the peer's address as its channel tells it
+///       "connectedMs"    int64   milliseconds since the handshake succeeded
+///       "framesSent"     int64   frames written to the peer
+///       "framesReceived" int64   frames read from the peer
+///       "bytesSent"      int64   bytes of those frames, headers included
+///       "bytesReceived"  int64   the same for the frames read
+///       "queuedBytes"    int64   bytes waiting in the session's send queue
+///       "pendingCalls"   int32   calls written and waiting for their replies,
+///                                those given up on by a deadline included
+///   "counters" list     DEBUG_VXObjectCount() as int32 values: "applications",
+///                       "messages", "pendingCalls", "paramLists",
+///                       "sendCalls", "receiveCalls"
+/// The counts of one session are each exact at some moment of the call; the
+/// whole is not one snapshot. It never waits for a running slot function.
 extern "C" VXBUS_API HVXPARAMLIST VXGetBusInfo(void);
-// Registers slot `slotId` to answer every call with VXGetBusInfo's list, so
-// that a peer may ask; nothing answers unless the application calls this.
-// It replaces what the slot held, as VXRegisterSlot does. Always VX_SUCCESS.
+/// Registers slot `slotId` to answer every call with VXGetBusInfo's list, so
+/// that a peer may ask; nothing answers unless the application calls this.
+/// It replaces what the slot held, as VXRegisterSlot does. Always VX_SUCCESS.
 extern "C" VXBUS_API _tag_VX_ERROR VXServeBusInfo(std::uint32_t slotId);
 
-// Version and error text. VXGetVersion gives the loaded library's version,
-// "MAJOR.MINOR.PATCH"; VXBUS_VERSION_STRING is the version of this header.
-// VXErrorText gives a short English text for a return code of this library,
-// and one that says the code is unknown for any other value. Both texts are
-// static and never null.
+/// Version and error text. VXGetVersion gives the loaded library's version,
+/// "MAJOR.MINOR.PATCH"; VXBUS_VERSION_STRING is the version of this header.
+/// VXErrorText gives a short English text for a return code of this library,
+/// and one that says the code is unknown for any other value. Both texts are
+/// static and never null.
 extern "C" VXBUS_API const char* VXGetVersion(void);
 extern "C" VXBUS_API const char* VXErrorText(std::int32_t code);
 

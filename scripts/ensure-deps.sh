@@ -6,7 +6,7 @@
 #                                             Wine and GoogleTest's sources
 #   bash scripts/ensure-deps.sh [KIND] PKG..  and the packages named
 set -euo pipefail
-packages=(cmake g++ make libgtest-dev pkg-config python3)
+packages=(cmake g++ make libgtest-dev pkg-config python3 nats-server libnats-dev)
 case "${1:-}" in
   fuzz) packages+=(clang libclang-rt-14-dev); shift ;;
   windows) packages+=(g++-mingw-w64-x86-64-posix wine wine64 googletest); shift ;;

@@ -1,6 +1,7 @@
 """The C functions of libvxbus, declared for ctypes.
 
-The library is looked for in $VXBUS_LIBRARY, then by the system's search
+The library is looked for in $VXBUS_LIBRARY, then beside this module (a
+wheel may carry it there), then by the system's search
 (ctypes.util.find_library), then as libvxbus.so.0.
 
 A list handle is a structure of one pointer passed by value; on the platforms
@@ -28,9 +29,22 @@ LOG_SINK = ctypes.CFUNCTYPE(None, _u32, _u32, _str)
 DISCONNECT_LISTENER = ctypes.CFUNCTYPE(None, _str, _str, _i32, _str)
 
 
+_BESIDE = ("libvxbus.so.0", "libvxbus.so", "vxbus.dll")
+
+
+def _library_path():
+    """The first of: $VXBUS_LIBRARY, a library beside this module, the system's."""
+    if os.environ.get("VXBUS_LIBRARY"):
+        return os.environ["VXBUS_LIBRARY"]
+    here = os.path.dirname(os.path.abspath(__file__))
+    for name in _BESIDE:
+        if os.path.isfile(os.path.join(here, name)):
+            return os.path.join(here, name)
+    return ctypes.util.find_library("vxbus") or "libvxbus.so.0"
+
+
 def _load():
-    path = os.environ.get("VXBUS_LIBRARY") or ctypes.util.find_library("vxbus") or "libvxbus.so.0"
-    return ctypes.CDLL(path)
+    return ctypes.CDLL(_library_path())
 
 
 lib = _load()

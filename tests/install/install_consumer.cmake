@@ -34,7 +34,8 @@ endforeach()
 run(${CMAKE_COMMAND} -S ${CONSUMER_DIR} -B ${WORK_DIR}/cmake-build -DCMAKE_PREFIX_PATH=${prefix}
     -DCMAKE_CXX_COMPILER=${CXX} "-DCMAKE_CXX_FLAGS=${FLAGS}" -DCMAKE_BUILD_TYPE=Release)
 run(${CMAKE_COMMAND} --build ${WORK_DIR}/cmake-build)
-run(${WORK_DIR}/cmake-build/vxbus_consumer)
+run(${CMAKE_COMMAND} --install ${WORK_DIR}/cmake-build --prefix ${WORK_DIR}/consumer-prefix)
+run(${WORK_DIR}/consumer-prefix/bin/vxbus_consumer)  # runs through its install rpath
 expect_consumer_output("${out}" "find_package")
 
 # pkg-config, as a hand-written Makefile would do it.
@@ -43,11 +44,20 @@ list(GET pc_files 0 pc_file)
 get_filename_component(pc_dir ${pc_file} DIRECTORY)
 set(ENV{PKG_CONFIG_PATH} ${pc_dir})
 run(${PKG_CONFIG} --cflags --libs vxbus)
+if(NOT out MATCHES "-I${prefix}/include" OR out MATCHES "\\.\\.")
+  message(FATAL_ERROR "pkg-config gave paths that are not the prefix's plain ones: ${out}")
+endif()
 separate_arguments(pc_flags UNIX_COMMAND "${out}")
 separate_arguments(extra_flags UNIX_COMMAND "${FLAGS}")
-run(${CXX} -std=c++17 ${extra_flags} ${CONSUMER_DIR}/main.cpp ${pc_flags}
-    -o ${WORK_DIR}/pkg-config-consumer)
 run(${PKG_CONFIG} --variable=libdir vxbus)
 string(STRIP "${out}" libdir)
-run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${libdir} ${WORK_DIR}/pkg-config-consumer)
-expect_consumer_output("${out}" "pkg-config")
+# Once with an rpath, which runs as it is, once without, which needs the
+# library's directory in LD_LIBRARY_PATH, as the README says.
+run(${CXX} -std=c++17 ${extra_flags} ${CONSUMER_DIR}/main.cpp ${pc_flags} -Wl,-rpath,${libdir}
+    -o ${WORK_DIR}/pkg-config-consumer)
+run(${WORK_DIR}/pkg-config-consumer)
+expect_consumer_output("${out}" "pkg-config with an rpath")
+run(${CXX} -std=c++17 ${extra_flags} ${CONSUMER_DIR}/main.cpp ${pc_flags}
+    -o ${WORK_DIR}/pkg-config-consumer-plain)
+run(${CMAKE_COMMAND} -E env LD_LIBRARY_PATH=${libdir} ${WORK_DIR}/pkg-config-consumer-plain)
+expect_consumer_output("${out}" "pkg-config with LD_LIBRARY_PATH")
