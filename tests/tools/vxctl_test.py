@@ -186,13 +186,23 @@ class SafetyTest(unittest.TestCase):
 
     def test_serve_binds_loopback_unless_told_and_warns_without_a_secret(self):
         environment = {k: v for k, v in os.environ.items() if k != "VXBUS_SECRET"}
-        for extra, env, where, warned in [([], environment, "127.0.0.1", True),
-                                          (["--bind", "0.0.0.0"], with_secret(SECRET), "0.0.0.0", False)]:
+        blob = os.path.join(self.tmp, "blob")
+        with open(blob, "wb") as f:
+            f.write(b"\x5a" * 60000)
+        for extra, env, where, warned in [
+                ([], environment, "127.0.0.1", True),
+                (["--bind", "0.0.0.0", "--max-read-size", "65536"], with_secret(SECRET), "0.0.0.0", False)]:
             port = free_tcp_port()
             server = Program([VXCTL, "serve", "shop", "--port", str(port)] + extra, env=env)
             self.addCleanup(server.stop)
             server.expect("ready ")
             self.assertEqual(listening_address(port), where)
+            if not warned:  # a read size of its own keeps the secret, and still takes the list
+                target = "127.0.0.1:%d" % port
+                self.assertEqual(run([VXCTL, "call", target, "1"], env=with_secret("wrong"))[0], 4)
+                code, out, err = run([VXCTL, "call", target, "1", "--json", "--max-read-size", "65536",
+                                      "b:bin=@" + blob], env=with_secret(SECRET))
+                self.assertEqual((code, json.loads(out)), (0, {"b:hex": "5a" * 60000}), err)
             server.send("quit")
             self.assertEqual(server.finish(), 0)
             self.assertEqual(any("serving without a secret" in e for e in server.errors), warned)

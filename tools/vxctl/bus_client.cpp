@@ -2,8 +2,10 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 
 #include "vxbus.h"
@@ -15,10 +17,12 @@ void Complain(const std::string& text) {
   std::cerr << "vxctl: " << text << std::endl;
 }
 
-VXLimits ReadLimits(const Options& options) {
+VXLimits ReadLimits(const Options& options, const std::string& secret) {
   VXLimits limits = {};
   limits.size = sizeof limits;
   limits.limits.MAX_READ_SIZE = static_cast<std::uint32_t>(options.maxReadSize);
+  std::memcpy(limits.limits.authBlock, secret.data(),
+              std::min(secret.size(), sizeof limits.limits.authBlock));
   return limits;
 }
 
@@ -48,7 +52,7 @@ ExitCode StartAndConnect(const Options& options, const std::string& target, std:
     return kExitUsage;
   }
   const std::string ownName = "vxctl-" + std::to_string(getpid());
-  const VXLimits limits = ReadLimits(options);
+  const VXLimits limits = ReadLimits(options, secret);
   if (VXInitialize(ownName.c_str(), 0, options.maxReadSizeGiven ? &limits : nullptr) !=
       VX_SUCCESS) {
     Complain("the library did not start");

@@ -136,7 +136,7 @@ int RunServe(const Options& options) {
   VXSetAuthenticationInfo(secret.data(), static_cast<std::int32_t>(secret.size()));
   const std::string& name = options.operands[0];
   const std::string bind = options.bind.empty() ? kDefaultBind : options.bind;
-  VXLimits limits = ReadLimits(options);
+  VXLimits limits = ReadLimits(options, secret);
   if (VXInitializeWithPipeChannel(options.pipe.empty() ? nullptr : options.pipe.c_str(),
                                   bind.c_str(), name.c_str(), options.port,
                                   options.maxReadSizeGiven ? &limits : nullptr) != VX_SUCCESS) {
