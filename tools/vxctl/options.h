@@ -49,8 +49,9 @@ struct Options {
 bool ParseOptions(int argc, char** argv, Options& out, std::string& error);
 
 // The secret from --secret-file (one trailing newline is dropped) or from
-// VXBUS_SECRET; empty when neither is given. False when it cannot be read or
-// is longer than 256 bytes.
+// VXBUS_SECRET; empty when neither is given. False when the file is not a
+// regular file, cannot be read, or the secret is longer than 256 bytes.
+// Warns on standard error when others may read the file. Interruptible.
 bool LoadSecret(const Options& options, std::string& secret, std::string& error);
 
 // A list from operands: "name[:type]=value", "{...}" (a JSON object) or
