@@ -78,7 +78,6 @@ const char kUsage[] =
 }  // namespace
 
 int main(int argc, char** argv) {
-  vxctl::BlockStopSignals();  // before any thread starts, so that all inherit the mask
   vxctl::Options options;
   std::string error;
   const bool parsed = vxctl::ParseOptions(argc, argv, options, error);
@@ -107,5 +106,9 @@ int main(int argc, char** argv) {
       vxctl::Complain("unknown command '" + options.command + "'; see vxctl --help");
     return vxctl::kExitUsage;
   }
+  // dump reads a file and ends, and starts no thread: the default action of
+  // the signals serves it. The others take them from here on, before any
+  // thread of the library starts, so that all threads inherit the mask.
+  if (command->run != vxctl::RunDump) vxctl::BlockStopSignals();
   return command->run(options);
 }
