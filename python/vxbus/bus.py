@@ -11,8 +11,8 @@ import sys
 import threading
 import traceback
 
-from . import paramlist
-from ._native import LOG_SINK, NOTIFY_CALLBACK, SLOT_FUNCTION, lib
+from . import _lifetime, paramlist
+from ._native import NOTIFY_CALLBACK, SLOT_FUNCTION, lib
 
 VX_SUCCESS, VX_ERROR_FAILED, VX_ERROR_NO_SLOT, VX_ERROR_NO_SIGNAL = 0, -1, -3, -4
 VX_ERROR_NO_APPLICATION, VX_ERROR_NAME_IN_USE, VX_ERROR_QUEUE_FULL = -5, -7, -8
@@ -106,32 +106,31 @@ class Bus:
     is what connecting peers must prove they know. `log(level, text)`, if
     given, receives the library's log lines. The bus starts at once; call
     ready() once slots and signals are registered, so that peers may come in.
-    Leaving a `with` block (or shutdown()) stops it.
+    Leaving a `with` block (or shutdown()) stops it; a Bus still running
+    when the interpreter exits is shut down then, before callbacks into
+    Python could no longer run.
     """
 
     def __init__(self, name, port=0, pipe=None, bind=None, secret=b"", log=None):
         self.name = name
         self.port = port
         self._log = log
-        self._keep = {}  # ctypes callbacks must live as long as the library may call them
-        self._lock = threading.Lock()
         self._listening = threading.Event()
-        self._sink = LOG_SINK(self._on_log)
-        # Level 8 carries the listener's line; the others only when wanted.
-        lib.VXSetLogLevel(0xF if log else 0x8, 0, self._sink)
+        self._running = False
         if isinstance(secret, str):
             secret = secret.encode()
         _check(lib.VXSetAuthenticationInfo(secret, len(secret)), "the secret is longer than 256 bytes")
+        self._running = True
+        _lifetime.bus_started(self, bool(log))
         code = lib.VXInitializeWithPipeChannel(pipe.encode() if pipe else None,
                                                bind.encode() if bind else None,
                                                name.encode(), port, None)
-        self._running = True
         if code != VX_SUCCESS:
             self.shutdown()
             raise VxbusError(code, "the library did not start as %s" % name)
         self.app_id = "%s:%d/%s" % (socket.gethostname(), port, name)
 
-    def _on_log(self, level, _reserved, text):
+    def _on_log(self, level, text):
         if text.startswith(_LISTENING):
             self._listening.set()
         if self._log:
@@ -175,12 +174,13 @@ class Bus:
                 return VX_ERROR_FAILED
 
         c_function = SLOT_FUNCTION(run)
-        with self._lock:
-            self._keep[("slot", slot)] = c_function
+        # Slots outlive a shutdown in the library, so they outlive this Bus here.
+        _lifetime.keep_slot(slot, c_function)
         _check(lib.VXRegisterSlot(slot, c_function, None), "register_slot %d" % slot)
 
     def unregister_slot(self, slot):
         _check(lib.VXUnregisterSlot(slot), "unregister_slot %d" % slot)
+        _lifetime.drop_slot(slot)
 
     def register_signal(self, signal):
         _check(lib.VXRegisterSignal(signal.encode()), "register_signal %s" % signal)
@@ -205,13 +205,11 @@ class Bus:
             except Exception:
                 traceback.print_exc(file=sys.stderr)
             finally:
-                with self._lock:
-                    self._keep.pop(token, None)
+                _lifetime.release_once(token)
             return VX_SUCCESS
 
         c_callback = NOTIFY_CALLBACK(run)
-        with self._lock:
-            self._keep[token] = c_callback
+        _lifetime.keep_once(token, c_callback)
         return c_callback
 
     def shutdown(self):
@@ -219,6 +217,7 @@ class Bus:
         if self._running:
             self._running = False
             lib.VXShutdown()
+            _lifetime.bus_stopped(self)
 
     def __enter__(self):
         return self

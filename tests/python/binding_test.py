@@ -6,6 +6,7 @@
 
 import json
 import os
+import signal
 import sys
 import threading
 import unittest
@@ -90,7 +91,14 @@ class BusTest(unittest.TestCase):
             cls.seen.append((args, sender))
             cls.seen_event.set()
 
+        cls.stalled, cls.release = threading.Event(), threading.Event()
+
+        def stall(args, sender):
+            cls.stalled.set()
+            cls.release.wait(LIMIT)
+
         cls.bus.register_slot(5, price)
+        cls.bus.register_slot(6, stall)
         cls.bus.register_slot(100, shipped)
         cls.bus.register_signal("tick")
         cls.bus.ready()
@@ -123,6 +131,19 @@ class BusTest(unittest.TestCase):
         self.assertEqual(reply["cents"], 450)
         self.assertEqual(reply["echo"], {"quantity": 3, "items": ["tea", ""]})
         self.assertRegex(reply["caller"], r"^.+:0/vxctl-\d+$")
+
+    def test_ctrl_c_ends_a_call_of_vxctl_at_once(self):
+        caller = Program([VXCTL, "call", self.target, "6"], env=with_secret(SECRET.decode()))
+        try:
+            self.assertTrue(self.stalled.wait(LIMIT))  # vxctl waits inside its call now
+            caller.proc.send_signal(signal.SIGINT)
+            self.assertEqual(caller.finish(), 130)
+            self.assertEqual(len(caller.errors), 1, caller.errors)
+            self.assertRegex(caller.errors[0],
+                             r"^vxctl: interrupted while calling slot 6 of .+:%d/pyapp$" % self.port)
+        finally:
+            self.release.set()
+            caller.stop()
 
     def test_notify_runs_the_callback_with_the_reply(self):
         replies, done = [], threading.Event()

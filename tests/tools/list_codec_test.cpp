@@ -42,6 +42,38 @@ TEST(VxctlJson, ReadsEscapesAndRefusesWhatAListCannotHold) {
   EXPECT_EQ(JsonQuote("q\"\\\x01"), "\"q\\\"\\\\\\u0001\"");
 }
 
+// The bound that keeps a document of a few megabytes from taking gigabytes.
+TEST(VxctlJson, ValuesAreCountedAtEveryDepthUpToTheBound) {
+  std::string array = "[";
+  for (std::size_t i = 0; i < kMaxJsonValues; ++i)
+    array += i ? ",0" : "0";
+  Json j;
+  std::string error;
+  ASSERT_TRUE(ParseJson(array + "]", j, error)) << error;
+  EXPECT_EQ(j.items.size(), kMaxJsonValues);
+  EXPECT_EQ(Error(array + ",0]"),
+            "JSON at byte " + std::to_string(array.size() + 1) + ": more than 1048576 values");
+  // A member counts as well: one member and one element fewer is the bound.
+  const std::string shorter = array.substr(0, array.size() - 2);
+  ASSERT_TRUE(ParseJson("{\"a\":" + shorter + "]}", j, error)) << error;
+  EXPECT_NE(Error("{\"a\":" + array + "]}").find("more than 1048576 values"), std::string::npos);
+}
+
+// Setting a name again moves it to the end, also for names already in the
+// list, however many members an object has.
+TEST(VxctlJson, MembersSetAgainMoveToTheEnd) {
+  List list;
+  list.Set("b", Value());
+  list.Set("c", Value());
+  Json j;
+  std::string error;
+  ASSERT_TRUE(ParseJson(R"({"a":1,"b":2,"a":3})", j, error)) << error;
+  ASSERT_TRUE(ListFromJson(j, 0, list, error)) << error;
+  ASSERT_EQ(list.params.size(), 3u);
+  EXPECT_EQ(list.params[0].first + list.params[1].first + list.params[2].first, "cba");
+  EXPECT_EQ(list.params[1].second.number + list.params[2].second.number, 5u);
+}
+
 TEST(VxctlTypedValue, IntegersTakeTheNarrowestTypeAndRangesHold) {
   struct Case {
     const char* argument;

@@ -4,12 +4,14 @@ listened to. Run as: python3 vxctl_test.py VXCTL"""
 import json
 import os
 import signal
+import socket
+import stat
 import struct
 import sys
 import tempfile
 import unittest
 
-from process_helpers import Program, free_tcp_port, run, with_secret
+from process_helpers import LIMIT, Program, free_tcp_port, run, with_secret
 
 VXCTL = None
 SECRET = "tea for two"
@@ -114,6 +116,96 @@ class VxctlTest(unittest.TestCase):
         listener.proc.send_signal(signal.SIGINT)
         self.assertEqual(listener.finish(), 0)
         self.server.expect("disconnected ")
+
+
+def listening_address(port):
+    """The IPv4 address a socket listens on at `port`, from /proc/net/tcp."""
+    with open("/proc/net/tcp") as table:
+        for row in table.readlines()[1:]:
+            local, state = row.split()[1], row.split()[3]
+            address, local_port = local.split(":")
+            if int(local_port, 16) == port and state == "0A":
+                return socket.inet_ntoa(struct.pack("<I", int(address, 16)))
+    return None
+
+
+class SafetyTest(unittest.TestCase):
+    """What a careless user or a hostile input must not do to vxctl."""
+
+    def setUp(self):
+        self.tmp = self.enterContext(tempfile.TemporaryDirectory())
+
+    def test_input_past_the_read_size_is_refused_before_it_is_held(self):
+        exact, over = os.path.join(self.tmp, "exact"), os.path.join(self.tmp, "over")
+        for path, size in ((exact, 60000), (over, 65537)):
+            with open(path, "wb") as f:
+                f.write(b"\x5a" * size)
+        nowhere = "127.0.0.1:%d" % free_tcp_port()
+        for source, want in [("/dev/zero", "'/dev/zero' is larger than 65536 bytes"),
+                             (over, "'%s' is larger than 65536 bytes" % over),
+                             (exact, "vxctl: cannot reach")]:
+            with self.subTest(source=source):
+                code, _, err = run([VXCTL, "call", nowhere, "1", "--max-read-size", "65536",
+                                    "x:bin=@" + source])
+                self.assertEqual(code, 3 if source == exact else 2, err)
+                self.assertIn(want, err)
+        values = os.path.join(self.tmp, "values.json")
+        with open(values, "w") as f:
+            f.write('{"a":[' + ",".join(["1"] * (1 << 20)) + "]}")
+        code, _, err = run([VXCTL, "call", nowhere, "1", "@" + values])
+        self.assertEqual(code, 2, err)
+        self.assertIn("more than 1048576 values", err)
+
+    def test_a_secret_file_must_be_a_regular_file_not_readable_by_others(self):
+        fifo, loose = os.path.join(self.tmp, "fifo"), os.path.join(self.tmp, "loose")
+        os.mkfifo(fifo)  # no writer: opening it to read would wait for ever
+        with open(loose, "w") as f:
+            f.write(SECRET + "\n")
+        nowhere = "127.0.0.1:%d" % free_tcp_port()
+        code, _, err = run([VXCTL, "call", nowhere, "1", "--secret-file", fifo])
+        self.assertEqual((code, err), (2, "vxctl: the secret file '%s' is not a regular file\n" % fifo))
+        for mode, warned in [(0o644, True), (0o640, True), (0o600, False)]:
+            os.chmod(loose, mode)
+            code, _, err = run([VXCTL, "call", nowhere, "1", "--secret-file", loose])
+            self.assertEqual(code, 3, err)
+            self.assertEqual("can be read by other users" in err, warned, oct(mode))
+
+    def test_a_stop_signal_ends_a_connect_at_once_and_says_so(self):
+        # A listener that never answers the handshake: the connect waits.
+        with socket.socket() as silent:
+            silent.bind(("127.0.0.1", 0))
+            silent.listen(1)
+            silent.settimeout(LIMIT)
+            target = "127.0.0.1:%d" % silent.getsockname()[1]
+            caller = Program([VXCTL, "call", target, "1"])
+            self.addCleanup(caller.stop)
+            with silent.accept()[0]:  # vxctl is inside its connect now
+                caller.proc.send_signal(signal.SIGTERM)
+                self.assertEqual(caller.finish(), 143)
+            self.assertEqual(caller.errors, ["vxctl: interrupted while connecting to " + target])
+
+    def test_serve_binds_loopback_unless_told_and_warns_without_a_secret(self):
+        environment = {k: v for k, v in os.environ.items() if k != "VXBUS_SECRET"}
+        blob = os.path.join(self.tmp, "blob")
+        with open(blob, "wb") as f:
+            f.write(b"\x5a" * 60000)
+        for extra, env, where, warned in [
+                ([], environment, "127.0.0.1", True),
+                (["--bind", "0.0.0.0", "--max-read-size", "65536"], with_secret(SECRET), "0.0.0.0", False)]:
+            port = free_tcp_port()
+            server = Program([VXCTL, "serve", "shop", "--port", str(port)] + extra, env=env)
+            self.addCleanup(server.stop)
+            server.expect("ready ")
+            self.assertEqual(listening_address(port), where)
+            if not warned:  # a read size of its own keeps the secret, and still takes the list
+                target = "127.0.0.1:%d" % port
+                self.assertEqual(run([VXCTL, "call", target, "1"], env=with_secret("wrong"))[0], 4)
+                code, out, err = run([VXCTL, "call", target, "1", "--json", "--max-read-size", "65536",
+                                      "b:bin=@" + blob], env=with_secret(SECRET))
+                self.assertEqual((code, json.loads(out)), (0, {"b:hex": "5a" * 60000}), err)
+            server.send("quit")
+            self.assertEqual(server.finish(), 0)
+            self.assertEqual(any("serving without a secret" in e for e in server.errors), warned)
 
 
 def pair(size, children):

@@ -2,16 +2,28 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <iostream>
 
 #include "vxbus.h"
+#include "wakeup.h"
 
 namespace vxctl {
 
 void Complain(const std::string& text) {
   std::cerr << "vxctl: " << text << std::endl;
+}
+
+VXLimits ReadLimits(const Options& options, const std::string& secret) {
+  VXLimits limits = {};
+  limits.size = sizeof limits;
+  limits.limits.MAX_READ_SIZE = static_cast<std::uint32_t>(options.maxReadSize);
+  std::memcpy(limits.limits.authBlock, secret.data(),
+              std::min(secret.size(), sizeof limits.limits.authBlock));
+  return limits;
 }
 
 ExitCode StartAndConnect(const Options& options, const std::string& target, std::string& appId) {
@@ -40,17 +52,23 @@ ExitCode StartAndConnect(const Options& options, const std::string& target, std:
     return kExitUsage;
   }
   const std::string ownName = "vxctl-" + std::to_string(getpid());
-  if (VXInitialize(ownName.c_str(), 0, nullptr) != VX_SUCCESS) {
+  const VXLimits limits = ReadLimits(options, secret);
+  if (VXInitialize(ownName.c_str(), 0, options.maxReadSizeGiven ? &limits : nullptr) !=
+      VX_SUCCESS) {
     Complain("the library did not start");
     return kExitFailed;
   }
   char peer[256] = {};
   const auto* key = reinterpret_cast<const unsigned char*>(secret.data());
   const int keyLength = static_cast<int>(secret.size());
-  _tag_VX_ERROR result =
-      pipe.empty()
-          ? VXConnect(host.c_str(), static_cast<int>(port), peer, sizeof peer, key, keyLength)
-          : VXConnectEx(pipe.c_str(), nullptr, 0, peer, sizeof peer, key, keyLength);
+  _tag_VX_ERROR result = VX_ERROR_FAILED;
+  {
+    Interruptible connecting("connecting to " + target);
+    result =
+        pipe.empty()
+            ? VXConnect(host.c_str(), static_cast<int>(port), peer, sizeof peer, key, keyLength)
+            : VXConnectEx(pipe.c_str(), nullptr, 0, peer, sizeof peer, key, keyLength);
+  }
   if (result == VX_SUCCESS) {
     appId = peer;
     return kExitOk;

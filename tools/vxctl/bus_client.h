@@ -5,6 +5,7 @@
 #include <string>
 
 #include "options.h"
+#include "vxbus.h"
 
 namespace vxctl {
 
@@ -13,6 +14,11 @@ namespace vxctl {
 // "pipe:NAME". Reports failure on standard error and gives the exit code;
 // on success `appId` is the peer's name on the bus.
 ExitCode StartAndConnect(const Options& options, const std::string& target, std::string& appId);
+
+// The limits record for our own library: the defaults (zero words keep
+// them), with MAX_READ_SIZE from --max-read-size, and `secret`, since the
+// library takes a record's secret block as it is, even when all zero.
+VXLimits ReadLimits(const Options& options, const std::string& secret);
 
 // Ends the process with `code`: the library's ordered stop first (it wakes
 // the session's threads, so it returns at once), then the output is flushed.

@@ -45,7 +45,6 @@ int Prepare(const Options& options, Request& request) {
   if (!ParseSlot(options.operands[1], request.slot) ||
       !BuildInputList(options, {options.operands.begin() + 2, options.operands.end()}, input))
     return kExitUsage;
-  BlockStopSignals();
   int code = StartAndConnect(options, options.operands[0], request.appId);
   if (code == kExitOk) request.list = ToHandle(input);
   return code;
@@ -77,7 +76,7 @@ bool BuildInputList(const Options& options, const std::vector<std::string>& oper
   std::string error;
   std::vector<std::string> from = operands;
   if (options.json && from.empty() && !isatty(STDIN_FILENO)) from.push_back("@-");
-  if (ListFromOperands(from, out, error)) return true;
+  if (ListFromOperands(from, options.maxReadSize, out, error)) return true;
   Complain(error);
   return false;
 }
@@ -86,7 +85,11 @@ int RunCall(const Options& options) {
   Request request;
   int code = Prepare(options, request);
   if (code != kExitOk) return code;
-  HVXPARAMLIST reply = VXCall(request.appId.c_str(), request.slot, request.list);
+  HVXPARAMLIST reply = VX_INVALID_PARAMLIST;
+  {
+    Interruptible calling("calling slot " + std::to_string(request.slot) + " of " + request.appId);
+    reply = VXCall(request.appId.c_str(), request.slot, request.list);
+  }
   VXCloseHandle(request.list);
   std::string error;
   if (reply == VX_INVALID_PARAMLIST) {
@@ -110,21 +113,23 @@ int RunNotify(const Options& options) {
   Request request;
   int code = Prepare(options, request);
   if (code != kExitOk) return code;
-  CatchStopSignals();
   // The peer answers a notification that has a callback; waiting for that
   // answer tells us it arrived before we disconnect.
   _tag_VX_ERROR sent =
       VXNotify(request.appId.c_str(), request.slot, request.list, OnNotifyAnswered, nullptr);
   VXCloseHandle(request.list);
-  WakeReason why = sent == VX_SUCCESS ? WaitForWake(options.timeoutSeconds * 1000) : kWakeTimeout;
+  WakeReason why = kWakeTimeout;
+  if (sent == VX_SUCCESS) {
+    Interruptible notifying("notifying slot " + std::to_string(request.slot) + " of " +
+                            request.appId);
+    why = WaitForWake(options.timeoutSeconds * 1000);
+  }
   if (sent != VX_SUCCESS || (why == kWakeDone && g_notifySessionEnded)) {
     Complain("the session with " + request.appId + " ended before the notification arrived");
     code = kExitFailed;
   } else if (why == kWakeTimeout) {
     Complain("no word from " + request.appId + " within " + std::to_string(options.timeoutSeconds) +
              " s that the notification arrived");
-    code = kExitFailed;
-  } else if (why == kWakeStop) {
     code = kExitFailed;
   }
   Leave(code);

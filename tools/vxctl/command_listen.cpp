@@ -60,7 +60,6 @@ int RunListen(const Options& options) {
   g_listening.signals.assign(options.operands.begin() + 1, options.operands.end());
   g_listening.json = options.json;
   g_listening.limit = options.count;
-  BlockStopSignals();
   std::string appId;
   int code = StartAndConnect(options, options.operands[0], appId);
   if (code != kExitOk) return code;
@@ -70,18 +69,21 @@ int RunListen(const Options& options) {
   }
   VXSetDisconnectListener(OnDisconnect);
   CatchStopSignals();
-  for (std::size_t i = 0; i < g_listening.signals.size() && code == kExitOk; ++i) {
-    const auto slot = static_cast<std::uint32_t>(kFirstSignalSlot + i);
-    VXRegisterSlot(slot, OnSignal, &g_listening.signals[i]);
-    if (VXConnectSignal(appId.c_str(), g_listening.signals[i].c_str(), slot) != VX_SUCCESS) {
-      Complain("cannot subscribe to " + g_listening.signals[i] + " of " + appId);
-      code = kExitFailed;
+  {
+    Interruptible subscribing("subscribing to the signals of " + appId);
+    for (std::size_t i = 0; i < g_listening.signals.size() && code == kExitOk; ++i) {
+      const auto slot = static_cast<std::uint32_t>(kFirstSignalSlot + i);
+      VXRegisterSlot(slot, OnSignal, &g_listening.signals[i]);
+      if (VXConnectSignal(appId.c_str(), g_listening.signals[i].c_str(), slot) != VX_SUCCESS) {
+        Complain("cannot subscribe to " + g_listening.signals[i] + " of " + appId);
+        code = kExitFailed;
+      }
     }
+    // Subscribing is one-way; this blocking request passes the same queues
+    // behind it, so when it returns the owner has taken every subscription.
+    // It unsubscribes a pair that was never subscribed: it changes nothing.
+    if (code == kExitOk) VXDisconnectSignal(appId.c_str(), "", kFirstSignalSlot - 1);
   }
-  // Subscribing is one-way; this blocking request passes the same queues
-  // behind it, so when it returns the owner has taken every subscription.
-  // It unsubscribes a pair that was never subscribed: it changes nothing.
-  if (code == kExitOk) VXDisconnectSignal(appId.c_str(), "", kFirstSignalSlot - 1);
   if (code == kExitOk) {
     std::cerr << "vxctl: listening to " << appId << "; Ctrl-C stops" << std::endl;
     WakeReason why = WaitForWake(-1);

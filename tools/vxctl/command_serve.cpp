@@ -20,9 +20,12 @@ namespace {
 
 constexpr std::uint32_t kEchoSlot = 1;
 constexpr std::uint32_t kPrintSlot = 2;
+// A trial server is for this machine unless --bind says otherwise.
+constexpr const char* kDefaultBind = "127.0.0.1";
 
 bool g_json = false;
-std::mutex g_outputMutex;  // slots, listeners and main all print
+std::size_t g_readLimit = kDefaultMaxReadSize;  // for the lists of 'emit' commands
+std::mutex g_outputMutex;                       // slots, listeners and main all print
 
 void Say(const std::string& line) {
   std::lock_guard<std::mutex> lock(g_outputMutex);
@@ -76,6 +79,12 @@ void OnLog(std::uint32_t level, std::uint32_t, const char* text) {
   }
 }
 
+bool WaitUntilListening() {
+  Interruptible starting("waiting for the port to open");
+  std::unique_lock<std::mutex> lock(g_listeningMutex);
+  return g_listeningChanged.wait_for(lock, std::chrono::seconds(10), [] { return g_tcpListening; });
+}
+
 // "emit SIGNAL [ARGS...]" or "quit"; false once the server should stop.
 bool Command(const std::string& line) {
   std::istringstream in(line);
@@ -91,7 +100,9 @@ bool Command(const std::string& line) {
   while (in >> word)
     operands.push_back(word);
   List list;
-  if (!BuildInputList(Options(), operands, list)) return true;
+  Options readLimit;
+  readLimit.maxReadSize = g_readLimit;
+  if (!BuildInputList(readLimit, operands, list)) return true;
   HVXPARAMLIST handle = ToHandle(list);
   _tag_VX_ERROR result = VXEmit(signal.c_str(), handle, nullptr, nullptr);
   VXCloseHandle(handle);
@@ -111,18 +122,24 @@ int RunServe(const Options& options) {
     Complain(error);
     return kExitUsage;
   }
+  if (secret.empty())
+    Complain("warning: serving without a secret: whoever reaches " +
+             (options.port ? "port " + std::to_string(options.port) : "pipe " + options.pipe) +
+             " may call its slots (see --secret-file and " + kSecretVariable + ")");
   g_json = options.json;
   g_verbose = options.verbose;
-  BlockStopSignals();
+  g_readLimit = options.maxReadSize;
   VXSetLogLevel(options.verbose ? 0xF : 0x8, 0, OnLog);  // level 8 has the listener's line
   VXSetConnectListener(OnConnect);
   VXSetDisconnectListener(OnDisconnect);
   VXSetAuthFailedListener(OnAuthFailed);
   VXSetAuthenticationInfo(secret.data(), static_cast<std::int32_t>(secret.size()));
   const std::string& name = options.operands[0];
+  const std::string bind = options.bind.empty() ? kDefaultBind : options.bind;
+  VXLimits limits = ReadLimits(options, secret);
   if (VXInitializeWithPipeChannel(options.pipe.empty() ? nullptr : options.pipe.c_str(),
-                                  options.bind.empty() ? nullptr : options.bind.c_str(),
-                                  name.c_str(), options.port, nullptr) != VX_SUCCESS) {
+                                  bind.c_str(), name.c_str(), options.port,
+                                  options.maxReadSizeGiven ? &limits : nullptr) != VX_SUCCESS) {
     Complain("the library did not start as " + name);
     return kExitFailed;
   }
@@ -132,15 +149,10 @@ int RunServe(const Options& options) {
   for (const auto& signal : options.signals)
     VXRegisterSignal(signal.c_str());
   VXConnectionReady();
-  if (options.port != 0) {
-    std::unique_lock<std::mutex> lock(g_listeningMutex);
-    if (!g_listeningChanged.wait_for(lock, std::chrono::seconds(10),
-                                     [] { return g_tcpListening; })) {
-      lock.unlock();
-      Complain("port " + std::to_string(options.port) + " did not open; is it in use?");
-      VXShutdown();
-      return kExitFailed;
-    }
+  if (options.port != 0 && !WaitUntilListening()) {
+    Complain("port " + std::to_string(options.port) + " did not open; is it in use?");
+    VXShutdown();
+    return kExitFailed;
   }
   char host[256] = {};
   gethostname(host, sizeof host - 1);

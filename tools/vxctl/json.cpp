@@ -57,6 +57,12 @@ class Parser {
 
   bool At(char c) const { return at_ < s_.size() && s_[at_] == c; }
 
+  // Counts a member or an element before room is made for it.
+  bool Counted(std::string& error) {
+    if (++values_ <= kMaxJsonValues) return true;
+    return Fail("more than " + std::to_string(kMaxJsonValues) + " values", error);
+  }
+
   // The members of an object or the items of an array, from its opening
   // bracket to `close`; `item` reads one.
   template <class Item>
@@ -84,6 +90,7 @@ class Parser {
           Space();
           std::string key;
           if (!At('"')) return Fail("a member name is missing", error);
+          if (!Counted(error)) return false;
           if (!String(key, error)) return false;
           Space();
           if (!At(':')) return Fail("':' is missing", error);
@@ -99,6 +106,7 @@ class Parser {
     return Sequence(
         ']',
         [&] {
+          if (!Counted(error)) return false;
           out.items.emplace_back();
           return Value(out.items.back(), depth + 1, error);
         },
@@ -214,6 +222,7 @@ class Parser {
 
   const std::string& s_;
   std::size_t at_ = 0;
+  std::size_t values_ = 0;
 };
 
 }  // namespace

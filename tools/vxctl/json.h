@@ -12,6 +12,10 @@
 namespace vxctl {
 
 constexpr std::size_t kMaxJsonSize = 64u << 20;
+// Values in one document, counting every member value and array element at
+// any depth. A value takes about a hundred bytes here and in the list built
+// from it, so this bounds the memory a document can make vxctl take.
+constexpr std::size_t kMaxJsonValues = 1u << 20;
 
 struct Json {
   enum Kind { kNull, kBool, kInteger, kString, kArray, kObject };
@@ -25,7 +29,9 @@ struct Json {
 };
 
 // Parses one JSON value filling all of `text` (surrounding white space
-// allowed). False with a reason and the byte offset in `error`.
+// allowed), in time linear in its size. False with a reason and the byte
+// offset in `error`; past kMaxJsonSize, kMaxDepth or kMaxJsonValues before
+// any more is allocated.
 bool ParseJson(const std::string& text, Json& out, std::string& error);
 
 // `text` as a JSON string literal, quotes included.

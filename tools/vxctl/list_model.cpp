@@ -1,5 +1,8 @@
 #include "list_model.h"
 
+#include <algorithm>
+#include <unordered_map>
+
 namespace vxctl {
 
 void List::Set(const std::string& name, Value value) {
@@ -10,6 +13,18 @@ void List::Set(const std::string& name, Value value) {
     }
   }
   params.emplace_back(name, std::move(value));
+}
+
+void List::SetAll(std::vector<std::pair<std::string, Value>> values) {
+  std::unordered_map<std::string, std::size_t> last;  // a name's last place in `values`
+  last.reserve(values.size());
+  for (std::size_t i = 0; i < values.size(); ++i)
+    last[values[i].first] = i;
+  params.erase(std::remove_if(params.begin(), params.end(),
+                              [&](const auto& p) { return last.count(p.first) != 0; }),
+               params.end());
+  for (std::size_t i = 0; i < values.size(); ++i)
+    if (last.find(values[i].first)->second == i) params.push_back(std::move(values[i]));
 }
 
 std::string CheckName(const std::string& name) {

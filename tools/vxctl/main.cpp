@@ -5,6 +5,7 @@
 
 #include "bus_client.h"
 #include "commands.h"
+#include "wakeup.h"
 
 namespace {
 
@@ -21,11 +22,17 @@ const char kArgumentsHelp[] =
     "                       or int32[], int64[], string[], hex[], bin[], list[] (JSON arrays)\n"
     "  name:bin=@FILE       the bytes of FILE\n"
     "  name:json=JSON       nested lists ({...}) and arrays ([...]) written as JSON\n"
-    "  {JSON} or @FILE      a JSON object whose members are added (@- reads stdin)\n";
+    "  {JSON} or @FILE      a JSON object whose members are added (@- reads stdin)\n"
+    "A file for bin=@ may hold up to --max-read-size BYTES (default 1073741824, the\n"
+    "most a peer with default limits reads; it is also our own library's limit);\n"
+    "JSON up to 64 MiB, 1048576 values and 64 levels. More is refused (exit 2).\n";
 
 const char kConnectHelp[] =
     "TARGET is host:port or pipe:NAME. The secret comes from --secret-file FILE\n"
-    "(one trailing newline dropped) or the VXBUS_SECRET environment variable.\n";
+    "(one trailing newline dropped) or the VXBUS_SECRET environment variable.\n"
+    "FILE must be a regular file; a warning says when others may read it.\n"
+    "Ctrl-C or SIGTERM while connecting, calling or reading the secret ends vxctl\n"
+    "at once with exit 130 or 143 and a line that says what was interrupted.\n";
 
 const Command kCommands[] = {
     {"call", vxctl::RunCall,
@@ -47,7 +54,9 @@ const Command kCommands[] = {
      "                  [--json] [--verbose]\n"
      "Runs an application: slot 1 echoes its input, slot 2 prints it. --signal\n"
      "registers a signal; on standard input, 'emit S [ARGS...]' emits it and 'quit'\n"
-     "stops (so do Ctrl-C and SIGTERM). Prints 'ready APPID' once peers can connect.\n"},
+     "stops (so do Ctrl-C and SIGTERM). Prints 'ready APPID' once peers can connect.\n"
+     "It listens on 127.0.0.1 unless --bind names another address (0.0.0.0 for\n"
+     "all), and warns when it serves without a secret.\n"},
     {"dump", vxctl::RunDump,
      "usage: vxctl dump FILE [--json]\n"
      "Prints a list saved in its stream form: the pair of the root (image size and\n"
@@ -63,7 +72,8 @@ const char kUsage[] =
     "  serve NAME --port N           offer slots that echo (1) and print (2)\n"
     "  dump FILE                     print a list saved in its stream form\n"
     "`vxctl COMMAND --help` tells more. Exit codes: 0 done, 1 failed, 2 bad\n"
-    "arguments, 3 target unreachable, 4 connection refused (secret), 5 empty reply.\n";
+    "arguments or input too large, 3 target unreachable, 4 connection refused\n"
+    "(secret), 5 empty reply, 130 and 143 interrupted by Ctrl-C and SIGTERM.\n";
 
 }  // namespace
 
@@ -96,5 +106,9 @@ int main(int argc, char** argv) {
       vxctl::Complain("unknown command '" + options.command + "'; see vxctl --help");
     return vxctl::kExitUsage;
   }
+  // dump reads a file and ends, and starts no thread: the default action of
+  // the signals serves it. The others take them from here on, before any
+  // thread of the library starts, so that all threads inherit the mask.
+  if (command->run != vxctl::RunDump) vxctl::BlockStopSignals();
   return command->run(options);
 }

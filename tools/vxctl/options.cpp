@@ -1,11 +1,12 @@
 #include "options.h"
 
+#include <algorithm>
 #include <cstdlib>
-#include <fstream>
 #include <iostream>
-#include <iterator>
 
+#include "secret_file.h"
 #include "typed_value.h"
+#include "wakeup.h"
 
 namespace vxctl {
 namespace {
@@ -47,7 +48,7 @@ bool ParseOptions(int argc, char** argv, Options& out, std::string& error) {
       out.verbose = true;
     } else if (arg == "--secret-file" || arg == "--name" || arg == "--port" || arg == "--pipe" ||
                arg == "--bind" || arg == "--signal" || arg == "--count" || arg == "--save" ||
-               arg == "--timeout") {
+               arg == "--timeout" || arg == "--max-read-size") {
       if (i + 1 >= argc) {
         error = arg + " wants a value";
         return false;
@@ -72,6 +73,10 @@ bool ParseOptions(int argc, char** argv, Options& out, std::string& error) {
       } else if (arg == "--count") {
         if (!Number(arg, value, 1, 1000000000L, n, error)) return false;
         out.count = n;
+      } else if (arg == "--max-read-size") {
+        if (!Number(arg, value, 1, 0xFFFFFFFFL, n, error)) return false;
+        out.maxReadSize = static_cast<std::size_t>(n);
+        out.maxReadSizeGiven = true;
       } else {
         if (!Number(arg, value, 1, 86400, n, error)) return false;
         out.timeoutSeconds = static_cast<int>(n);
@@ -90,33 +95,15 @@ bool ParseOptions(int argc, char** argv, Options& out, std::string& error) {
   return true;
 }
 
-bool ReadAll(const std::string& path, std::size_t limit, std::string& out, std::string& error) {
-  std::ifstream file;
-  std::istream* in = &std::cin;
-  if (path != "-") {
-    file.open(path, std::ios::binary);
-    if (!file) {
-      error = "cannot open '" + path + "'";
-      return false;
-    }
-    in = &file;
-  }
-  out.clear();
-  char buffer[65536];
-  while (in->read(buffer, sizeof buffer) || in->gcount() > 0) {
-    out.append(buffer, static_cast<std::size_t>(in->gcount()));
-    if (out.size() > limit) {
-      error = "'" + path + "' is larger than " + std::to_string(limit) + " bytes";
-      return false;
-    }
-  }
-  return true;
-}
-
 bool LoadSecret(const Options& options, std::string& secret, std::string& error) {
   secret.clear();
   if (!options.secretFile.empty()) {
-    if (!ReadAll(options.secretFile, 257, secret, error)) return false;
+    Interruptible reading("reading the secret file '" + options.secretFile + "'");
+    bool othersMayRead = false;
+    if (!ReadSecretFile(options.secretFile, secret, othersMayRead, error)) return false;
+    if (othersMayRead)
+      std::cerr << "vxctl: warning: the secret file '" << options.secretFile
+                << "' can be read by other users (chmod 600 it)" << std::endl;
     if (!secret.empty() && secret.back() == '\n') secret.pop_back();
   } else if (const char* env = std::getenv(kSecretVariable)) {
     secret = env;
@@ -128,30 +115,37 @@ bool LoadSecret(const Options& options, std::string& secret, std::string& error)
   return true;
 }
 
-bool ListFromOperands(const std::vector<std::string>& operands, List& out, std::string& error) {
+bool ListFromOperands(const std::vector<std::string>& operands, std::size_t readLimit, List& out,
+                      std::string& error) {
+  std::vector<std::pair<std::string, Value>> values;  // set all at once: see List::SetAll
   for (std::size_t i = 0; i < operands.size(); ++i) {
     const std::string& arg = operands[i];
     std::string why;
     if (!arg.empty() && (arg[0] == '{' || arg[0] == '@')) {
       std::string text = arg;
       Json json;
-      if ((arg[0] == '{' || ReadAll(arg.substr(1), kMaxJsonSize, text, why)) &&
-          ParseJson(text, json, why) && ListFromJson(json, 0, out, why))
+      List members;
+      if ((arg[0] == '{' || ReadAll(arg.substr(1), std::min(kMaxJsonSize, readLimit), text, why)) &&
+          ParseJson(text, json, why) && ListFromJson(json, 0, members, why)) {
+        for (auto& member : members.params)
+          values.push_back(std::move(member));
         continue;
+      }
     } else if (arg.find('=') == std::string::npos) {
       why = "expected name=value, name:type=value, {JSON} or @FILE";
     } else {
       TypedKey key = SplitKey(arg.substr(0, arg.find('=')));
       Value value;
       why = CheckName(key.name);
-      if (why.empty() && ValueFromText(key, arg.substr(arg.find('=') + 1), value, why)) {
-        out.Set(key.name, std::move(value));
+      if (why.empty() && ValueFromText(key, arg.substr(arg.find('=') + 1), value, why, readLimit)) {
+        values.emplace_back(std::move(key.name), std::move(value));
         continue;
       }
     }
     error = "argument '" + arg + "': " + why;
     return false;
   }
+  out.SetAll(std::move(values));
   return true;
 }
 

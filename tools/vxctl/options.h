@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "list_model.h"
+#include "read_all.h"
 
 namespace vxctl {
 
@@ -38,23 +39,27 @@ struct Options {
   long count = 0;    // listen: stop after this many notifications; 0 is never
   std::string save;  // call: also write the reply's stream form here
   int timeoutSeconds = 10;
+  // The limits record's MAX_READ_SIZE for our own library, and the most
+  // that a bin=@FILE or a JSON document may hold.
+  std::size_t maxReadSize = kDefaultMaxReadSize;
+  bool maxReadSizeGiven = false;
 };
 
 // Fills `out` from argv. False with the reason in `error`.
 bool ParseOptions(int argc, char** argv, Options& out, std::string& error);
 
 // The secret from --secret-file (one trailing newline is dropped) or from
-// VXBUS_SECRET; empty when neither is given. False when it cannot be read or
-// is longer than 256 bytes.
+// VXBUS_SECRET; empty when neither is given. False when the file is not a
+// regular file, cannot be read, or the secret is longer than 256 bytes.
+// Warns on standard error when others may read the file. Interruptible.
 bool LoadSecret(const Options& options, std::string& secret, std::string& error);
 
 // A list from operands: "name[:type]=value", "{...}" (a JSON object) or
-// "@FILE" (a JSON object in a file; "@-" reads standard input). An error
+// "@FILE" (a JSON object in a file; "@-" reads standard input). No file is
+// read past `readLimit` bytes (and no JSON past kMaxJsonSize). An error
 // names the operand and says why.
-bool ListFromOperands(const std::vector<std::string>& operands, List& out, std::string& error);
-
-// All of a file, or standard input for "-", refusing more than `limit` bytes.
-bool ReadAll(const std::string& path, std::size_t limit, std::string& out, std::string& error);
+bool ListFromOperands(const std::vector<std::string>& operands, std::size_t readLimit, List& out,
+                      std::string& error);
 
 }  // namespace vxctl
 

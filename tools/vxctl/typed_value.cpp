@@ -1,8 +1,5 @@
 #include "typed_value.h"
 
-#include <fstream>
-#include <iterator>
-
 #include "vxbus.h"
 
 namespace vxctl {
@@ -77,18 +74,6 @@ std::string ToHex(const std::string& bytes) {
     out += kHex[c & 15];
   }
   return out;
-}
-
-bool ReadFile(const std::string& path, std::string& out, std::string& error) {
-  std::ifstream in(path, std::ios::binary);
-  if (!in) return Fail(error, "cannot open '" + path + "'");
-  in.seekg(0, std::ios::end);
-  std::streamoff size = in.tellg();
-  if (size < 0 || static_cast<std::uint64_t>(size) > 0xFFFFFFFFull - 8)
-    return Fail(error, "'" + path + "' is too large for a binary value");
-  in.seekg(0);
-  out.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
-  return true;
 }
 
 bool NoNul(const std::string& text, std::string& error) {
@@ -252,7 +237,8 @@ TypedKey SplitKey(const std::string& key) {
   return out;
 }
 
-bool ValueFromText(const TypedKey& key, const std::string& text, Value& out, std::string& error) {
+bool ValueFromText(const TypedKey& key, const std::string& text, Value& out, std::string& error,
+                   std::size_t readLimit) {
   const int type = key.type.empty() ? 0 : TypeOf(key.type);
   if (key.array || type == -1 || type == PT_PARAMHANDLE) {
     Json j;
@@ -281,7 +267,8 @@ bool ValueFromText(const TypedKey& key, const std::string& text, Value& out, std
       return true;
     default:  // PT_BINARY
       if (key.type == "hex") return FromHex(text, out.bytes, error);
-      if (!text.empty() && text[0] == '@') return ReadFile(text.substr(1), out.bytes, error);
+      if (!text.empty() && text[0] == '@')
+        return ReadAll(text.substr(1), readLimit, out.bytes, error);
       out.bytes = text;
       return true;
   }
@@ -297,6 +284,8 @@ bool ValueFromJson(const TypedKey& key, const Json& json, int depth, Value& out,
 
 bool ListFromJson(const Json& object, int depth, List& out, std::string& error) {
   if (object.kind != Json::kObject) return Fail(error, "a list is written as a JSON object");
+  std::vector<std::pair<std::string, Value>> values;
+  values.reserve(object.members.size());
   for (const auto& member : object.members) {
     TypedKey key = SplitKey(member.first);
     Value v;
@@ -305,8 +294,9 @@ bool ListFromJson(const Json& object, int depth, List& out, std::string& error) 
       error = "'" + member.first + "': " + why;
       return false;
     }
-    out.Set(key.name, std::move(v));
+    values.emplace_back(std::move(key.name), std::move(v));
   }
+  out.SetAll(std::move(values));
   return true;
 }
 

@@ -13,6 +13,7 @@
 
 #include "json.h"
 #include "list_model.h"
+#include "read_all.h"
 
 namespace vxctl {
 
@@ -26,8 +27,10 @@ struct TypedKey {
 // whole key is the name.
 TypedKey SplitKey(const std::string& key);
 
-// A value from command-line text. False with the reason in `error`.
-bool ValueFromText(const TypedKey& key, const std::string& text, Value& out, std::string& error);
+// A value from command-line text; "bin=@FILE" reads at most `readLimit`
+// bytes of FILE. False with the reason in `error`.
+bool ValueFromText(const TypedKey& key, const std::string& text, Value& out, std::string& error,
+                   std::size_t readLimit = kDefaultMaxReadSize);
 
 // A value from JSON; `depth` is the nesting of the list that receives it.
 bool ValueFromJson(const TypedKey& key, const Json& json, int depth, Value& out,

@@ -8,11 +8,19 @@
 #include <unistd.h>
 
 #include <chrono>
+#include <mutex>
+#include <thread>
 
 namespace vxctl {
 namespace {
 
 int g_pipe[2] = {-1, -1};
+
+// What the main thread is blocked in; empty: nothing. Never destroyed, since
+// the signal thread may read it while the process exits.
+std::mutex g_interruptMutex;
+std::string& g_interruptible = *new std::string;
+bool g_wakeOnStop = false;  // under g_interruptMutex
 
 void OpenPipe() {
   if (g_pipe[0] != -1) return;
@@ -20,10 +28,6 @@ void OpenPipe() {
   for (int fd : g_pipe)
     fcntl(fd, F_SETFD, FD_CLOEXEC);
   fcntl(g_pipe[1], F_SETFL, O_NONBLOCK);
-}
-
-void OnStopSignal(int) {
-  Wake(kWakeStop);
 }
 
 sigset_t StopSignals() {
@@ -34,6 +38,27 @@ sigset_t StopSignals() {
   return set;
 }
 
+// Takes every SIGINT and SIGTERM, since all threads block them. A thread
+// rather than a handler, so that it may lock and compose a line.
+[[noreturn]] void TakeStopSignals() {
+  const sigset_t set = StopSignals();
+  for (;;) {
+    int number = 0;
+    if (sigwait(&set, &number) != 0) continue;
+    std::lock_guard<std::mutex> lock(g_interruptMutex);
+    if (g_interruptible.empty() && g_wakeOnStop) {
+      Wake(kWakeStop);
+      continue;
+    }
+    const std::string line =
+        "vxctl: interrupted" + (g_interruptible.empty() ? "" : " while " + g_interruptible) + "\n";
+    if (write(STDERR_FILENO, line.data(), line.size()) < 0) {
+      // Nowhere left to say it; the exit status still tells.
+    }
+    _exit(128 + number);
+  }
+}
+
 }  // namespace
 
 void BlockStopSignals() {
@@ -41,16 +66,22 @@ void BlockStopSignals() {
   signal(SIGPIPE, SIG_IGN);
   sigset_t set = StopSignals();
   pthread_sigmask(SIG_BLOCK, &set, nullptr);
+  std::thread(TakeStopSignals).detach();
 }
 
 void CatchStopSignals() {
-  struct sigaction action = {};
-  action.sa_handler = OnStopSignal;
-  sigemptyset(&action.sa_mask);
-  sigaction(SIGINT, &action, nullptr);
-  sigaction(SIGTERM, &action, nullptr);
-  sigset_t set = StopSignals();
-  pthread_sigmask(SIG_UNBLOCK, &set, nullptr);
+  std::lock_guard<std::mutex> lock(g_interruptMutex);
+  g_wakeOnStop = true;
+}
+
+Interruptible::Interruptible(const std::string& what) {
+  std::lock_guard<std::mutex> lock(g_interruptMutex);
+  g_interruptible = what;
+}
+
+Interruptible::~Interruptible() {
+  std::lock_guard<std::mutex> lock(g_interruptMutex);
+  g_interruptible.clear();
 }
 
 void Wake(WakeReason reason) {

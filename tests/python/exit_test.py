@@ -1,0 +1,111 @@
+# SPDX-License-Identifier: MIT
+"""Scripts that end without shutting their Bus down, or end by raising, must
+end with their own exit status: a library thread must never call into an
+interpreter that has finalised.
+
+    python3 exit_test.py PYTHON_DIR LIBVXBUS VXCTL [SANITIZER]
+"""
+
+import os
+import subprocess
+import sys
+import textwrap
+import unittest
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tools"))
+from process_helpers import LIMIT, Program, free_tcp_port, with_secret  # noqa: E402
+
+PYTHON_DIR = LIBRARY = VXCTL = None
+SECRET = "tea for two"
+RUNS = 2  # the crash this guards against came in every run; a second run shows a race
+
+PRELUDE = """\
+import atexit, subprocess, sys, threading
+sys.path.insert(0, %r)
+import vxbus
+VXCTL, PORT, SERVER, SECRET = %r, %d, %r, %r
+exiting = threading.Event()
+atexit.register(exiting.set)  # registered last, so it runs before the binding's hook
+"""
+
+
+class ExitTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        port = free_tcp_port()
+        cls.server = Program([VXCTL, "serve", "shop", "--port", str(port)], env=with_secret(SECRET))
+        cls.server.expect("ready ")
+        cls.target = "127.0.0.1:%d" % port
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.server.stop()
+
+    def script(self, body, want_code, want_error=""):
+        source = PRELUDE % (PYTHON_DIR, VXCTL, free_tcp_port(), self.target, SECRET) + textwrap.dedent(body)
+        for run in range(RUNS):
+            done = subprocess.run([sys.executable, "-c", source], capture_output=True, timeout=LIMIT,
+                                  env=dict(os.environ, VXBUS_LIBRARY=LIBRARY, VXBUS_SECRET=SECRET))
+            err = done.stderr.decode(errors="replace")
+            self.assertEqual(done.returncode, want_code, "run %d: %s" % (run, err))
+            self.assertIn(want_error, err)
+
+    def test_a_bus_left_running_ends_with_the_script(self):
+        self.script("""
+            vxbus.Bus("idle")  # held by no one
+            """, 0)
+
+    def test_raising_inside_with_or_on_a_wrong_secret_keeps_the_exit_status(self):
+        self.script("""
+            with vxbus.Bus("raiser", port=PORT) as bus:
+                bus.ready()
+                raise RuntimeError("out of tea")
+            """, 1, "RuntimeError: out of tea")
+        self.script("""
+            bus = vxbus.Bus("guesser")
+            bus.connect(SERVER, secret=b"wrong")
+            """, 1, "refused the connection")
+
+    def test_callbacks_in_flight_at_exit_finish_first(self):
+        # A slot called by another process, still running when the script
+        # ends: the exit waits for it, and it can still use the interpreter.
+        self.script("""
+            entered = threading.Event()
+            def slow(args, sender):
+                entered.set()
+                exiting.wait(20)
+                print("slot finished", sum(range(100000)), file=sys.stderr)
+                return {"done": 1}
+            bus = vxbus.Bus("busy", port=PORT, secret=SECRET)
+            bus.register_slot(1, slow)
+            bus.ready()
+            caller = subprocess.Popen([VXCTL, "call", "127.0.0.1:%d" % PORT, "1"],
+                                      stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+            assert entered.wait(20)
+            """, 0, "slot finished 4999950000")
+        # A notify callback on a session's reader thread, the same way.
+        self.script("""
+            answered = threading.Event()
+            def on_reply(reply):
+                answered.set()
+                exiting.wait(20)
+                print("callback finished", sum(range(100000)), file=sys.stderr)
+            bus = vxbus.Bus("notifier")
+            bus.connect(SERVER, secret=SECRET).notify(1, {"n": 1}, on_reply)
+            assert answered.wait(20)
+            """, 0, "callback finished 4999950000")
+
+
+def main():
+    global PYTHON_DIR, LIBRARY, VXCTL
+    PYTHON_DIR, LIBRARY, VXCTL = sys.argv[1:4]
+    sanitizer = sys.argv[4] if len(sys.argv) > 4 else ""
+    del sys.argv[1:]
+    if sanitizer:
+        print("skipped: a %s build of libvxbus cannot be loaded into python3" % sanitizer)
+        sys.exit(77)
+    unittest.main(verbosity=2)
+
+
+if __name__ == "__main__":
+    main()
