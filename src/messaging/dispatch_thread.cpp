@@ -8,6 +8,7 @@
 #include "paramlist/fast_holder.h"
 #include "paramlist/handle.h"
 #include "runtime/log.h"
+#include "runtime/printable_name.h"
 #include "runtime/process_state.h"
 #include "session/application.h"
 #include "session/application_registry.h"
@@ -61,7 +62,7 @@ class DroppedMessages {
   void Report() {
     if (count_ == 0) return;
     VX_LOG(kLogWarning, "Dropped ", count_, " messages of ended session \"",
-           session_.IsValid() ? session_->Name() : std::string(), '"');
+           PrintableName(session_.IsValid() ? session_->Name() : std::string()), '"');
     count_ = 0;
     session_.Reset();  // the session may go now
   }

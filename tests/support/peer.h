@@ -20,6 +20,7 @@ struct PeerOptions {
   int maxConnections = 0;
   bool quiet = false;      // the peer keeps its log lines to itself
   int sendQueueBytes = 0;  // 0 keeps the default bound of each send queue
+  int ioTimeoutMs = 0;     // 0 keeps the default read time limit
   // The peer program, and what runs it (empty: it runs by itself). A peer
   // built for another system runs through that system's emulator.
   std::string program = VXBUS_TEST_PEER_PATH;

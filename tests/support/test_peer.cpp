@@ -220,6 +220,7 @@ int main(int argc, char** argv) {
   limits.size = sizeof limits;
   limits.limits.MAX_CONNECTIONS = number("--max-connections");  // 0 keeps the default
   limits.limits.RESERVED_E = number("--send-queue-bytes");      // each session's send queue
+  limits.limits.IO_TIMEOUT_MS = number("--io-timeout-ms");      // 0 keeps the default
   if (!secret.empty()) std::memcpy(limits.limits.authBlock, secret.data(), secret.size());
   if (VXInitializeWithPipeChannel(pipe.empty() ? nullptr : pipe.c_str(), nullptr, name.c_str(),
                                   port, &limits) != VX_SUCCESS) {
