@@ -163,6 +163,7 @@ ExitCode Bridge::Start() {
   if (code != kExitOk) {
     nats_.DrainAndClose(0);
     VXShutdown();
+    nats_.Release();
     return code;
   }
   for (const auto& route : routes_)
@@ -178,7 +179,8 @@ void Bridge::Tick() {
 void Bridge::Stop() {
   LogLine("stopping: draining NATS");
   nats_.DrainAndClose(kDrainTimeoutMs);
-  VXShutdown();
+  VXShutdown();  // no slot runs after this, so nothing uses the client any more
+  nats_.Release();
   SayLine("stopped");
 }
 

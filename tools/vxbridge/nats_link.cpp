@@ -34,6 +34,14 @@ void OnAsyncError(natsConnection*, natsSubscription* subscription, natsStatus st
 }  // namespace
 
 NatsLink::~NatsLink() {
+  Release();
+}
+
+// The pointers stay: a handler that outlived the drain still holds the
+// connection through its subscription, and may publish on it (and fail).
+void NatsLink::Release() {
+  if (released_) return;
+  released_ = true;
   for (natsSubscription* subscription : subscriptions_)
     natsSubscription_Destroy(subscription);
   natsConnection_Destroy(connection_);

@@ -60,6 +60,10 @@ class NatsLink {
   // buffered, and closes; blocks at most `timeoutMs`.
   void DrainAndClose(std::int64_t timeoutMs);
 
+  // Lets the client's objects go, after DrainAndClose, so that the client
+  // library can end its threads.
+  void Release();
+
   // The URL of the server in use, or empty; and "connected",
   // "reconnecting", "connecting", "draining" or "closed".
   std::string ConnectedUrl();
@@ -74,6 +78,7 @@ class NatsLink {
   natsOptions* options_ = nullptr;
   natsConnection* connection_ = nullptr;
   std::vector<natsSubscription*> subscriptions_;
+  bool released_ = false;
   std::string urlsText_;
   int bufferBytes_ = 0;
   std::atomic<std::uint64_t> bufferedSinceDown_{0};
