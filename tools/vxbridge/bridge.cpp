@@ -19,16 +19,21 @@ constexpr std::int64_t kDrainTimeoutMs = 5000;
 Bridge* g_bridge = nullptr;  // for the library's listeners, which take no closure
 bool g_verbose = false;
 
-// The TCP listener logs this line (at level 8) once it accepts.
+// The TCP listener logs the first line (at level 8) once it accepts, and
+// one of the others (at level 1) when it cannot bind or listen.
 std::mutex g_listeningMutex;
 std::condition_variable g_listeningChanged;
 bool g_tcpListening = false;
+bool g_tcpFailed = false;
 
 void OnLibraryLog(std::uint32_t level, std::uint32_t, const char* text) {
-  if (g_verbose) LogLine("vxbus[" + std::to_string(level) + "]: " + text);
-  if (std::strncmp(text, "listen for incoming connection on", 33) == 0) {
+  if (g_verbose || level == 1) LogLine("vxbus[" + std::to_string(level) + "]: " + text);
+  const bool listening = std::strncmp(text, "listen for incoming connection on", 33) == 0;
+  const bool failed =
+      std::strncmp(text, "bind to:", 8) == 0 || std::strncmp(text, "listen to:", 10) == 0;
+  if (listening || failed) {
     std::lock_guard<std::mutex> lock(g_listeningMutex);
-    g_tcpListening = true;
+    (listening ? g_tcpListening : g_tcpFailed) = true;
     g_listeningChanged.notify_all();
   }
 }
@@ -99,7 +104,7 @@ std::string Bridge::Describe(const Route& route) const {
 ExitCode Bridge::Start() {
   g_bridge = this;
   g_verbose = options_.verbose;
-  VXSetLogLevel(options_.verbose ? 0xF : 0x8, 0, OnLibraryLog);
+  VXSetLogLevel(options_.verbose ? 0xF : 0x9, 0, OnLibraryLog);
   VXSetDisconnectListener(OnDisconnect);
   VXSetAuthFailedListener(OnAuthFailed);
   VXLimits limits{};
@@ -153,8 +158,9 @@ ExitCode Bridge::Start() {
   if (code == kExitOk) {
     VXConnectionReady();
     std::unique_lock<std::mutex> lock(g_listeningMutex);
-    if (options_.port != 0 && !g_listeningChanged.wait_for(lock, std::chrono::seconds(10),
-                                                           [] { return g_tcpListening; })) {
+    if (options_.port != 0 && (!g_listeningChanged.wait_for(lock, std::chrono::seconds(10), [] {
+          return g_tcpListening || g_tcpFailed;
+        }) || g_tcpFailed)) {
       lock.unlock();
       LogLine("port " + std::to_string(options_.port) + " did not open; is it in use?");
       code = kExitFailed;

@@ -93,10 +93,9 @@ int main(int argc, char** argv) {
   signal(SIGPIPE, SIG_IGN);
   VXSetAuthenticationInfo(secret.data(), static_cast<std::int32_t>(secret.size()));
 
-  // Never destroyed: the client's threads may still run a handler at exit.
+  // Never destroyed: a handler of the NATS client that outlived the drain
+  // may still be running while the process exits.
   auto* bridge = new Bridge(std::move(options), std::move(secret));
-  static Bridge* const kept = bridge;
-  (void)kept;
   const ExitCode code = bridge->Start();
   if (code != kExitOk) {
     nats_Close();
