@@ -65,8 +65,20 @@ def wait_until(condition, what, limit=LIMIT):
 class BridgeCase(unittest.TestCase):
     def start(self, args, env=None):
         proc = Proc(args, env=env or with_secret(SECRET))
-        self.addCleanup(proc.stop)
+        self.addCleanup(self.end, proc)
         return proc
+
+    def end(self, proc):
+        """Stops `proc` with SIGTERM, reads it to the end, and fails the test
+        if a sanitizer spoke in it."""
+        try:
+            if proc.proc.poll() is None:
+                proc.proc.send_signal(signal.SIGTERM)
+            proc.finish()
+        finally:
+            proc.stop()
+        for line in proc.errors:
+            self.assertNotIn("Sanitizer", line, proc.args[:1])
 
     def nats_server(self, port=0, cluster=None, route=None):
         """A NATS server and its URL; with port=0 on a free port."""
