@@ -182,12 +182,17 @@ class TwoInstallations(BridgeCase):
         sent = {"id": 7, "big:int64": 1 << 40, "sub": {"s": "hi"}, "raw:hex": "00ff"}
         self.assertEqual(self.call(pa, 21, json.dumps(sent)), (0, sent))
 
-        # A notify with a callback waits for B's slot; one without is a publish.
+        # A notify with a callback waits for B's slot (a request); one without
+        # is a publish, as a plain subscriber sees.
+        plain = self.start([PROBE, url, "listen", "svc.note", "4"])
+        plain.expect("listening")
         code, _, err = self.vxctl("notify", "127.0.0.1:%d" % pa, "22", "note=fragile")
         self.assertEqual(code, 0, err)
         b.expect("note[PT_STRING]=fragile")
         self.notify_one_way(pa, 22, 3, 5)
         self.assertEqual(b.count_in("slot 2 from " + b_id, 4), 4)
+        self.assertEqual(plain.count_in("message reply=no ", 3), 3)
+        self.assertEqual(plain.count_in("message reply=yes ", 1), 1)
 
         # B's signal reaches A's subscriber.
         listener = self.listen(pa, "shipped")
