@@ -241,6 +241,9 @@ class Cluster(BridgeCase):
         # wants; then s1, A's server, dies.
         os.kill(s2.proc.pid, signal.SIGSTOP)
         self.addCleanup(lambda: s2.proc.poll() is None and os.kill(s2.proc.pid, signal.SIGCONT))
+        with open("/proc/%d/stat" % s2.proc.pid) as stat:
+            wait_until(lambda: stat.seek(0) == 0 and stat.read().rsplit(")", 1)[1].split()[0] == "T",
+                       "s2 stopped")
         s1.proc.kill()
         s1.proc.wait()
         bridge_a.expect_in("disconnected from NATS")
