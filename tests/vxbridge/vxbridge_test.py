@@ -366,8 +366,11 @@ class Json(BridgeCase):
     def test_plain_nats_client_interop_without_loops(self):
         _, url = self.nats_server()
         b, pb = self.serve_b()
+        pipe = "vxbridge-test-%d" % os.getpid()
+        self.start([VXCTL, "serve", "appp", "--pipe", pipe]).expect("ready ")
         target = "127.0.0.1:%d" % pb
         bridge, j_id = self.bridge("bridgej", url, "--json", "--export", "svc.echo=%s,1" % target,
+                                "--export", "svc.piped=pipe:%s,1" % pipe,
                                 "--import", "svc.silent=31", "--signal",
                                 "ev.loop=%s,shipped" % target, "--emit", "ev.loop=shipped",
                                 "--request-timeout", "1", port=0)
@@ -381,6 +384,10 @@ class Json(BridgeCase):
         self.assertEqual(code, 0, out)
         self.assertEqual(out.split(" ", 3)[1:3], ["format=json", "error=-"])
         self.assertEqual(json.loads(out.split(" ", 3)[3]), sent)
+        # An application reached over local pipes.
+        bridge.expect_in("connected to pipe:%s " % pipe)
+        code, out, _ = run([PROBE, url, "request", "svc.piped", '{"p":1}', "10000"])
+        self.assertEqual((code, out.strip()), (0, 'reply format=json error=- {"p":1}'))
         # Hostile payloads get an error reply and are counted, nothing more.
         for payload in ("not json", "[1,2]", '{"a":' * 100 + "1" + "}" * 100):
             code, out, _ = run([PROBE, url, "request", "svc.echo", payload, "10000"])
