@@ -17,9 +17,11 @@
 namespace vxbus {
 namespace {
 
-// Room for a burst: the listener takes connections as fast as they come and
-// decides at once, so a short backlog would only make the kernel drop the
-// handshakes of a burst and have them retried seconds later.
+// Room for a burst, where the designed listener had a backlog of 5 (its
+// handshakes ran on this thread): the listener takes connections as fast as
+// they come and decides at once, so a short backlog would only let a burst
+// of hostile connects make the kernel drop an honest peer's handshake and
+// have it retried seconds later.
 constexpr int kListenBacklog = 128;
 constexpr std::int64_t kAcceptPollMs = 1100;
 
