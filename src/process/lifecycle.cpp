@@ -16,6 +16,7 @@
 #include "messaging/signals.h"
 #include "platform/host.h"
 #include "platform/socket.h"
+#include "runtime/log.h"
 #include "runtime/process_state.h"
 #include "session/application_registry.h"
 #include "session/dropped_messages.h"
@@ -62,6 +63,14 @@ void StopWithoutWaitingAtExit() {
   g_shuttingDown = true;
   VXConnectionReady();
   g_dispatchQueue.Push(MessageRef());
+}
+
+// The last VXShutdown joins the dispatch thread and the connection threads,
+// and so must not run on one of them: there it would wait for itself.
+bool OnThreadShutdownJoins() {
+  const std::thread::id self = std::this_thread::get_id();
+  return self == g_dispatchThread.get_id() || self == g_tcpThread.get_id() ||
+         self == g_pipeThread.get_id() || OnAcceptingThread();
 }
 
 bool IsSet(const char* text) {
@@ -158,6 +167,12 @@ _tag_VX_ERROR VXStartListeners(const char* pipeName, const char* bindAddress, st
 _tag_VX_ERROR VXShutdown(void) {
   std::lock_guard<std::recursive_mutex> lock(g_initLock);
   if (g_initCount.load() == 0) return VX_SUCCESS;
+  if (g_initCount.load() == 1 && OnThreadShutdownJoins()) {
+    VX_LOG(kLogError,
+           "VXShutdown refused on a thread that it would join (a slot, a callback on the "
+           "dispatch thread, or a connection thread); the library keeps running");
+    return VX_ERROR_FAILED;
+  }
   if (g_initCount.fetch_sub(1) != 1) return VX_SUCCESS;
 
   // Writers leave the registry on the flag within their 200 ms poll, mostly
