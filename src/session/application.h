@@ -102,6 +102,11 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   const std::string& LocalAddress() const { return localAddress_; }
   // Calls written and waiting for their replies; owned by the session.
   VXPendingCalls& PendingCalls() { return *pendingCalls_; }
+  // The session's part of g_dispatchQueue, which serves sessions in turn.
+  QueueShare& DispatchShare() { return dispatchShare_; }
+  // True once the peer is known to have ended its stream, although frames it
+  // sent before may still wait unread. Reader thread only.
+  bool PeerEnded() const { return channel_.IsValid() && channel_->PeerEnded(); }
 
   // Writing frames. The writer thread writes what is queued, in batches; a
   // thread with a call or a reply of its own may write it directly while the
@@ -193,6 +198,7 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   std::atomic<std::thread::id> readerId_{};
   std::atomic<int> runningThreads_{2};
   std::mutex joinMutex_;
+  QueueShare dispatchShare_;  // lines of its own
 };
 
 }  // namespace vxbus
