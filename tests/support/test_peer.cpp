@@ -4,11 +4,14 @@
 //
 //   vxbus_test_peer --name NAME --host HOST [--port N] [--pipe BASE] [--secret-hex HEX]
 //                   [--max-connections N] [--quiet 1] [--send-queue-bytes N]
+//                   [--dispatch-queue-bytes N]
 //
 // Commands: quit | connect HOST PORT [SECRETHEX] | connect-pipe BASE [SECRETHEX]
 //           | call APPID SLOT | notify APPID SLOT COUNT BYTES [reply] | register-signal NAME
-//           | emit NAME | subscribe APPID SIGNAL SLOT | counters | resources
+//           | emit NAME | subscribe APPID SIGNAL SLOT | counters | resources | open-gate
+//           | memory
 #include <algorithm>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -107,6 +110,20 @@ _tag_VX_ERROR ExitInSlot(HVXPARAMLIST, HVXPARAMLIST, VXSlotContext*) {
   std::exit(kExitInSlotCode);
 }
 
+// 8: waits until the command "open-gate" (at most a minute), so that what
+// peers send to it piles up in this process.
+struct {
+  std::mutex mutex;
+  std::condition_variable opened;
+  bool open = false;
+} g_gate;
+
+_tag_VX_ERROR Gated(HVXPARAMLIST, HVXPARAMLIST, VXSlotContext*) {
+  std::unique_lock<std::mutex> lock(g_gate.mutex);
+  g_gate.opened.wait_for(lock, std::chrono::minutes(1), [] { return g_gate.open; });
+  return VX_SUCCESS;
+}
+
 void Command(const std::string& line) {
   std::istringstream in(line);
   auto word = [&in] {  // the command's next word, empty when there is none
@@ -177,6 +194,12 @@ void Command(const std::string& line) {
   } else if (verb == "resources") {
     Say("resources " + std::to_string(vxbus::testing::CountOpenDescriptors()) + " " +
         std::to_string(vxbus::testing::CountThreads()));
+  } else if (verb == "open-gate") {
+    std::lock_guard<std::mutex> lock(g_gate.mutex);
+    g_gate.open = true;
+    g_gate.opened.notify_all();
+  } else if (verb == "memory") {
+    Say("memory " + std::to_string(vxbus::testing::ResidentBytes()));
   } else {
     Say("unknown-command " + verb);
   }
@@ -204,6 +227,7 @@ int main(int argc, char** argv) {
   limits.size = sizeof limits;
   limits.limits.MAX_CONNECTIONS = number("--max-connections");  // 0 keeps the default
   limits.limits.RESERVED_E = number("--send-queue-bytes");      // each session's send queue
+  limits.limits.RESERVED_D = number("--dispatch-queue-bytes");  // requests for its slots
   if (!secret.empty()) std::memcpy(limits.limits.authBlock, secret.data(), secret.size());
   if (VXInitializeWithPipeChannel(pipe.empty() ? nullptr : pipe.c_str(), nullptr, name.c_str(),
                                   port, &limits) != VX_SUCCESS) {
@@ -212,12 +236,10 @@ int main(int argc, char** argv) {
   }
   // --host is the machine's name, as the library puts it in an appID.
   g_ownAppId = option["--host"] + ":" + std::to_string(port) + "/" + name;
-  const _tag_SLOT_DESCRIPTION slots[] = {{1, Echo, nullptr},
-                                         {2, Block, nullptr},
-                                         {3, Forward, nullptr},
-                                         {6, Record, nullptr},
-                                         {7, ExitInSlot, nullptr}};
-  VXRegisterSlots(slots, 5);
+  const _tag_SLOT_DESCRIPTION slots[] = {{1, Echo, nullptr},       {2, Block, nullptr},
+                                         {3, Forward, nullptr},    {6, Record, nullptr},
+                                         {7, ExitInSlot, nullptr}, {8, Gated, nullptr}};
+  VXRegisterSlots(slots, 6);
   VXConnectionReady();
   if (port != 0) g_listening.WaitFor();  // ready means a peer can connect now
   Say("ready " + g_ownAppId);
