@@ -221,6 +221,7 @@ TEST(TurnTakingQueue, AFullShareWaitsForItsOwnMessagesOnly) {
               Room::kFree);
     resumed = true;
   });
+  ASSERT_TRUE(WaitUntil([&] { return greedy->DispatchShare().waiters.load() == 1; }));
   // Its turns: greedy, sessionless, honest, then greedy once each round.
   std::uint32_t greedyTaken = 0;
   MessageRef out;
