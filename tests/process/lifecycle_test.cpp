@@ -322,7 +322,7 @@ TEST_F(LifecycleTest, SessionsEndByASilentCloseAProcessExitAndAShutdownFromTheir
 // The last VXShutdown joins the dispatch thread and the connection threads:
 // called on one of them, from a slot or from a handshake's listener, it is
 // refused with one error line each, and the library runs on until a shutdown
-// from a thread of the application.
+// from a thread of the application. One that is not the last counts there.
 std::atomic<int> g_shutdownInSlot{1}, g_shutdownInListener{1};
 testing::Signal* g_listenerRan = nullptr;
 
@@ -356,9 +356,13 @@ TEST_F(LifecycleTest, ShutdownOnAThreadItWouldJoinIsRefusedAndTheLibraryRunsOn) 
   EXPECT_EQ(g_shutdownInListener, VX_ERROR_FAILED);
   caller.Send("connect 127.0.0.1 " + std::to_string(port) + " 616263");
   ASSERT_EQ(caller.Expect("connect-result "), Accepted());
-  caller.Send("call " + OwnAppId(port, "door") + " " + std::to_string(kSlot));
-  EXPECT_EQ(caller.Expect("call-result "), "call-result list still here");
-  EXPECT_EQ(g_shutdownInSlot, VX_ERROR_FAILED);
+  ASSERT_EQ(Init("door", port), VX_SUCCESS);
+  for (int expected : {VX_SUCCESS, VX_ERROR_FAILED}) {
+    caller.Send("call " + OwnAppId(port, "door") + " " + std::to_string(kSlot));
+    EXPECT_EQ(caller.Expect("call-result "), "call-result list still here");
+    EXPECT_EQ(g_shutdownInSlot, expected);
+  }
+  --outstanding_;  // the first in the slot counted
   EXPECT_EQ(log_.Count(kLogError, refusal), 2);
 
   VXSetAuthFailedListener(nullptr);
