@@ -118,6 +118,8 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   // the session. Every frame of the send queue goes in through here. Once the
   // writer has gone the frame is let go at once, without completion.
   void QueueFrame(MessageRef message);
+  // The same for a frame that counts `bytes` (VXMessageQueue::MessageBytes).
+  void QueueFrame(MessageRef message, std::uint64_t bytes);
   // True when the calling thread may write its frame now; it then holds the
   // write lock and must call WriteClaimed next. Never blocks.
   bool ClaimIdleWriter();
@@ -141,7 +143,7 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
 
  private:
   // VXNotify's wait for room in the send queue (back_pressure.h).
-  friend _tag_VX_ERROR AwaitSendRoom(VXAPPImpl& session, const MessageRef& message);
+  friend _tag_VX_ERROR AwaitSendRoom(VXAPPImpl& session, std::uint64_t bytes);
 
   struct FrameBatch {
     bool hasCall = false;

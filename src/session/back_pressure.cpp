@@ -25,7 +25,10 @@ std::uint64_t DispatchShareLimitBytes() {
 }
 
 _tag_VX_ERROR AwaitSendRoom(VXAPPImpl& session, const MessageRef& message) {
-  const std::uint64_t bytes = VXMessageQueue::MessageBytes(message);
+  return AwaitSendRoom(session, VXMessageQueue::MessageBytes(message));
+}
+
+_tag_VX_ERROR AwaitSendRoom(VXAPPImpl& session, std::uint64_t bytes) {
   const std::uint64_t limit = SendQueueLimitBytes();
   if (session.sendQueue_.HasRoom(bytes, limit)) return VX_SUCCESS;
   const std::int32_t limitMs = g_limits.limits.IO_TIMEOUT_MS;
@@ -43,7 +46,10 @@ _tag_VX_ERROR AwaitSendRoom(VXAPPImpl& session, const MessageRef& message) {
 }
 
 bool AwaitDispatchRoom(VXAPPImpl& session, const MessageRef& message) {
-  const std::uint64_t bytes = VXMessageQueue::MessageBytes(message);
+  return AwaitDispatchRoom(session, VXMessageQueue::MessageBytes(message));
+}
+
+bool AwaitDispatchRoom(VXAPPImpl& session, std::uint64_t bytes) {
   const RoomBounds bounds{DispatchQueueLimitBytes(), &session.DispatchShare(),
                           DispatchShareLimitBytes()};
   for (;;) {

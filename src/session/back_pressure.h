@@ -31,6 +31,8 @@ std::uint64_t DispatchShareLimitBytes();
 // shut down meanwhile. While the dispatch thread waits here, readers may
 // fill the dispatch queue past its limit, as its slot may wait on them.
 _tag_VX_ERROR AwaitSendRoom(VXAPPImpl& session, const MessageRef& message);
+// The same for a message that counts `bytes` (VXMessageQueue::MessageBytes).
+_tag_VX_ERROR AwaitSendRoom(VXAPPImpl& session, std::uint64_t bytes);
 
 // For a session's reader, before it queues a request for the dispatch
 // thread. Blocks while the session's share or the whole dispatch queue has
@@ -40,6 +42,8 @@ _tag_VX_ERROR AwaitSendRoom(VXAPPImpl& session, const MessageRef& message);
 // the peer ended its stream meanwhile: Stop and VXShutdown wake the wait, and
 // the peer's end is looked for every kPeerEndLookMs.
 bool AwaitDispatchRoom(VXAPPImpl& session, const MessageRef& message);
+// The same for a message that counts `bytes` (VXMessageQueue::MessageBytes).
+bool AwaitDispatchRoom(VXAPPImpl& session, std::uint64_t bytes);
 constexpr std::int32_t kPeerEndLookMs = 200;
 
 }  // namespace vxbus

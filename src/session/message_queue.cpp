@@ -19,17 +19,34 @@ VXMessageQueue& g_dispatchQueue = *new VXMessageQueue(true, true);
 namespace {
 
 // What a block that the pool handed out really takes: the pool's rounding,
-// then the heap's, as every pooled block is a heap block of its own.
-std::uint64_t PooledHeldBytes(std::size_t size) {
-  return PrivateBlockBytes(PooledBlockBytes(size));
+// then the heap's, as every pooled block is a heap block of its own. Worked
+// out once per pool class, as every message is counted on its way in.
+class PooledSizes {
+ public:
+  PooledSizes() {
+    for (std::size_t i = 0; i < kSlots; ++i)
+      held_[i] = PrivateBlockBytes(PooledBlockBytes(i * kStep));
+  }
+  // A size the pool serves, at most kLargestPooledBlock.
+  std::uint64_t Held(std::size_t size) const { return held_[(size + kStep - 1) / kStep]; }
+
+ private:
+  static constexpr std::size_t kStep = 16;
+  static constexpr std::size_t kSlots = kLargestPooledBlock / kStep + 1;
+  std::uint64_t held_[kSlots];
+};
+
+const PooledSizes& Pooled() {
+  static const PooledSizes sizes;
+  return sizes;
 }
 
 // The list object, its image and its array of children, without the children.
 std::uint64_t OwnListBytes(const FastHolderImpl& list) {
-  std::uint64_t bytes = PooledHeldBytes(sizeof(FastHolderImpl));
+  std::uint64_t bytes = Pooled().Held(sizeof(FastHolderImpl));
   if (list.capacity != 0)
     bytes += list.capacity > kLargestPooledBlock ? PrivateBlockBytes(list.capacity)
-                                                 : PooledHeldBytes(list.capacity);
+                                                 : Pooled().Held(list.capacity);
   if (list.ChildCapacity() != 0) bytes += PrivateBlockBytes(list.ChildCapacity() * sizeof(ListRef));
   return bytes;
 }
@@ -60,7 +77,7 @@ VXMessageQueue::~VXMessageQueue() {
 
 std::uint64_t VXMessageQueue::MessageBytes(const MessageRef& message) {
   if (!message) return 0;
-  return PooledHeldBytes(sizeof(Node)) + message->ObjectBytes() +
+  return Pooled().Held(sizeof(Node)) + message->ObjectBytes() +
          ListBytes(message->GetInputList().get()) + ListBytes(message->GetOutputList().get());
 }
 
@@ -111,9 +128,12 @@ void VXMessageQueue::Taken(QueueShare* share, std::uint64_t bytes) {
   // Only the consumer writes it; sequentially consistent against the
   // waiter's announcement, as in GiveBack.
   share->taken.store(share->taken.load(std::memory_order_relaxed) + bytes);
-  if (shareWaiters_.load() != 0 && share->waiters.load() != 0 &&
-      share->Held() <= share->wakeAt.load())
-    WakeRoomWaiters();
+  if (shareWaiters_.load() == 0 || share->waiters.load() == 0) return;
+  // Once as the share drains past the mark, and once as it empties (for a
+  // message larger than the rest of the share): not on every take while the
+  // woken producer is on its way.
+  const std::uint64_t held = share->Held(), mark = share->wakeAt.load();
+  if (held == 0 || (held <= mark && held + bytes > mark)) WakeRoomWaiters();
 }
 
 void VXMessageQueue::WakeRoomWaiters() {
@@ -174,6 +194,10 @@ VXMessageQueue::ConsumerAway::~ConsumerAway() {
 
 void VXMessageQueue::Push(MessageRef message) {
   const std::uint64_t bytes = MessageBytes(message);
+  Push(std::move(message), bytes);
+}
+
+void VXMessageQueue::Push(MessageRef message, std::uint64_t bytes) {
   QueueShare* share = nullptr;
   // Any session, established or not, ended or not: its messages are its own.
   if (takesTurns_ && message && message->GetSession().get() != nullptr) {

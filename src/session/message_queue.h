@@ -104,6 +104,9 @@ class VXMessageQueue {
   // value, so that a producer done with its reference moves it in and the
   // count of the message is not touched on the way.
   void Push(MessageRef message);
+  // The same for a producer that has counted the message already:
+  // `bytes` is what MessageBytes gave for it.
+  void Push(MessageRef message, std::uint64_t bytes);
 
   // Makes a Pop that waits, or else the next Pop that finds nothing queued,
   // return at once with nothing. Queues nothing; any thread.

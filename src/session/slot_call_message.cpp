@@ -91,7 +91,8 @@ void VXSlotCallMessage::operator delete(void* pointer, std::size_t size) {
   PooledFree(pointer, size);
 }
 std::size_t VXSlotCallMessage::ObjectBytes() const {
-  return PrivateBlockBytes(PooledBlockBytes(sizeof(VXSlotCallMessage)));
+  static const std::size_t bytes = PrivateBlockBytes(PooledBlockBytes(sizeof(VXSlotCallMessage)));
+  return bytes;
 }
 
 std::int32_t VXSlotCallMessage::Send() {
