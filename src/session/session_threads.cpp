@@ -103,8 +103,9 @@ void VXAPPImpl::RunReader() {
         message->Complete(false);
       } else {
         // A full dispatch queue holds the reading back, and so the peer.
-        if (!AwaitDispatchRoom(*this, message)) break;
-        g_dispatchQueue.Push(std::move(message));
+        const std::uint64_t bytes = VXMessageQueue::MessageBytes(message);
+        if (!AwaitDispatchRoom(*this, bytes)) break;
+        g_dispatchQueue.Push(std::move(message), bytes);
       }
     }
   }

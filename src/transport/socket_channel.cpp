@@ -230,6 +230,10 @@ void SocketChannel::InterruptReads() {
   platform::InterruptReceive(socketHandle);
 }
 
+bool SocketChannel::PeerEnded() {
+  return platform::PeerEndedStream(socketHandle);
+}
+
 ChannelRef ConnectSocketChannel(const char* host, std::uint16_t port) {
   platform::SocketHandle socket = platform::CreateStreamSocket();
   if (socket == platform::kInvalidSocket) return ChannelRef();

@@ -36,6 +36,7 @@ class SocketChannel : public ITransportChannel {
   std::int32_t WaitReadable(std::uint32_t timeoutMs) override;
   std::int32_t WaitReadableForever() override;
   void InterruptReads() override;
+  bool PeerEnded() override;
   void BeginWriteBatch() override;
   std::int32_t EndWriteBatch() override;
 
