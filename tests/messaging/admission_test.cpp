@@ -14,6 +14,7 @@
 
 #include "bus_test_fixture.h"
 #include "platform/socket.h"
+#include "raw_client.h"
 #include "transport/app_id_block.h"
 #include "transport/challenge.h"
 #include "transport/socket_channel.h"
@@ -56,8 +57,6 @@ bool ClosedWithin(platform::SocketHandle socket, milliseconds limit) {
   }
 }
 
-enum class Outcome { kNoChallenge, kRefused, kEstablished };
-
 // The client's side of the handshake from `source`, as the library speaks it.
 Outcome Handshake(const std::string& source, int port, const std::string& appId,
                   const std::string& secret) {
@@ -65,18 +64,7 @@ Outcome Handshake(const std::string& source, int port, const std::string& appId,
   if (socket == platform::kInvalidSocket) return Outcome::kNoChallenge;
   ApplyConnectedSocketOptions(socket);
   ChannelRef channel = WrapAcceptedSocket(socket);
-  WriteAppId(*channel, appId);
-  unsigned char challenge[kChallengeBytes];
-  if (ReadAppId(*channel).empty() ||
-      channel->Read(challenge, kChallengeBytes) != static_cast<std::int32_t>(kChallengeBytes))
-    return Outcome::kNoChallenge;
-  unsigned char block[kAuthBlockBytes] = {};
-  std::memcpy(block, secret.data(), secret.size());
-  unsigned char answer[kAnswerBytes];
-  ComputeAnswer(block, challenge, answer);
-  channel->Write(answer, kAnswerBytes);
-  WriteAppId(*channel, appId);
-  return ReadAppId(*channel).empty() ? Outcome::kRefused : Outcome::kEstablished;
+  return SpeakClientHandshake(*channel, appId, secret);
 }
 
 // Sends one byte to each connection every 250 ms until stopped: an appID
