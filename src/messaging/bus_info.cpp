@@ -121,11 +121,21 @@ void SetCounters(HVXPARAMLIST info) {
   VXSetHandleValue(info, "counters", counters.get());
 }
 
+// Fills `info`, which holds nothing yet, with what VXGetBusInfo describes.
+void FillBusInfo(HVXPARAMLIST info) {
+  VXSetStringValue(info, "appId", g_ownAppId.c_str());
+  VXSetStringValue(info, "version", VXGetVersion());
+  SetInt32s(info, "slots", VXSlotTable::Instance().Ids());
+  SetSignals(info);
+  SetSessions(info);
+  SetCounters(info);
+}
+
+// Fills the reply itself: a copy of a list would carry its handle arrays by
+// position into the other arrays, and keep a reference on each child.
 _tag_VX_ERROR AnswerBusInfo(HVXPARAMLIST, HVXPARAMLIST output, VXSlotContext*) {
   if (output.value == nullptr) return VX_SUCCESS;  // a notification wants no answer
-  HVXPARAMLIST info = VXGetBusInfo();
-  VXCopyHandle(info, output);
-  VXCloseHandle(info);
+  FillBusInfo(output);
   return VX_SUCCESS;
 }
 
@@ -134,12 +144,7 @@ _tag_VX_ERROR AnswerBusInfo(HVXPARAMLIST, HVXPARAMLIST output, VXSlotContext*) {
 HVXPARAMLIST VXGetBusInfo(void) {
   HVXPARAMLIST info = VXCreateParamList();
   if (info.value == nullptr) return VX_INVALID_PARAMLIST;
-  VXSetStringValue(info, "appId", g_ownAppId.c_str());
-  VXSetStringValue(info, "version", VXGetVersion());
-  SetInt32s(info, "slots", VXSlotTable::Instance().Ids());
-  SetSignals(info);
-  SetSessions(info);
-  SetCounters(info);
+  FillBusInfo(info);
   return info;
 }
 

@@ -237,9 +237,18 @@ TEST_F(DeadlineTest, ASlowSlotOfAPeerMissesTheDeadlineAndTheSessionGoesOn) {
   VXCloseHandle(reply);
   EXPECT_EQ(LocalSessionField(peer.AppId(), "pendingCalls"), 0u);
 
+  peer.Send("register-signal opened");  // signals and sessions both as handle arrays
+  EXPECT_NE(peer.Expect("registered opened"), "");
   peer.Send("serve-info 40");
   EXPECT_EQ(peer.Expect("serve-info-result "), "serve-info-result 0");
   HVXPARAMLIST info = VXCall(to, 40, VX_INVALID_PARAMLIST);
+  const _tag_VXDWORDARRAY served = VXGetHandleArray(info, "sessions");
+  ASSERT_EQ(served.count, 1u) << "the served sessions hold sessions only";
+  const _tag_VXDWORDARRAY signals = VXGetHandleArray(info, "signals");
+  ASSERT_EQ(signals.count, 1u);
+  HVXPARAMLIST signal = VXGetHandleById(info, signals.data[0]);
+  EXPECT_STREQ(VXGetStringValue(signal, "name"), "opened");
+  VXCloseHandle(signal);
   EXPECT_STREQ(VXGetStringValue(info, "appId"), to);
   EXPECT_STREQ(VXGetStringValue(info, "version"), VXBUS_VERSION_STRING);
   const _tag_VXDWORDARRAY slots = VXGetInt32Array(info, "slots");
