@@ -6,6 +6,7 @@ interpreter that has finalised.
     python3 exit_test.py PYTHON_DIR LIBVXBUS VXCTL [SANITIZER]
 """
 
+import ctypes.util
 import os
 import subprocess
 import sys
@@ -65,6 +66,18 @@ class ExitTest(unittest.TestCase):
             bus = vxbus.Bus("guesser")
             bus.connect(SERVER, secret=b"wrong")
             """, 1, "refused the connection")
+
+    def test_a_library_that_cannot_load_says_what_was_tried(self):
+        script = "import sys\nsys.path.insert(0, %r)\ntry:\n    import vxbus\n" \
+                 "except ImportError as error:\n    print(type(error).__name__, error)" % PYTHON_DIR
+        other = ctypes.util.find_library("m")
+        for library, says in [("/nonexistent/libvxbus.so.0", "vxbus cannot load libvxbus; tried "
+                               "VXBUS_LIBRARY=/nonexistent/libvxbus.so.0 (/nonexistent/"),
+                              (other, "%s has no VXCreateParamList: it is not libvxbus" % other)]:
+            done = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True,
+                                  timeout=LIMIT, env=dict(os.environ, VXBUS_LIBRARY=library))
+            self.assertTrue(done.stdout.startswith("LibraryNotFoundError " + says), done.stdout)
+            self.assertIn("set VXBUS_LIBRARY to the library's file", done.stdout)
 
     def test_callbacks_in_flight_at_exit_finish_first(self):
         # A slot called by another process, still running when the script
