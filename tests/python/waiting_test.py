@@ -200,6 +200,8 @@ class WaitingTest(unittest.TestCase):
             cancelled.cancel()
             with self.assertRaises(asyncio.CancelledError):
                 await cancelled
+            after = await asyncio.wait_for(self.shop.call_async(1, {"i": -2}), LIMIT)
+            after.close()  # its reply came behind the cancelled one's, on the same loop
             with self.assertRaisesRegex(ValueError, "timeout is a number of seconds"):
                 await self.shop.call_async(1, timeout=-1)
 
