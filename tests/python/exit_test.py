@@ -79,6 +79,28 @@ class ExitTest(unittest.TestCase):
             self.assertTrue(done.stdout.startswith("LibraryNotFoundError " + says), done.stdout)
             self.assertIn("set VXBUS_LIBRARY to the library's file", done.stdout)
 
+    def test_calls_given_up_on_may_still_wait_at_exit(self):
+        # Their replies come, if at all, after the loop closed or as the bus
+        # shuts down at exit: they are let go, and the exit stays clean.
+        self.script("""
+            import asyncio
+            shop = vxbus.Bus("leaver").connect(SERVER, secret=SECRET)
+            for n in range(20):
+                try:
+                    shop.call(1, {"n": n}, timeout=0)
+                except vxbus.TimeoutError:
+                    pass
+            async def give_up():
+                for n in range(20):
+                    try:
+                        await asyncio.wait_for(shop.call_async(1, {"n": n}), 0.0005)
+                    except asyncio.TimeoutError:
+                        pass
+                asyncio.ensure_future(shop.call_async(1))  # still waiting as the loop closes
+            asyncio.run(give_up())
+            print("gave up", file=sys.stderr)
+            """, 0, "gave up")
+
     def test_callbacks_in_flight_at_exit_finish_first(self):
         # A slot called by another process, still running when the script
         # ends: the exit waits for it, and it can still use the interpreter.
