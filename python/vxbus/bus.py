@@ -221,7 +221,8 @@ class Peer:
             return reply
         if timed_out:
             raise self._timeout_error(slot, timeout)
-        raise VxbusError(VX_ERROR_FAILED, "the session with %s ended before the reply" % self.app_id)
+        raise VxbusError(VX_ERROR_FAILED,
+                         "the session with %s ended before the reply" % self.app_id)
 
     def _connected(self) -> bool:
         return any(session["appId"] == self.app_id for session in self.bus.info()["sessions"])

@@ -22,7 +22,8 @@ class VxbusError(Exception):
         self.code = code
 
 
-class TimeoutError(VxbusError, builtins.TimeoutError):  # noqa: A001 - the built-in's name on purpose
+# The built-in's name on purpose: vxbus.TimeoutError is the built-in one too.
+class TimeoutError(VxbusError, builtins.TimeoutError):  # noqa: A001
     """The reply did not come within the `timeout` given. The session goes
     on: a reply that comes later is read and let go."""
 

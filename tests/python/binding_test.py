@@ -183,7 +183,8 @@ class BusTest(unittest.TestCase):
 
     def test_connection_failures_raise_with_the_code_and_its_text(self):
         for port, secret, code, says in [
-                (self.server_port, b"wrong", vxbus.VX_ERROR_NAME_IN_USE, "%s refused the connection"),
+                (self.server_port, b"wrong", vxbus.VX_ERROR_NAME_IN_USE,
+                 "%s refused the connection"),
                 (free_tcp_port(), SECRET, vxbus.VX_ERROR_FAILED, "cannot connect to %s")]:
             target = "127.0.0.1:%d" % port
             with self.assertRaises(vxbus.VxbusError, msg=code) as raised:
@@ -201,7 +202,8 @@ class BusTest(unittest.TestCase):
 
     def test_info_tells_this_process_and_a_peer_may_ask_for_it(self):
         info = self.bus.info()
-        self.assertEqual((info["appId"], info["version"]), (self.bus.app_id, vxbus.library_version()))
+        self.assertEqual((info["appId"], info["version"]),
+                         (self.bus.app_id, vxbus.library_version()))
         self.assertEqual(vxbus.__version__, vxbus.library_version())  # one version for both
         self.assertTrue({5, 6, 100, 0xFFFFFFFF} <= set(info["slots"]), info["slots"])
         self.assertIn("tick", [entry["name"] for entry in info["signals"]])
@@ -221,10 +223,11 @@ class BusTest(unittest.TestCase):
     def test_a_slot_or_callback_that_raises_is_logged_and_the_caller_gets_an_empty_reply(self):
         self.bus.register_slot(7, lambda args, sender: {"ok": 1, "bad": True})  # fails half filled
         with self.assertLogs("vxbus", "ERROR") as logged:
-            code, out, err = run([VXCTL, "call", self.target, "7", "--json", "--allow-empty", "n=1"],
-                                 env=with_secret(SECRET.decode()))
+            code, out, err = run([VXCTL, "call", self.target, "7", "--json", "--allow-empty",
+                                  "n=1"], env=with_secret(SECRET.decode()))
         self.assertEqual((code, json.loads(out)), (0, {}), err)
-        self.assertEqual(logged.records[0].getMessage(), "slot 7 raised; its caller gets an empty reply")
+        self.assertEqual(logged.records[0].getMessage(),
+                         "slot 7 raised; its caller gets an empty reply")
         self.assertIs(logged.records[0].exc_info[0], TypeError)
 
         done = threading.Event()
