@@ -70,8 +70,10 @@ endif()
 install(DIRECTORY ${PROJECT_SOURCE_DIR}/python/vxbus DESTINATION ${VXBUS_INSTALL_PYTHONDIR}
         COMPONENT python PATTERN "__pycache__" EXCLUDE)
 
-# pip reads the binding's version from its pyproject.toml; it must be this one.
-file(STRINGS ${PROJECT_SOURCE_DIR}/python/pyproject.toml vxbus_pip_version REGEX "^version = ")
-if(NOT vxbus_pip_version STREQUAL "version = \"${PROJECT_VERSION}\"")
-  message(FATAL_ERROR "python/pyproject.toml says '${vxbus_pip_version}', the project is ${PROJECT_VERSION}")
+# pip and vxbus.__version__ read the binding's version from _version.py; it
+# must be this one.
+file(STRINGS ${PROJECT_SOURCE_DIR}/python/vxbus/_version.py vxbus_pip_version
+     REGEX "^__version__ = ")
+if(NOT vxbus_pip_version STREQUAL "__version__ = \"${PROJECT_VERSION}\"")
+  message(FATAL_ERROR "python/vxbus/_version.py says '${vxbus_pip_version}', the project is ${PROJECT_VERSION}")
 endif()

@@ -27,8 +27,8 @@ if [ ! -f build/CMakeCache.txt ]; then cmake -S . -B build >/dev/null; fi
 cmake --build build -j2 --target vxbus >/dev/null
 library=$(readlink -f build/src/libvxbus.so)
 (cd "$out/python" && VXBUS_LIBRARY=$library PYTHONPATH=$PWD/../../python \
-   /usr/bin/python3 -m pydoc -w vxbus vxbus.bus vxbus.paramlist >/dev/null)
-for page in vxbus vxbus.bus vxbus.paramlist; do
+   /usr/bin/python3 -m pydoc -w vxbus vxbus.bus vxbus.paramlist vxbus.errors >/dev/null)
+for page in vxbus vxbus.bus vxbus.paramlist vxbus.errors; do
   [ -s "$out/python/$page.html" ] || { echo "docs: pydoc wrote no $page.html" >&2; exit 1; }
 done
 echo "docs: $out/api/html/index.html and $out/python/vxbus.html"

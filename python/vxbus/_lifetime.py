@@ -13,14 +13,15 @@ still open and silences the log sink while the interpreter is still whole.
 
 import atexit
 import threading
+from typing import Any, Dict, List
 
 from ._native import LOG_SINK, lib
 
 _lock = threading.Lock()
-_open_buses = []  # started and not yet shut down; each is held until it is
-_slots = {}       # slot number -> the SLOT_FUNCTION the library holds for it
-_retired = []     # slot functions replaced or unregistered: one may still run
-_once = {}        # token -> a NOTIFY_CALLBACK the library has yet to call
+_open_buses: List[Any] = []  # started and not yet shut down; each is held until it is
+_slots: Dict[int, Any] = {}  # slot number -> the SLOT_FUNCTION the library holds for it
+_retired: List[Any] = []  # slot functions replaced or unregistered: one may still run
+_once: Dict[object, Any] = {}  # token -> a NOTIFY_CALLBACK the library has yet to call
 _sink_mask = 0
 
 

@@ -2,7 +2,8 @@
 
 The library is looked for in $VXBUS_LIBRARY, then beside this module (a
 wheel may carry it there), then by the system's search
-(ctypes.util.find_library), then as libvxbus.so.0.
+(ctypes.util.find_library), then as libvxbus.so.0. When none loads, the
+import raises LibraryNotFoundError, which says what was tried.
 
 A list handle is a structure of one pointer passed by value; on the platforms
 the library supports it travels exactly as a pointer does, so handles are
@@ -12,6 +13,9 @@ declared as c_void_p here.
 import ctypes
 import ctypes.util
 import os
+from typing import Any, List
+
+from .errors import LibraryNotFoundError
 
 H = ctypes.c_void_p
 _u32 = ctypes.c_uint32
@@ -27,24 +31,41 @@ SLOT_FUNCTION = ctypes.CFUNCTYPE(_i32, H, H, ctypes.POINTER(SlotContext))
 NOTIFY_CALLBACK = ctypes.CFUNCTYPE(_i32, _str, _u32, H, H, ctypes.c_void_p)
 LOG_SINK = ctypes.CFUNCTYPE(None, _u32, _u32, _str)
 DISCONNECT_LISTENER = ctypes.CFUNCTYPE(None, _str, _str, _i32, _str)
+# A function pointer made from one of the types above; ctypes gives them no
+# static type of their own.
+CFunction = Any
+# The null callback: a notification that wants no reply.
+NO_NOTIFY_CALLBACK: CFunction = NOTIFY_CALLBACK()  # type: ignore[call-overload]
 
 
 _BESIDE = ("libvxbus.so.0", "libvxbus.so", "vxbus.dll")
+_HOW_TO_POINT = ("Install libvxbus (the Debian package libvxbus0, or `cmake --install`), or set "
+                 "VXBUS_LIBRARY to the library's file, as in "
+                 "VXBUS_LIBRARY=build/src/libvxbus.so.0 python3 app.py")
 
 
-def _library_path():
-    """The first of: $VXBUS_LIBRARY, a library beside this module, the system's."""
+def _candidates() -> List[str]:
+    """Where the library is looked for, in order: $VXBUS_LIBRARY alone when
+    it is set (a wrong setting is an error, not a reason to look elsewhere),
+    otherwise a library beside this module, then the system's."""
     if os.environ.get("VXBUS_LIBRARY"):
-        return os.environ["VXBUS_LIBRARY"]
+        return [os.environ["VXBUS_LIBRARY"]]
     here = os.path.dirname(os.path.abspath(__file__))
-    for name in _BESIDE:
-        if os.path.isfile(os.path.join(here, name)):
-            return os.path.join(here, name)
-    return ctypes.util.find_library("vxbus") or "libvxbus.so.0"
+    beside = [os.path.join(here, name) for name in _BESIDE]
+    return [path for path in beside if os.path.isfile(path)] + \
+        [ctypes.util.find_library("vxbus") or "libvxbus.so.0"]
 
 
-def _load():
-    return ctypes.CDLL(_library_path())
+def _load() -> ctypes.CDLL:
+    tried = []
+    for path in _candidates():
+        try:
+            return ctypes.CDLL(path)
+        except OSError as error:
+            tried.append("%s (%s)" % (path, error))
+    where = "VXBUS_LIBRARY=" if os.environ.get("VXBUS_LIBRARY") else ""
+    raise LibraryNotFoundError("vxbus cannot load libvxbus; tried %s%s. %s" %
+                               (where, "; ".join(tried), _HOW_TO_POINT))
 
 
 lib = _load()
@@ -91,9 +112,20 @@ _SIGNATURES = {
     "VXEmit": (_i32, [_str, H, NOTIFY_CALLBACK, ctypes.c_void_p]),
     "VXSetLogLevel": (None, [_u32, _i32, LOG_SINK]),
     "VXSetDisconnectListener": (_i32, [DISCONNECT_LISTENER]),
+    # additions to the designed interface
+    "VXCallWithTimeout": (H, [_str, _u32, H, _i32]),
+    "VXNotifyWithTimeout": (_i32, [_str, _u32, H, NOTIFY_CALLBACK, ctypes.c_void_p, _i32]),
+    "VXGetBusInfo": (H, []),
+    "VXServeBusInfo": (_i32, [_u32]),
+    "VXGetVersion": (_str, []),
+    "VXErrorText": (_str, [_i32]),
 }
 
 for _name, (_result, _arguments) in _SIGNATURES.items():
-    _function = getattr(lib, _name)
+    try:
+        _function = getattr(lib, _name)
+    except AttributeError:
+        raise LibraryNotFoundError("%s has no %s: it is not libvxbus, or one older than "
+                                   "this binding. %s" % (lib._name, _name, _HOW_TO_POINT)) from None
     _function.restype = _result
     _function.argtypes = _arguments

@@ -15,6 +15,7 @@ A plain int is stored in 32 bits when it lies between -2**31 and 2**32-1.
 import collections.abc
 import ctypes
 import struct
+from typing import Any, Dict, Iterable, Iterator, Mapping, Optional
 
 from . import _native
 from ._native import lib
@@ -28,20 +29,20 @@ _NULL_INDEX = 0xFFFFFFFF
 class Int64(int):
     """An int that is stored as a 64-bit value whatever its size."""
 
-    def __repr__(self):
+    def __repr__(self) -> str:
         return "Int64(%d)" % int(self)
 
 
 class Array(list):
     """The items of an array parameter, with the type of its items (PT_...)."""
 
-    def __init__(self, item_type, items=()):
+    def __init__(self, item_type: int, items: Iterable[Any] = ()) -> None:
         if item_type not in (PT_STRING, PT_INT32, PT_INT64, PT_PARAMHANDLE, PT_BINARY):
             raise ValueError("no array of type %r" % (item_type,))
         super().__init__(items)
         self.type = item_type
 
-    def __repr__(self):
+    def __repr__(self) -> str:
         return "Array(%d, %s)" % (self.type, list.__repr__(self))
 
 
@@ -156,7 +157,7 @@ def _set_array(handle, key, item_type, items, depth):
                     lib.VXCloseHandle(child)
 
 
-def _new_handle(mapping, depth=0):
+def _new_handle(mapping: Mapping[str, Any], depth: int = 0) -> int:
     if depth > MAX_DEPTH:
         raise ValueError("lists nested deeper than %d (does a dict hold itself?)" % MAX_DEPTH)
     handle = lib.VXCreateParamList()
@@ -253,14 +254,14 @@ class _Image:
         return None if info is None else info - self.first
 
 
-def _decode(handle, depth=0):
+def _decode(handle: int, depth: int = 0) -> Dict[str, Any]:
     if depth > MAX_DEPTH:
         raise ValueError("lists nested deeper than %d (does a list hold itself?)" % MAX_DEPTH)
     image = _Image(handle)
     return {image.name_at(at): image.value_at(at, depth) for at in image.records()}
 
 
-class ParamList(collections.abc.MutableMapping):
+class ParamList(collections.abc.MutableMapping):  # type: ignore[type-arg]
     """A list of the library, owned by this object, as a mutable mapping.
 
     Reading a parameter gives a Python value (nested lists as dicts); setting
@@ -268,71 +269,80 @@ class ParamList(collections.abc.MutableMapping):
     a `with` block or garbage collection lets the list go.
     """
 
-    def __init__(self, contents=None):
+    _handle: Optional[int]
+
+    def __init__(self, contents: Optional[Mapping[str, Any]] = None) -> None:
         self._handle = _new_handle(contents or {})
 
     @classmethod
-    def _adopt(cls, handle):
+    def _adopt(cls, handle: int) -> "ParamList":
         """Takes over a handle that the caller owned."""
         self = cls.__new__(cls)
         self._handle = handle
         return self
 
     @property
-    def handle(self):
+    def handle(self) -> int:
         if not self._handle:
             raise ValueError("the list is closed")
-        return self._handle
+        return int(self._handle)
 
-    def __getitem__(self, name):
+    def __getitem__(self, name: str) -> Any:
         image = _Image(self.handle)
         at = image.find(name)
         if at is None:
             raise KeyError(name)
         return image.value_at(at, 0)
 
-    def __setitem__(self, name, value):
+    def __setitem__(self, name: str, value: Any) -> None:
         _set(self.handle, name, value, 0)
 
-    def __delitem__(self, name):
+    def __delitem__(self, name: str) -> None:
         if lib.VXParamInfo(self.handle, _name(name)) is None:
             raise KeyError(name)
         lib.VXRemoveValue(self.handle, _name(name))
 
-    def __iter__(self):
+    def __iter__(self) -> Iterator[str]:
         image = _Image(self.handle)
         return iter([image.name_at(at) for at in image.records()])
 
-    def __len__(self):
-        return lib.VXGetParamCount(self.handle)
+    def __len__(self) -> int:
+        return int(lib.VXGetParamCount(self.handle))
 
-    def to_dict(self):
+    def to_dict(self) -> Dict[str, Any]:
         return _decode(self.handle)
 
-    def __repr__(self):
+    def __repr__(self) -> str:
         return "ParamList(%r)" % (self.to_dict() if self._handle else "closed")
 
-    def close(self):
+    def close(self) -> None:
         if getattr(self, "_handle", None):
             lib.VXCloseHandle(self._handle)
             self._handle = None
 
-    def __enter__(self):
+    def __enter__(self) -> "ParamList":
         return self
 
-    def __exit__(self, *_):
+    def __exit__(self, *_: object) -> None:
         self.close()
 
-    def __del__(self):
+    def __del__(self) -> None:
         self.close()
 
 
-def to_dict(handle):
+def to_dict(handle: Optional[int]) -> Optional[Dict[str, Any]]:
     """The contents of a borrowed handle as a dict."""
     return _decode(handle) if handle else None
 
 
-def fill(handle, mapping):
+def fill(handle: int, mapping: Mapping[str, Any]) -> None:
     """Sets the items of `mapping` on the existing list `handle`."""
     for name, value in mapping.items():
         _set(handle, name, value, 0)
+
+
+def clear(handle: int) -> None:
+    """Removes every record of the existing list `handle`."""
+    image = _Image(handle)
+    for name in [image.name_at(at) for at in image.records()]:
+        lib.VXRemoveValue(handle, _name(name))

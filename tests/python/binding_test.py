@@ -181,13 +181,63 @@ class BusTest(unittest.TestCase):
             self.bus.emit("unregistered")
         self.assertEqual(raised.exception.code, vxbus.VX_ERROR_NO_SIGNAL)
 
-    def test_connection_failures_raise_with_the_code(self):
-        for port, secret, code in [(self.server_port, b"wrong", vxbus.VX_ERROR_NAME_IN_USE),
-                                   (free_tcp_port(), SECRET, vxbus.VX_ERROR_FAILED)]:
+    def test_connection_failures_raise_with_the_code_and_its_text(self):
+        for port, secret, code, says in [
+                (self.server_port, b"wrong", vxbus.VX_ERROR_NAME_IN_USE,
+                 "%s refused the connection"),
+                (free_tcp_port(), SECRET, vxbus.VX_ERROR_FAILED, "cannot connect to %s")]:
+            target = "127.0.0.1:%d" % port
             with self.assertRaises(vxbus.VxbusError, msg=code) as raised:
-                self.bus.connect("127.0.0.1:%d" % port, secret=secret)
+                self.bus.connect(target, secret=secret)
             self.assertEqual(raised.exception.code, code)
+            self.assertEqual(str(raised.exception), "%s: %s (%d)" % (says % target,
+                                                                    vxbus.error_text(code), code))
+        for target in ["localhost", "localhost:", ":47001", "host:0", "host:65536", "host:port",
+                       "pipe:", "x" * 2000, "a\0b:1"]:
+            with self.subTest(target=target[:20]), self.assertRaises(vxbus.TargetError) as raised:
+                self.bus.connect(target)
+            self.assertIsInstance(raised.exception, ValueError)
+            self.assertIn('"host:port"', str(raised.exception))
+            self.assertIn('"pipe:NAME"', str(raised.exception))
 
+    def test_info_tells_this_process_and_a_peer_may_ask_for_it(self):
+        info = self.bus.info()
+        self.assertEqual((info["appId"], info["version"]),
+                         (self.bus.app_id, vxbus.library_version()))
+        self.assertEqual(vxbus.__version__, vxbus.library_version())  # one version for both
+        self.assertTrue({5, 6, 100, 0xFFFFFFFF} <= set(info["slots"]), info["slots"])
+        self.assertIn("tick", [entry["name"] for entry in info["signals"]])
+        (shop,) = [entry for entry in info["sessions"] if entry["appId"] == self.shop.app_id]
+        self.assertEqual(shop["channel"], "tcp")
+        self.assertIsInstance(shop["connectedMs"], vxbus.Int64)
+        self.assertEqual(set(info["counters"]), {"applications", "messages", "pendingCalls",
+                                                 "paramLists", "sendCalls", "receiveCalls"})
+        self.bus.serve_info(9)
+        code, out, err = run([VXCTL, "call", self.target, "9", "--json", "n=1"],
+                             env=with_secret(SECRET.decode()))
+        self.assertEqual(code, 0, err)
+        asked = json.loads(out)
+        self.assertEqual((asked["appId"], asked["version"]), (self.bus.app_id, vxbus.__version__))
+        self.assertIn(9, asked["slots"])
+
+    def test_a_slot_or_callback_that_raises_is_logged_and_the_caller_gets_an_empty_reply(self):
+        self.bus.register_slot(7, lambda args, sender: {"ok": 1, "bad": True})  # fails half filled
+        with self.assertLogs("vxbus", "ERROR") as logged:
+            code, out, err = run([VXCTL, "call", self.target, "7", "--json", "--allow-empty",
+                                  "n=1"], env=with_secret(SECRET.decode()))
+        self.assertEqual((code, json.loads(out)), (0, {}), err)
+        self.assertEqual(logged.records[0].getMessage(),
+                         "slot 7 raised; its caller gets an empty reply")
+        self.assertIs(logged.records[0].exc_info[0], TypeError)
+
+        done = threading.Event()
+        with self.assertLogs("vxbus", "ERROR") as logged:
+            self.shop.notify(1, {"n": 1}, lambda reply: reply["missing"])
+            self.shop.notify(1, {"n": 2}, lambda reply: done.set())  # runs after the first
+            self.assertTrue(done.wait(LIMIT))
+        self.assertEqual(logged.records[0].getMessage(), "the callback of a notification to slot "
+                         "1 of %s raised" % self.shop.app_id)
+        self.assertIs(logged.records[0].exc_info[0], KeyError)
 
 def main():
     global VXCTL, vxbus

@@ -6,6 +6,7 @@ interpreter that has finalised.
     python3 exit_test.py PYTHON_DIR LIBVXBUS VXCTL [SANITIZER]
 """
 
+import ctypes.util
 import os
 import subprocess
 import sys
@@ -41,7 +42,7 @@ class ExitTest(unittest.TestCase):
     def tearDownClass(cls):
         cls.server.stop()
 
-    def script(self, body, want_code, want_error=""):
+    def script(self, body, want_code, want_error="", only=False):
         source = PRELUDE % (PYTHON_DIR, VXCTL, free_tcp_port(), self.target, SECRET) + textwrap.dedent(body)
         for run in range(RUNS):
             done = subprocess.run([sys.executable, "-c", source], capture_output=True, timeout=LIMIT,
@@ -49,6 +50,8 @@ class ExitTest(unittest.TestCase):
             err = done.stderr.decode(errors="replace")
             self.assertEqual(done.returncode, want_code, "run %d: %s" % (run, err))
             self.assertIn(want_error, err)
+            if only:  # and nothing else: no exception ignored in a callback, say
+                self.assertEqual(err.strip(), want_error)
 
     def test_a_bus_left_running_ends_with_the_script(self):
         self.script("""
@@ -65,6 +68,40 @@ class ExitTest(unittest.TestCase):
             bus = vxbus.Bus("guesser")
             bus.connect(SERVER, secret=b"wrong")
             """, 1, "refused the connection")
+
+    def test_a_library_that_cannot_load_says_what_was_tried(self):
+        script = "import sys\nsys.path.insert(0, %r)\ntry:\n    import vxbus\n" \
+                 "except ImportError as error:\n    print(type(error).__name__, error)" % PYTHON_DIR
+        other = ctypes.util.find_library("m")
+        for library, says in [("/nonexistent/libvxbus.so.0", "vxbus cannot load libvxbus; tried "
+                               "VXBUS_LIBRARY=/nonexistent/libvxbus.so.0 (/nonexistent/"),
+                              (other, "%s has no VXCreateParamList: it is not libvxbus" % other)]:
+            done = subprocess.run([sys.executable, "-c", script], capture_output=True, text=True,
+                                  timeout=LIMIT, env=dict(os.environ, VXBUS_LIBRARY=library))
+            self.assertTrue(done.stdout.startswith("LibraryNotFoundError " + says), done.stdout)
+            self.assertIn("set VXBUS_LIBRARY to the library's file", done.stdout)
+
+    def test_calls_given_up_on_may_still_wait_at_exit(self):
+        # Their replies come, if at all, after the loop closed or as the bus
+        # shuts down at exit: they are let go, and the exit stays clean.
+        self.script("""
+            import asyncio
+            shop = vxbus.Bus("leaver").connect(SERVER, secret=SECRET)
+            for n in range(20):
+                try:
+                    shop.call(1, {"n": n}, timeout=0)
+                except vxbus.TimeoutError:
+                    pass
+            async def give_up():
+                for n in range(20):
+                    try:
+                        await asyncio.wait_for(shop.call_async(1, {"n": n}), 0.0005)
+                    except asyncio.TimeoutError:
+                        pass
+                asyncio.ensure_future(shop.call_async(1))  # still waiting as the loop closes
+            asyncio.run(give_up())
+            print("gave up", file=sys.stderr)
+            """, 0, "gave up", only=True)
 
     def test_callbacks_in_flight_at_exit_finish_first(self):
         # A slot called by another process, still running when the script
