@@ -87,7 +87,8 @@ std::uint64_t SessionField(HVXPARAMLIST info, const std::string& appId, const ch
   const _tag_VXDWORDARRAY sessions = VXGetHandleArray(info, "sessions");
   for (std::uint32_t i = 0; i < sessions.count; ++i) {
     HVXPARAMLIST session = VXGetHandleById(info, sessions.data[i]);
-    if (appId != VXGetStringValue(session, "appId")) continue;
+    const char* id = VXGetStringValue(session, "appId");
+    if (id == nullptr || appId != id) continue;
     const _tag_VXPARAMINFO* field = VXParamInfo(session, name);
     return field && field->GetType() == PT_INT32 ? VXGetInt32Value(session, name)
                                                  : VXGetInt64Value(session, name);
