@@ -52,6 +52,19 @@ _tag_VX_ERROR Print(HVXPARAMLIST input, HVXPARAMLIST, VXSlotContext* context) {
   return VX_SUCCESS;
 }
 
+// The bus info (see `vxctl info`), rebuilt into the reply as Echo does:
+// VXServeBusInfo's slot copies it with VXCopyHandle, which shares nested
+// lists by position and so gives every session the lists of the signals.
+_tag_VX_ERROR AnswerBusInfo(HVXPARAMLIST, HVXPARAMLIST output, VXSlotContext*) {
+  if (output == VX_INVALID_PARAMLIST) return VX_SUCCESS;  // a notification wants no answer
+  HVXPARAMLIST info = VXGetBusInfo();
+  std::string error;
+  ListPtr list = FromHandle(info, error);
+  VXCloseHandle(info);
+  if (list) FillHandle(output, *list);
+  return VX_SUCCESS;
+}
+
 void OnConnect(const char*, const char*, const char* appId, const char*, std::int32_t,
                const char*) {
   Say(std::string("connected ") + appId);
@@ -146,6 +159,7 @@ int RunServe(const Options& options) {
   CatchStopSignals();
   VXRegisterSlot(kEchoSlot, Echo, nullptr);
   VXRegisterSlot(kPrintSlot, Print, nullptr);
+  VXRegisterSlot(kBusInfoSlot, AnswerBusInfo, nullptr);
   for (const auto& signal : options.signals)
     VXRegisterSignal(signal.c_str());
   VXConnectionReady();
