@@ -211,6 +211,9 @@ class DeadlineTest(unittest.TestCase):
         self.peer.expect("released")
         code, out, err = self.vxctl("call", self.target, "1", "--timeout", "10", "a=1")
         self.assertEqual((code, out.splitlines()[0]), (0, "a:int32 = 1"), err)
+        code, out, err = self.vxctl("info", self.target, "--slot", "1")  # echoes, adds servedBy
+        self.assertEqual((code, out), (1, ""), err)
+        self.assertIn("answered with a list that is not bus info", err)
         self.peer.send("quit")
         self.assertEqual(self.peer.finish(), 0)
 

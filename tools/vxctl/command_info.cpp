@@ -58,6 +58,14 @@ WakeReason Ask(const std::string& appId, std::uint32_t slot, HVXPARAMLIST reques
   }
 }
 
+// Whether `list` has any field of what VXGetBusInfo gives, so that a table
+// of question marks is not printed for some other slot's answer.
+bool LooksLikeBusInfo(const List& list) {
+  for (const auto& p : list.params)
+    if (p.first == "appId" || p.first == "slots" || p.first == "sessions") return true;
+  return false;
+}
+
 // Prints the answer that Ask waited for, or says why there is none; the
 // exit code.
 int Show(const Options& options, const std::string& what, WakeReason why, const Deadline& answerBy,
@@ -79,6 +87,12 @@ int Show(const Options& options, const std::string& what, WakeReason why, const 
     Complain(what + " gave an empty reply: its bus info is not served there (vxctl serve " +
              "serves it on " + std::to_string(kBusInfoSlot) + "; see --slot)");
     return kExitEmptyReply;
+  }
+  if (!options.json && !LooksLikeBusInfo(*g_answer.list)) {
+    Complain(what +
+             " answered with a list that is not bus info (no appId, slots or sessions); "
+             "see --slot");
+    return kExitFailed;
   }
   if (options.json)
     std::cout << ListToJson(*g_answer.list) << std::endl;
