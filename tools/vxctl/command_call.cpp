@@ -143,7 +143,10 @@ int RunNotify(const Options& options) {
     }
   }
   const bool timedOut = why == kWakeTimeout || (g_notifyUnanswered && waiting.Passed());
-  if (sent != VX_SUCCESS || (!timedOut && g_notifyUnanswered)) {
+  if (sent != VX_SUCCESS) {
+    Complain("the notification to " + what + " was not sent: " + VXErrorText(sent));
+    code = kExitFailed;
+  } else if (!timedOut && g_notifyUnanswered) {
     Complain("the session with " + request.appId + " ended before the notification arrived");
     code = kExitFailed;
   } else if (timedOut) {
