@@ -265,14 +265,23 @@ typedef _tag_VXPARAMINFO VXPARAMINFO;
 /// is ignored whole; zero words keep the default. The first initialise call
 /// takes it; later ones don't change what is in force.
 /// - RESERVED_D: bytes that the dispatch queue (requests waiting for this
-///   process's slots, from all peers) may hold; 64 MiB by default. Past it the
-///   sessions stop reading their peers, whose notifications then wait.
+///   process's slots, from all peers) may hold; 64 MiB by default. Each
+///   session may hold an eighth of it (RESERVED_D / 8, 8 MiB by default), and
+///   the slots serve the sessions in turn, one request each, so a greedy peer
+///   fills only its own share. Past its share, or past the whole bound, a
+///   session stops reading its peer, whose notifications then wait; a session
+///   that holds nothing may always queue one request. A peer that ends its
+///   stream meanwhile ends its session within about 200 ms (not on Windows,
+///   where that shows only once its frames are read).
 /// - RESERVED_E: bytes that each session's send queue may hold; 1 MiB by
 ///   default. Past it VXNotify, VXNotifyWithFlow and VXEmit wait (see there).
 /// - RESERVED_A, RESERVED_B, RESERVED_C: carried; nothing reads them.
-/// A message counts its list's image and 128 bytes besides; one larger than a
-/// limit still goes once its queue is empty. Calls and replies are never held
-/// back, so these bound the one-way traffic, not every byte.
+/// A message counts the memory it really holds: its own block, its queue node
+/// and each list it carries with the list's object, image and nested lists,
+/// with the heap's own bytes for each block (about 350 bytes for a small
+/// request). One larger than a limit still goes once its queue (or share) is
+/// empty. Calls and replies are never held back, so these bound the one-way
+/// traffic, not every byte.
 struct VXLimits {
   std::uint32_t size;
   struct Values {
@@ -400,10 +409,16 @@ VXBUS_API _tag_VX_ERROR VXStartListeners(const char* pipeName, const char* bindA
                                          std::uint16_t port);
 /// Only the call matching the first initialise does anything: it blocks until
 /// the listener threads, every session and the dispatch thread have ended;
-/// a handshake under way is finished first. What was still queued then (to
-/// be sent, or to run in a slot) is let go and counted in one log line at
-/// level 4, "Shutdown dropped N queued messages (B bytes)"; queued calls and
-/// notifications with a callback are completed as failed. Always VX_SUCCESS.
+/// a pipe handshake under way is finished first, and TCP handshakes still
+/// pending are cut off. What was still queued then (to be sent, or to run in
+/// a slot) is let go and counted in one log line at level 4,
+/// "Shutdown dropped N queued messages (B bytes)"; queued calls and
+/// notifications with a callback are completed as failed. VX_SUCCESS, but for
+/// one case: the call that would end the library, made on a thread that it
+/// must join (in a slot or a callback on the dispatch thread, or in a listener
+/// on a connection thread), does nothing but log one error line and returns
+/// VX_ERROR_FAILED, where the design lets the system's deadlock error escape
+/// and end the process. Call it again from another thread.
 VXBUS_API _tag_VX_ERROR VXShutdown(void);
 /// Opens both listeners; does not block. Always VX_SUCCESS.
 VXBUS_API _tag_VX_ERROR VXConnectionReady(void);

@@ -63,9 +63,10 @@ _tag_VX_ERROR VXNotify(const char* applicationName, std::uint32_t slotId, HVXPAR
   VXAPPImpl& session = *found;
   MessageRef message(new VXSlotCallMessage(IVXMessage::EventRef(), std::move(found), slotId, list,
                                            callback, userData));
-  const _tag_VX_ERROR room = AwaitSendRoom(session, message);
+  const std::uint64_t bytes = VXMessageQueue::MessageBytes(message);
+  const _tag_VX_ERROR room = AwaitSendRoom(session, bytes);
   if (room != VX_SUCCESS) return room;
-  session.QueueFrame(message);
+  session.QueueFrame(message, bytes);
   return VX_SUCCESS;
 }
 

@@ -8,6 +8,7 @@
 #include "paramlist/fast_holder.h"
 #include "paramlist/handle.h"
 #include "runtime/log.h"
+#include "runtime/printable_name.h"
 #include "runtime/process_state.h"
 #include "session/application.h"
 #include "session/application_registry.h"
@@ -41,6 +42,10 @@ void SendReply(VXAPPImpl& session, const MessageRef& reply) {
     session.QueueFrame(reply);
 }
 
+bool IsRequest(std::uint32_t state) {
+  return state == kStateCall || state == kStateOneWay;
+}
+
 bool FromEndedSession(const IVXMessage& message) {
   const SessionRef& session = message.GetSession();
   return session.get() != nullptr && session->HasEnded();
@@ -61,7 +66,7 @@ class DroppedMessages {
   void Report() {
     if (count_ == 0) return;
     VX_LOG(kLogWarning, "Dropped ", count_, " messages of ended session \"",
-           session_.IsValid() ? session_->Name() : std::string(), '"');
+           PrintableName(session_.IsValid() ? session_->Name() : std::string()), '"');
     count_ = 0;
     session_.Reset();  // the session may go now
   }
@@ -113,8 +118,18 @@ void DispatchThread() {
       if (!message) continue;  // a wake-up to test the end condition
     }
     const std::uint32_t state = message->GetState();
-    if ((state == kStateCall || state == kStateOneWay) && FromEndedSession(*message)) {
+    if (IsRequest(state) && FromEndedSession(*message)) {
+      // The rest of its lane goes with it, so that the run is told in one
+      // line although the other sessions take their turns in between.
       dropped.Add(message->GetSession());
+      MessageRef next;
+      while (g_dispatchQueue.PopSameLane(next)) {
+        if (IsRequest(next->GetState())) {
+          dropped.Add(next->GetSession());
+        } else if (next->GetState() == kStateReply) {
+          CompleteUnwrittenCall(*next);
+        }
+      }
       continue;
     }
     dropped.Report();

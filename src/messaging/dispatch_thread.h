@@ -7,7 +7,9 @@
 namespace vxbus {
 
 // Runs until the process shuts down with no session left. Requests reach it
-// through g_dispatchQueue in arrival order, across all sessions.
+// through g_dispatchQueue, which serves the sessions in turn: one request of
+// each session that has any, then the next round; a session's own requests
+// run in their order.
 void DispatchThread();
 
 // Once the dispatch thread has ended: lets go of what is left in its queue,

@@ -15,6 +15,12 @@ void* HeapAllocate(std::size_t size);
 void* HeapReallocate(void* pointer, std::size_t size);
 void HeapFree(void* pointer);
 
+// What a block of `size` bytes from HeapAllocate takes of memory, with the
+// allocator's own words and rounding: exact where the allocator is this
+// library's, a close estimate where the system's heap does not say. For
+// bounds that count memory held. Never allocates.
+std::size_t HeapBlockBytes(std::size_t size);
+
 // Whether freed small blocks may be kept in per-thread caches, which a
 // thread-local object's destructor hands back as the thread ends. False where
 // such destructors inside the shared library are not safe to run (Windows,

@@ -18,6 +18,11 @@ bool GetHostName(char* buffer, std::size_t size);
 void StartSocketLibrary();
 void StopSocketLibrary();
 
+// How many handles (descriptors, sockets) this process may hold open at
+// once, as the system limits it now; a large number where the system sets
+// no practical limit. For sizing what a peer may make the process hold.
+std::size_t OpenHandleLimit();
+
 }  // namespace platform
 }  // namespace vxbus
 

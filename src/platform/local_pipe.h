@@ -23,20 +23,20 @@ namespace platform {
 class LocalPipe;
 
 // One round of the listener: makes both names, waits up to `inWaitMs` for a
-// client on `inName`, then without a limit for that same client on
-// `outName`. `*stop` reading true ends either wait early (it is looked at
-// when the round starts and at least once a second while waiting); `stop`
-// may be null. A client that goes away during the second wait may end it.
-// A port whose connect on the second name cannot be cut short (Win32's
-// blocking ConnectNamedPipe) ends only the first wait on `stop`.
-// No listening end is left behind, whatever the outcome. Returns the
+// client on `inName`, then up to `outWaitMs` for that same client on
+// `outName`, so that a client that opens only the first name holds the
+// listener no longer than that. `*stop` reading true ends either wait early
+// (it is looked at when the round starts and at least once a second while
+// waiting); `stop` may be null. A client that goes away during the second
+// wait may end it. No listening end is left behind, whatever the outcome. Returns the
 // connected pair, owned by the caller, or null: nobody came, the round was
 // stopped, or the names could not be made. In the last case it returns at
 // once and `*createError` (may be null) gets the system's code, for a log
 // line; in every other case 0. A name that another process listens on
 // cannot be made.
 LocalPipe* AcceptLocalPipe(const std::string& inName, const std::string& outName,
-                           std::int64_t inWaitMs, const std::atomic<bool>* stop, int* createError);
+                           std::int64_t inWaitMs, std::int64_t outWaitMs,
+                           const std::atomic<bool>* stop, int* createError);
 
 // Passes the time of a round that could not make its names: returns after
 // `waitMs`, or as soon as `*stop` reads true (may be null), looked at and

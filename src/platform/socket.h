@@ -89,6 +89,12 @@ IoResult Send(SocketHandle socket, const void* bytes, std::size_t length);
 // thread waits on or reads the socket; for a local stop.
 void InterruptReceive(SocketHandle socket);
 
+// True when the peer has ended its stream or the connection has failed,
+// also while bytes sent before that still wait to be read; false when not,
+// and where the system can't tell without reading them (Windows). For a
+// reader that is not reading, to learn that its peer has gone. Never blocks.
+bool PeerEndedStream(SocketHandle socket);
+
 }  // namespace platform
 }  // namespace vxbus
 

@@ -16,6 +16,7 @@
 #include "messaging/signals.h"
 #include "platform/host.h"
 #include "platform/socket.h"
+#include "runtime/log.h"
 #include "runtime/process_state.h"
 #include "session/application_registry.h"
 #include "session/dropped_messages.h"
@@ -64,6 +65,36 @@ void StopWithoutWaitingAtExit() {
   g_dispatchQueue.Push(MessageRef());
 }
 
+// The last VXShutdown joins the dispatch thread and the connection threads,
+// and so must not run on one of them: there it would wait for itself. Each
+// marks itself as it starts, so that the test needs no lock.
+thread_local bool t_joinedByShutdown = false;
+
+template <void (*Body)()>
+void RunJoinedThread() {
+  t_joinedByShutdown = true;
+  Body();
+}
+
+bool OnThreadShutdownJoins() {
+  return t_joinedByShutdown || OnAcceptingThread();
+}
+
+// VXShutdown on such a thread, where g_initLock must not be taken: a slot
+// holds the slot table's lock, which an initialise takes under g_initLock,
+// and a shutdown holding g_initLock would be joining this very thread. A
+// count above one only goes down; the last one stays, refused.
+_tag_VX_ERROR ShutdownOnJoinedThread() {
+  std::int32_t count = g_initCount.load();
+  while (count > 1 && !g_initCount.compare_exchange_weak(count, count - 1)) {
+  }
+  if (count != 1) return VX_SUCCESS;
+  VX_LOG(kLogError,
+         "VXShutdown refused on a thread that it would join (a slot, a callback on the "
+         "dispatch thread, or a connection thread); the library keeps running");
+  return VX_ERROR_FAILED;
+}
+
 bool IsSet(const char* text) {
   return text != nullptr && *text != '\0';
 }
@@ -104,10 +135,10 @@ _tag_VX_ERROR InitializeCommon(const char* pipeName, const char* bindAddress, co
   g_connThreadInfo->Set(bindAddress, static_cast<std::uint16_t>(port));
   // Assigning over a thread that still runs ends the process; after a
   // correct shutdown none does.
-  g_tcpThread = std::thread(TcpConnectionThread);
+  g_tcpThread = std::thread(RunJoinedThread<TcpConnectionThread>);
   g_connPipeThreadInfo->SetPipeName(pipeName);
-  g_pipeThread = std::thread(PipeConnectionThread);
-  g_dispatchThread = std::thread(DispatchThread);
+  g_pipeThread = std::thread(RunJoinedThread<PipeConnectionThread>);
+  g_dispatchThread = std::thread(RunJoinedThread<DispatchThread>);
   return VX_SUCCESS;
 }
 
@@ -156,6 +187,7 @@ _tag_VX_ERROR VXStartListeners(const char* pipeName, const char* bindAddress, st
 // Stops, in order: new pipe connections, new TCP connections, the sessions,
 // the dispatch thread, the socket library.
 _tag_VX_ERROR VXShutdown(void) {
+  if (OnThreadShutdownJoins()) return ShutdownOnJoinedThread();
   std::lock_guard<std::recursive_mutex> lock(g_initLock);
   if (g_initCount.load() == 0) return VX_SUCCESS;
   if (g_initCount.fetch_sub(1) != 1) return VX_SUCCESS;

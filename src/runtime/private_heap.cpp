@@ -23,6 +23,10 @@ void PrivateFree(void* pointer) {
   if (pointer != nullptr) platform::HeapFree(pointer);
 }
 
+std::size_t PrivateBlockBytes(std::size_t size) {
+  return platform::HeapBlockBytes(size);
+}
+
 }  // namespace vxbus
 
 void* VXAllocate(std::uint64_t size) {

@@ -9,6 +9,8 @@ namespace vxbus {
 void* PrivateAllocate(std::size_t size);
 void* PrivateReallocate(void* pointer, std::size_t size);  // null pointer: allocates
 void PrivateFree(void* pointer);                           // null pointer: nothing
+// What a block of PrivateAllocate(size) really takes, the heap's own bytes included.
+std::size_t PrivateBlockBytes(std::size_t size);
 
 }  // namespace vxbus
 

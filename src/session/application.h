@@ -104,6 +104,11 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   const std::string& LocalAddress() const { return localAddress_; }
   // Calls written and waiting for their replies; owned by the session.
   VXPendingCalls& PendingCalls() { return *pendingCalls_; }
+  // The session's part of g_dispatchQueue, which serves sessions in turn.
+  QueueShare& DispatchShare() { return dispatchShare_; }
+  // True once the peer is known to have ended its stream, although frames it
+  // sent before may still wait unread. Reader thread only.
+  bool PeerEnded() const { return channel_.IsValid() && channel_->PeerEnded(); }
 
   // What VXGetBusInfo tells of a session; any thread, while it holds a
   // reference. Frames and bytes are whole frames, headers included.
@@ -129,6 +134,8 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   // the session. Every frame of the send queue goes in through here. Once the
   // writer has gone the frame is let go at once, without completion.
   void QueueFrame(MessageRef message);
+  // The same for a frame that counts `bytes` (VXMessageQueue::MessageBytes).
+  void QueueFrame(MessageRef message, std::uint64_t bytes);
   // True when the calling thread may write its frame now; it then holds the
   // write lock and must call WriteClaimed next. Never blocks.
   bool ClaimIdleWriter();
@@ -152,7 +159,7 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
 
  private:
   // VXNotify's wait for room in the send queue (back_pressure.h).
-  friend _tag_VX_ERROR AwaitSendRoom(VXAPPImpl& session, const MessageRef& message);
+  friend _tag_VX_ERROR AwaitSendRoom(VXAPPImpl& session, std::uint64_t bytes);
 
   struct FrameBatch {
     bool hasCall = false;
@@ -216,6 +223,7 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   std::atomic<std::thread::id> readerId_{};
   std::atomic<int> runningThreads_{2};
   std::mutex joinMutex_;
+  QueueShare dispatchShare_;  // lines of its own
 };
 
 }  // namespace vxbus

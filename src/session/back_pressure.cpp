@@ -20,8 +20,15 @@ std::uint64_t DispatchQueueLimitBytes() {
   return g_limits.limits.RESERVED_D;
 }
 
+std::uint64_t DispatchShareLimitBytes() {
+  return DispatchQueueLimitBytes() / kDispatchSharesPerQueue;
+}
+
 _tag_VX_ERROR AwaitSendRoom(VXAPPImpl& session, const MessageRef& message) {
-  const std::uint64_t bytes = VXMessageQueue::MessageBytes(message);
+  return AwaitSendRoom(session, VXMessageQueue::MessageBytes(message));
+}
+
+_tag_VX_ERROR AwaitSendRoom(VXAPPImpl& session, std::uint64_t bytes) {
   const std::uint64_t limit = SendQueueLimitBytes();
   if (session.sendQueue_.HasRoom(bytes, limit)) return VX_SUCCESS;
   const std::int32_t limitMs = g_limits.limits.IO_TIMEOUT_MS;
@@ -39,10 +46,26 @@ _tag_VX_ERROR AwaitSendRoom(VXAPPImpl& session, const MessageRef& message) {
 }
 
 bool AwaitDispatchRoom(VXAPPImpl& session, const MessageRef& message) {
-  const std::uint64_t bytes = VXMessageQueue::MessageBytes(message);
-  return g_dispatchQueue.WaitForRoom(bytes, DispatchQueueLimitBytes(), -1, [&session] {
-    return Stopping(session);
-  }) != VXMessageQueue::Room::kStopped;
+  return AwaitDispatchRoom(session, VXMessageQueue::MessageBytes(message));
+}
+
+bool AwaitDispatchRoom(VXAPPImpl& session, std::uint64_t bytes) {
+  const RoomBounds bounds{DispatchQueueLimitBytes(), &session.DispatchShare(),
+                          DispatchShareLimitBytes()};
+  for (;;) {
+    switch (g_dispatchQueue.WaitForRoom(bytes, bounds, kPeerEndLookMs,
+                                        [&session] { return Stopping(session); })) {
+      case VXMessageQueue::Room::kStopped:
+        return false;
+      case VXMessageQueue::Room::kTimedOut:
+        // Its requests are not read while it waits, so its end would not
+        // be seen by reading: a peer killed mid-flood is let go here.
+        if (session.PeerEnded()) return false;
+        break;
+      default:
+        return true;
+    }
+  }
 }
 
 }  // namespace vxbus

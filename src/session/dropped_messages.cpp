@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "runtime/log.h"
+#include "runtime/printable_name.h"
 #include "runtime/process_state.h"
 
 namespace vxbus {
@@ -18,7 +19,7 @@ void ReportDropped(const std::string& sessionName, const QueueTally& dropped) {
   if (dropped.messages == 0) return;
   if (!g_shuttingDown.load(std::memory_order_relaxed)) {
     VX_LOG(kLogWarning, "Dropped ", dropped.messages, " queued messages (", dropped.bytes,
-           " bytes) for \"", sessionName, '"');
+           " bytes) for \"", PrintableName(sessionName), '"');
     return;
   }
   std::lock_guard<std::mutex> lock(g_shutdownDropsMutex);

@@ -13,8 +13,13 @@ bool VXAPPImpl::WriterStopping() const {
 }
 
 void VXAPPImpl::QueueFrame(MessageRef message) {
+  const std::uint64_t bytes = VXMessageQueue::MessageBytes(message);
+  QueueFrame(std::move(message), bytes);
+}
+
+void VXAPPImpl::QueueFrame(MessageRef message, std::uint64_t bytes) {
   queuedFrames_.fetch_add(1);
-  sendQueue_.Push(std::move(message));
+  sendQueue_.Push(std::move(message), bytes);
   // Nobody takes frames from a closed queue; they would hold the session.
   if (sendQueueClosed_.load()) sendQueue_.DropPushed();
 }

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "runtime/log.h"
+#include "runtime/printable_name.h"
 #include "runtime/process_state.h"
 #include "session/app_id_tokens.h"
 #include "session/application.h"
@@ -14,6 +15,7 @@
 #include "session/session_threads.h"
 #include "transport/app_id_block.h"
 #include "transport/challenge.h"
+#include "transport/guess_backoff.h"
 
 namespace vxbus {
 
@@ -44,16 +46,29 @@ void CallAuthFailedListener(const VXAPPImpl* session, const std::string& appId) 
     listener(session->LocalAddress().c_str(), session->RemoteAddress().c_str(), appId.c_str());
 }
 
+// The address part of a channel's peer address text ("a.b.c.d:port"), which
+// wrong secrets are counted by; a text without a port counts as a whole.
+std::string SourceOf(const std::string& peerAddress) {
+  return peerAddress.substr(0, peerAddress.rfind(':'));
+}
+
 // Steps 3 to 5 of the exchange on the accepting side: the challenge goes
-// out, the answer must match the digest over our secret block.
-bool ChallengeAnswered(ITransportChannel& link) {
+// out, the answer must match the digest over our secret block. A source in
+// its back-off gets no challenge, and its answer is not compared.
+bool ChallengeAnswered(ITransportChannel& link, const std::string& source) {
+  GuessBackoff& backoff = SecretGuessBackoff();
+  if (backoff.Refusing(source)) return false;
   unsigned char challenge[kChallengeBytes];
   if (!FillChallenge(challenge)) return false;
   if (link.Write(challenge, kChallengeBytes) != kChallengeLength) return false;
   unsigned char expected[kAnswerBytes], answer[kAnswerBytes];
   ComputeAnswer(g_limits.limits.authBlock, challenge, expected);
   std::memset(challenge, 0, sizeof challenge);  // the one secret-related wipe
-  return link.Read(answer, kAnswerBytes) == kAnswerLength && AnswerMatches(expected, answer);
+  if (link.Read(answer, kAnswerBytes) != kAnswerLength) return false;
+  if (!backoff.BeginCheck(source)) return false;
+  const bool matched = AnswerMatches(expected, answer);
+  backoff.EndCheck(source, matched);
+  return matched;
 }
 
 }  // namespace
@@ -77,7 +92,7 @@ void VXAPPImpl::RunAcceptExchange() {
     return;
   }
   WriteAppId(link, g_ownAppId);
-  if (!ChallengeAnswered(link)) {
+  if (!ChallengeAnswered(link, SourceOf(RemoteAddress()))) {
     VX_LOG(kLogWarning, "Stage 2: credentials failed");
     CallAuthFailedListener(this, appId);  // the peer's first naming
     return;
@@ -89,7 +104,7 @@ void VXAPPImpl::RunAcceptExchange() {
     return;
   }
   if (IsConnected(appId)) {
-    VX_LOG(kLogError, "Application already connected: '", appId, "'");
+    VX_LOG(kLogError, "Application already connected: '", PrintableName(appId), "'");
     return;
   }
   std::string host, port;

@@ -5,6 +5,7 @@
 
 #include "paramlist/fast_holder.h"
 #include "runtime/object_counters.h"
+#include "runtime/private_heap.h"
 #include "session/application.h"
 
 namespace vxbus {
@@ -48,6 +49,9 @@ ListRef& IVXMessage::GetInputList() {
 }
 ListRef& IVXMessage::GetOutputList() {
   return g_nullList;
+}
+std::size_t IVXMessage::ObjectBytes() const {
+  return PrivateBlockBytes(sizeof(IVXMessage));
 }
 
 const char* IVXMessage::GetApplicationName() const {

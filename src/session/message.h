@@ -4,6 +4,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <cstdint>
 
 #include "runtime/referenced_ptr.h"
@@ -42,6 +43,8 @@ class IVXMessage : public MTObjects::MTReferencedTypeBase {
   virtual std::uint32_t GetSlotId() const { return 0; }
   virtual ListRef& GetInputList();
   virtual ListRef& GetOutputList();
+  // The bytes of the heap that the object itself takes, its lists aside.
+  virtual std::size_t ObjectBytes() const;
 
   // The session's name while it is valid, else an empty string.
   const char* GetApplicationName() const;

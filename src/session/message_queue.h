@@ -4,6 +4,11 @@
 // block; the consumer takes a whole batch with one exchange and serves it
 // in arrival order from a list only it touches.
 //
+// A queue that takes turns (the dispatch queue) serves its producers' shares
+// in turn instead: each message belongs to the share of its session, the
+// messages of one share come out in their order, and the consumer takes one
+// message of each share that has any before it takes a second of one.
+//
 // The queue counts the bytes it holds, with one atomic add per push; the
 // consumer gives popped bytes back in lumps. It enforces no limit itself: a
 // producer that must not overfill it asks for room first (WaitForRoom) and
@@ -18,6 +23,7 @@
 #include <cstdint>
 #include <mutex>
 #include <thread>
+#include <vector>
 
 #include "session/message.h"
 
@@ -33,15 +39,43 @@ struct QueueTally {
   }
 };
 
+// One producer's part of a queue that takes turns: the bytes of its messages
+// pushed, and those of them the consumer has taken. Both counts only grow,
+// and each is written by one side on a line of its own, so that neither hot
+// path moves the other's line; what is held is their difference.
+struct QueueShare {
+  // Bytes pushed and not yet taken; any thread.
+  std::uint64_t Held() const {
+    const std::uint64_t seen = taken.load();  // first: pushed is never behind it
+    return pushed.load() - seen;
+  }
+
+  // The producers of the share (a session's reader, and rarely its writer).
+  alignas(64) std::atomic<std::uint64_t> pushed{0};
+  std::atomic<std::uint64_t> takenSeen{0};  // a `taken` they read: a lower bound of it
+  // The consumer alone.
+  alignas(64) std::atomic<std::uint64_t> taken{0};
+  // Producers that sleep until the share has drained to `wakeAt`.
+  alignas(64) std::atomic<int> waiters{0};
+  std::atomic<std::uint64_t> wakeAt{0};
+};
+
+// The bounds a producer asks room under: the whole queue's, and for a queue
+// that takes turns, its share's (null: none).
+struct RoomBounds {
+  std::uint64_t whole = 0;
+  QueueShare* share = nullptr;
+  std::uint64_t shareLimit = 0;
+};
+
 class VXMessageQueue {
  public:
-  // Counted for every message on top of its list, so that empty lists count.
-  static constexpr std::uint64_t kMessageOverheadBytes = 128;
   // Popped bytes are given back at the latest when this many have gathered.
   static constexpr std::uint64_t kLumpBytes = 4096;
-  // What a message counts for while queued: the overhead and the image of
-  // the list its frame carries (the input list of a request, the output
-  // list of a reply). A null message counts nothing.
+  // What a message counts for while queued: the bytes it really holds of the
+  // heap, which are its own block, its queue node, and each list it carries
+  // (the list object, its image and its children's). A null message counts
+  // nothing.
   static std::uint64_t MessageBytes(const MessageRef& message);
 
   enum class Room {
@@ -55,7 +89,12 @@ class VXMessageQueue {
   // sleeps (see SpinBriefly): worth it where a push mostly comes within
   // microseconds and a wake-up is on the path of a call, as on the dispatch
   // queue; elsewhere it only takes a core from the threads that do the work.
-  explicit VXMessageQueue(bool spins = false) : spins_(spins) {}
+  // A queue that `takesTurns` keeps its messages in one lane per share (the
+  // session of the message, QueueShare of VXAPPImpl) and serves the lanes
+  // in turn, looking for new arrivals before every pop; its producers ask
+  // room under their share's bound as well as the whole queue's.
+  explicit VXMessageQueue(bool spins = false, bool takesTurns = false)
+      : spins_(spins), takesTurns_(takesTurns) {}
   ~VXMessageQueue();
   VXMessageQueue(const VXMessageQueue&) = delete;
   VXMessageQueue& operator=(const VXMessageQueue&) = delete;
@@ -65,6 +104,9 @@ class VXMessageQueue {
   // value, so that a producer done with its reference moves it in and the
   // count of the message is not touched on the way.
   void Push(MessageRef message);
+  // The same for a producer that has counted the message already:
+  // `bytes` is what MessageBytes gave for it.
+  void Push(MessageRef message, std::uint64_t bytes);
 
   // Makes a Pop that waits, or else the next Pop that finds nothing queued,
   // return at once with nothing. Queues nothing; any thread.
@@ -73,6 +115,11 @@ class VXMessageQueue {
   // Consumer only. `limitMs` 0 does not wait, a negative value waits without
   // limit. `out` is empty on a time-out or for a pushed null.
   void Pop(MessageRef& out, std::int32_t limitMs);
+  // Consumer only, on a queue that takes turns: the next message of the lane
+  // that the last Pop (or PopSameLane) served, without taking a turn; false
+  // and `out` empty when that lane has no more. For dropping a whole run of
+  // one share at once.
+  bool PopSameLane(MessageRef& out);
 
   // Consumer only: lets go of everything queued, without handing it out,
   // and says how much that was.
@@ -88,9 +135,12 @@ class VXMessageQueue {
   // alone. Producers that ask at the same moment may each be let in, so a
   // queue may pass its limit by one message per such producer.
   bool HasRoom(std::uint64_t bytes, std::uint64_t limit) const {
-    const std::uint64_t queued = queuedBytes_.load();
-    return queued == 0 || queued + bytes <= limit;
+    return HasRoom(bytes, RoomBounds{limit, nullptr, 0});
   }
+  // The same under a share's bound too: a share that holds nothing always
+  // has room, so that its producer is never kept out by the others; else the
+  // message must fit its share and the whole queue. Its producers only.
+  bool HasRoom(std::uint64_t bytes, const RoomBounds& bounds) const;
   // Returns at once when HasRoom(bytes, limit). Else it blocks the calling
   // producer until the queue has drained to half its limit with room for
   // the message (so that a full queue wakes its producers once per half, not
@@ -99,7 +149,14 @@ class VXMessageQueue {
   // `stop` is tested under the queue's lock: whoever makes it true calls
   // WakeRoomWaiters afterwards.
   template <class Stop>
-  Room WaitForRoom(std::uint64_t bytes, std::uint64_t limit, std::int32_t limitMs, Stop stop);
+  Room WaitForRoom(std::uint64_t bytes, std::uint64_t limit, std::int32_t limitMs, Stop stop) {
+    return WaitForRoom(bytes, RoomBounds{limit, nullptr, 0}, limitMs, stop);
+  }
+  // The same under a share's bound too: a share that is full waits until it
+  // has drained to half its bound, woken by the consumer's take of one of its
+  // own messages, not by the others'.
+  template <class Stop>
+  Room WaitForRoom(std::uint64_t bytes, const RoomBounds& bounds, std::int32_t limitMs, Stop stop);
   // Makes every producer in WaitForRoom look at its conditions again.
   void WakeRoomWaiters();
 
@@ -131,12 +188,32 @@ class VXMessageQueue {
     Node* next;
     MessageRef message;
     std::uint64_t bytes;  // as counted on the way in
+    QueueShare* share;    // of a queue that takes turns; null otherwise or without session
   };
+  // The messages of one share waiting for their turn, oldest first.
+  struct Lane {
+    QueueShare* share;
+    Node* first;
+    Node* last;
+  };
+  static constexpr std::size_t kNoLane = static_cast<std::size_t>(-1);
+
   // Frees the nodes and counts what they held; the bytes are given back.
   QueueTally FreeList(Node* node);
   Node* TakeBatch(std::int32_t limitMs);
+  // Consumer: the stack taken in a batch, put in arrival order into fifo_ or,
+  // on a queue that takes turns, onto the lanes.
+  void Arrange(Node* batch);
+  Node* TakeTurn();
+  Node* TakeFromLane(std::size_t index);
+  void HandOut(Node* node, MessageRef& out);
+  // The consumer's note that a node of `share` has left the queue.
+  void Taken(QueueShare* share, std::uint64_t bytes);
   void GiveBack(std::uint64_t bytes);
-  bool MayResume(std::uint64_t bytes, std::uint64_t limit, Room* why) const;
+  bool MayResume(std::uint64_t bytes, const RoomBounds& bounds, Room* why) const;
+  // Whether a producer that may not resume waits on its share (true) or on
+  // the whole queue.
+  bool WaitsOnShare(std::uint64_t bytes, const RoomBounds& bounds) const;
 
   // Grouped by who writes them, one cache line a group, so that the
   // producers' pushes and the consumer's pops don't move each other's lines.
@@ -147,15 +224,20 @@ class VXMessageQueue {
   // lumps (see Pop), not one atomic subtraction a message.
   alignas(64) Node* fifo_ = nullptr;  // oldest first
   const bool spins_;
+  const bool takesTurns_;
   std::uint64_t unreturnedBytes_ = 0;
+  std::vector<Lane> lanes_;           // of a queue that takes turns: those with messages
+  std::size_t turn_ = 0;              // the lane whose turn is next
+  std::size_t servedLane_ = kNoLane;  // the lane served last, while it has more
   // The consumer's sleep:
   alignas(64) std::mutex mutex_;
   std::condition_variable notEmpty_;
   std::atomic<bool> woken_{false};
   std::atomic<bool> sleeping_{false};  // the consumer is in, or on its way to, its sleep
   // Producers waiting for room:
-  alignas(64) std::atomic<int> roomWaiters_{0};
-  std::atomic<std::uint64_t> wakeAtBytes_{0};  // a pop down to here wakes waiters
+  alignas(64) std::atomic<int> roomWaiters_{0};  // on the whole queue
+  std::atomic<int> shareWaiters_{0};             // on a share of theirs
+  std::atomic<std::uint64_t> wakeAtBytes_{0};    // a pop down to here wakes waiters
   std::atomic<bool> consumerAway_{false};
   std::atomic<std::thread::id> consumer_{};
   std::mutex roomMutex_;  // only for the sleep of producers waiting for room
@@ -163,31 +245,38 @@ class VXMessageQueue {
 };
 
 template <class Stop>
-VXMessageQueue::Room VXMessageQueue::WaitForRoom(std::uint64_t bytes, std::uint64_t limit,
+VXMessageQueue::Room VXMessageQueue::WaitForRoom(std::uint64_t bytes, const RoomBounds& bounds,
                                                  std::int32_t limitMs, Stop stop) {
-  if (HasRoom(bytes, limit)) return Room::kFree;
-  Room why = Room::kFree;
-  wakeAtBytes_.store(limit / 2);
-  // Announced before the first look under the lock, so that a pop in
-  // between either sees the waiter or leaves what that look finds.
-  roomWaiters_.fetch_add(1);
+  if (HasRoom(bytes, bounds)) return Room::kFree;
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
   std::unique_lock<std::mutex> lock(roomMutex_);
-  auto ready = [&] {
-    if (MayResume(bytes, limit, &why)) return true;
-    if (!stop()) return false;
-    why = Room::kStopped;
-    return true;
-  };
-  bool done;
-  if (limitMs < 0) {
-    roomFreed_.wait(lock, ready);
-    done = true;
-  } else {
-    done = roomFreed_.wait_for(lock, std::chrono::milliseconds(limitMs), ready);
+  for (;;) {
+    Room why = Room::kFree;
+    if (MayResume(bytes, bounds, &why)) return why;
+    if (stop()) return Room::kStopped;
+    // Announced before the last look, so that a pop in between either sees
+    // the waiter or leaves what that look finds; the pop wakes it under the
+    // lock held here.
+    const bool onShare = WaitsOnShare(bytes, bounds);
+    std::atomic<int>& waiters = onShare ? bounds.share->waiters : roomWaiters_;
+    if (onShare) {
+      bounds.share->wakeAt.store(bounds.shareLimit / 2);
+      shareWaiters_.fetch_add(1);
+    } else {
+      wakeAtBytes_.store(bounds.whole / 2);
+    }
+    waiters.fetch_add(1);
+    bool timedOut = false;
+    if (!MayResume(bytes, bounds, &why) && !stop()) {
+      if (limitMs < 0)
+        roomFreed_.wait(lock);
+      else
+        timedOut = roomFreed_.wait_until(lock, deadline) == std::cv_status::timeout;
+    }
+    waiters.fetch_sub(1);
+    if (onShare) shareWaiters_.fetch_sub(1);
+    if (timedOut && !MayResume(bytes, bounds, &why) && !stop()) return Room::kTimedOut;
   }
-  lock.unlock();
-  roomWaiters_.fetch_sub(1);
-  return done ? why : Room::kTimedOut;
 }
 
 extern VXMessageQueue& g_dispatchQueue;

@@ -9,6 +9,10 @@ namespace vxbus {
 // The process's one acceptor; lives as long as the process.
 IChannelAcceptor& SessionAcceptor();
 
+// True on a thread that is inside the acceptor: a connection thread or one of
+// its handshake threads, where the listeners of a handshake run.
+bool OnAcceptingThread();
+
 }  // namespace vxbus
 
 #endif  // VXBUS_SESSION_SESSION_ACCEPTOR_H_

@@ -1,6 +1,7 @@
 #include "session/session_threads.h"
 
 #include "runtime/log.h"
+#include "runtime/printable_name.h"
 #include "runtime/process_state.h"
 #include "session/app_id_tokens.h"
 #include "session/application_registry.h"
@@ -49,7 +50,7 @@ LiveThreads& LiveSessionThreads() {
 }
 
 void LogNotInitialized(const VXAPPImpl& session) {
-  VX_LOG(kLogWarning, "Application '", session.Name(), "' is not initialized");
+  VX_LOG(kLogWarning, "Application '", PrintableName(session.Name()), "' is not initialized");
 }
 
 void CallConnectListener(const VXAPPImpl& session) {
@@ -81,7 +82,7 @@ void VXAPPImpl::RunReader() {
   }
   g_applications.Assign(name_, this);
   readerUp_.Set();
-  VX_LOG(kLogInfo, "Application connected:", name_);
+  VX_LOG(kLogInfo, "Application connected:", PrintableName(name_));
   CallConnectListener(*this);
 
   {
@@ -102,8 +103,9 @@ void VXAPPImpl::RunReader() {
         message->Complete(false);
       } else {
         // A full dispatch queue holds the reading back, and so the peer.
-        if (!AwaitDispatchRoom(*this, message)) break;
-        g_dispatchQueue.Push(std::move(message));
+        const std::uint64_t bytes = VXMessageQueue::MessageBytes(message);
+        if (!AwaitDispatchRoom(*this, bytes)) break;
+        g_dispatchQueue.Push(std::move(message), bytes);
       }
     }
   }
@@ -112,7 +114,7 @@ void VXAPPImpl::RunReader() {
   const char* cause = g_shuttingDown.load(std::memory_order_relaxed) ? "Global shutdown: "
                       : stopRequested_.load()                        ? "Local shutdown: "
                                                                      : "Remote disconnect: ";
-  VX_LOG(kLogInfo, cause, '"', name_, '"', " stopped");
+  VX_LOG(kLogInfo, cause, '"', PrintableName(name_), '"', " stopped");
   if (SessionEndHook hook = g_sessionEndHook.load(std::memory_order_acquire)) hook(this);
   CallDisconnectListener(*this);
   // The writer learns of a remote end from this flag; registry and queues
@@ -184,12 +186,12 @@ bool WaitForSessionThreadsToEnd(std::chrono::milliseconds limit) {
 }
 
 void VXAPPImpl::ReleaseThreads() {
-  VX_LOG(kLogInfo, "Start management threads for ", name_);
+  VX_LOG(kLogInfo, "Start management threads for ", PrintableName(name_));
   readerGo_.Set();
   writerGo_.Set();
   readerUp_.Wait();
   writerUp_.Wait();
-  VX_LOG(kLogInfo, "Startup completed for ", name_);
+  VX_LOG(kLogInfo, "Startup completed for ", PrintableName(name_));
 }
 
 }  // namespace vxbus

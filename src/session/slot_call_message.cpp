@@ -7,6 +7,7 @@
 #include "runtime/block_pool.h"
 #include "runtime/little_endian.h"
 #include "runtime/memory_buffer.h"
+#include "runtime/private_heap.h"
 #include "session/application.h"
 
 namespace vxbus {
@@ -91,6 +92,10 @@ void* VXSlotCallMessage::operator new(std::size_t size) {
 }
 void VXSlotCallMessage::operator delete(void* pointer, std::size_t size) {
   PooledFree(pointer, size);
+}
+std::size_t VXSlotCallMessage::ObjectBytes() const {
+  static const std::size_t bytes = PrivateBlockBytes(PooledBlockBytes(sizeof(VXSlotCallMessage)));
+  return bytes;
 }
 
 std::int32_t VXSlotCallMessage::Send() {

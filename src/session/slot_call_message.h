@@ -51,6 +51,7 @@ class VXSlotCallMessage : public IVXMessage {
   std::uint32_t GetSlotId() const override { return body_.slotId; }
   ListRef& GetInputList() override { return body_.input; }
   ListRef& GetOutputList() override { return body_.output; }
+  std::size_t ObjectBytes() const override;
 
  private:
   VXSlotCallBody body_;

@@ -71,8 +71,9 @@ extern MTObjects::MTReferencedPtr<ConnThreadInfo> g_connThreadInfo;
 extern MTObjects::MTReferencedPtr<ConnPipeThreadInfo> g_connPipeThreadInfo;
 
 // Both wait at their gates first and end on g_shuttingDown. The TCP thread
-// runs each handshake on a handshake thread (HandshakeThreads) and waits for
-// them before it ends; the pipe thread runs each one itself.
+// runs each handshake on a handshake thread (HandshakeThreads), within its
+// caps and deadline, and cuts off and joins those still under way before it
+// ends; the pipe thread runs each one itself.
 void TcpConnectionThread();
 void PipeConnectionThread();
 

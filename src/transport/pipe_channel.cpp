@@ -123,7 +123,7 @@ ChannelRef AcceptPipeChannel(const std::atomic<bool>* stop, int* createError) {
   if (listenerPipeInName.empty() || listenerPipeOutName.empty()) return ChannelRef();
   platform::LocalPipe* pipe = platform::AcceptLocalPipe(
       SystemPipeName(listenerPipeInName), SystemPipeName(listenerPipeOutName),
-      g_pipeAcceptWaitMs.load(), stop, createError);
+      g_pipeAcceptWaitMs.load(), g_pipeAcceptWaitMs.load(), stop, createError);
   // The listener reads "_in" and writes "_out".
   return MakeChannel(pipe, listenerPipeOutName, listenerPipeInName);
 }

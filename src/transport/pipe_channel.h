@@ -17,8 +17,8 @@ namespace vxbus {
 extern std::string listenerPipeInName;
 extern std::string listenerPipeOutName;
 
-// How long AcceptPipeChannel waits for a client on "_in": 10 s. Only tests
-// shorten it.
+// How long AcceptPipeChannel waits for a client on "_in", and then again at
+// most for that client on "_out": 10 s. Only tests shorten it.
 extern std::atomic<std::uint32_t> g_pipeAcceptWaitMs;
 
 class PipeChannel : public ITransportChannel {

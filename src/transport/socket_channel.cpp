@@ -121,6 +121,7 @@ std::int32_t SocketChannel::ReadStoppable(void* buffer, std::uint32_t length,
   // costs no clock read.
   const Clock::time_point start = Clock::now();
   while (remaining > 0) {
+    if (readsInterrupted_.load(std::memory_order_acquire)) return -1;
     // A large rest goes straight to its place; a small one takes whatever
     // the socket holds, so that the frames behind it need no receive.
     const bool direct = remaining >= kDirectReadBytes;
@@ -225,7 +226,12 @@ std::int32_t SocketChannel::WaitReadableForever() {
 }
 
 void SocketChannel::InterruptReads() {
+  readsInterrupted_.store(true, std::memory_order_release);
   platform::InterruptReceive(socketHandle);
+}
+
+bool SocketChannel::PeerEnded() {
+  return platform::PeerEndedStream(socketHandle);
 }
 
 ChannelRef ConnectSocketChannel(const char* host, std::uint16_t port) {

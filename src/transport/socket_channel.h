@@ -2,6 +2,7 @@
 #ifndef VXBUS_TRANSPORT_SOCKET_CHANNEL_H_
 #define VXBUS_TRANSPORT_SOCKET_CHANNEL_H_
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <string>
@@ -35,6 +36,7 @@ class SocketChannel : public ITransportChannel {
   std::int32_t WaitReadable(std::uint32_t timeoutMs) override;
   std::int32_t WaitReadableForever() override;
   void InterruptReads() override;
+  bool PeerEnded() override;
   void BeginWriteBatch() override;
   std::int32_t EndWriteBatch() override;
 
@@ -56,6 +58,9 @@ class SocketChannel : public ITransportChannel {
   std::unique_ptr<unsigned char[]> batch_;
   std::uint32_t batched_ = 0;
   bool batching_ = false;
+  // Set by InterruptReads: a peer that goes on sending must not keep a
+  // read going, as the socket may still deliver what arrives after it.
+  std::atomic<bool> readsInterrupted_{false};
 };
 
 // Connects outward to a dotted address or a host name; null on failure.

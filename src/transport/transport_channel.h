@@ -23,6 +23,10 @@ class ITransportChannel : public IByteStream {
   // the reads that follow fail. Writes go on. Safe from any thread while
   // another reads; for a local stop.
   virtual void InterruptReads() = 0;
+  // True once the peer is known to have ended its stream, also while bytes
+  // it sent before still wait unread; false when not, or when the channel
+  // can't tell without reading. Never blocks; the reading thread.
+  virtual bool PeerEnded() { return false; }
 
   // Between these two, small writes may be collected and passed on together
   // in fewer system calls, in order; EndWriteBatch passes on what is left.

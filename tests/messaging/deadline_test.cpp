@@ -11,6 +11,7 @@
 
 #include "bus_test_fixture.h"
 #include "messaging/deadline_timer.h"
+#include "raw_client.h"
 #include "session/application.h"
 #include "session/application_registry.h"
 #include "support/channel_pair.h"
@@ -20,17 +21,7 @@ namespace vxbus {
 namespace testing {
 namespace {
 
-using Bytes = std::vector<unsigned char>;
 using std::chrono::milliseconds;
-
-Bytes Words(const std::vector<std::uint32_t>& words, const Bytes& tail = {}) {
-  Bytes bytes;
-  for (std::uint32_t word : words)
-    for (int shift = 0; shift < 32; shift += 8)
-      bytes.push_back(static_cast<unsigned char>(word >> shift));
-  bytes.insert(bytes.end(), tail.begin(), tail.end());
-  return bytes;
-}
 
 // The image of a list holding the int32 "id" = 7.
 const Bytes kIdRecord = {7, 'i', 'd', 0, 0, 0, 0, 2, 7, 0, 0, 0};

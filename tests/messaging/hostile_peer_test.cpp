@@ -6,28 +6,15 @@
 #include <vector>
 
 #include "bus_test_fixture.h"
-#include "transport/app_id_block.h"
-#include "transport/challenge.h"
+#include "raw_client.h"
 #include "transport/socket_channel.h"
 
 namespace vxbus {
 namespace testing {
 namespace {
 
-using Bytes = std::vector<unsigned char>;
-
 const std::string kSecret = "secret";
 const std::string kSecretHex = "736563726574";
-
-// Little-endian words, then raw bytes, as they go on the wire.
-Bytes Words(const std::vector<std::uint32_t>& words, const Bytes& tail = {}) {
-  Bytes bytes;
-  for (std::uint32_t word : words)
-    for (int shift = 0; shift < 32; shift += 8)
-      bytes.push_back(static_cast<unsigned char>(word >> shift));
-  bytes.insert(bytes.end(), tail.begin(), tail.end());
-  return bytes;
-}
 
 // A one-way request whose root holds one list, which holds one list, and so
 // on, `depth` levels down; every image is empty, so each level is one pair.
@@ -49,19 +36,8 @@ class RawClient {
  public:
   RawClient(int port, const std::string& appId)
       : channel_(ConnectSocketChannel("127.0.0.1", static_cast<std::uint16_t>(port))) {
-    if (!channel_) return;
-    WriteAppId(*channel_, appId);
-    if (ReadAppId(*channel_).empty()) return;
-    unsigned char challenge[kChallengeBytes];
-    if (channel_->Read(challenge, kChallengeBytes) != static_cast<std::int32_t>(kChallengeBytes))
-      return;
-    unsigned char block[kAuthBlockBytes] = {};
-    std::memcpy(block, kSecret.data(), kSecret.size());
-    unsigned char answer[kAnswerBytes];
-    ComputeAnswer(block, challenge, answer);
-    channel_->Write(answer, kAnswerBytes);
-    WriteAppId(*channel_, appId);
-    established_ = !ReadAppId(*channel_).empty();
+    established_ =
+        channel_ && SpeakClientHandshake(*channel_, appId, kSecret) == Outcome::kEstablished;
   }
 
   bool Established() const { return established_; }

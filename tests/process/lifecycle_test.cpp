@@ -2,6 +2,7 @@
 // loopback. Every test ends with the library shut down and its settings back.
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <cstring>
 #include <future>
@@ -316,6 +317,58 @@ TEST_F(LifecycleTest, SessionsEndByASilentCloseAProcessExitAndAShutdownFromTheir
   // Well inside the bound a shutdown gives session threads to finish.
   EXPECT_TRUE(done.WaitFor(std::chrono::seconds(8)));
   --outstanding_;
+}
+
+// The last VXShutdown joins the dispatch thread and the connection threads:
+// called on one of them, from a slot or from a handshake's listener, it is
+// refused with one error line each, and the library runs on until a shutdown
+// from a thread of the application. One that is not the last counts there.
+std::atomic<int> g_shutdownInSlot{1}, g_shutdownInListener{1};
+testing::Signal* g_listenerRan = nullptr;
+
+_tag_VX_ERROR ShutDownInSlot(HVXPARAMLIST, HVXPARAMLIST output, VXSlotContext*) {
+  g_shutdownInSlot = VXShutdown();
+  VXSetStringValue(output, "servedBy", "still here");
+  return VX_SUCCESS;
+}
+
+void ShutDownInAuthFailedListener(const char*, const char*, const char*) {
+  g_shutdownInListener = VXShutdown();
+  g_listenerRan->Raise();
+}
+
+TEST_F(LifecycleTest, ShutdownOnAThreadItWouldJoinIsRefusedAndTheLibraryRunsOn) {
+  constexpr std::uint32_t kSlot = 30;
+  const std::string refusal =
+      "VXShutdown refused on a thread that it would join (a slot, a callback on the dispatch "
+      "thread, or a connection thread); the library keeps running";
+  ASSERT_EQ(VXSetAuthenticationInfo("abc", 3), VX_SUCCESS);
+  VXRegisterSlot(kSlot, ShutDownInSlot, nullptr);
+  testing::Signal listenerRan;
+  g_listenerRan = &listenerRan;
+  VXSetAuthFailedListener(ShutDownInAuthFailedListener);
+  const int port = InitListening("door");
+  Peer guesser(Named("guesser")), caller(Named("caller"));
+  ASSERT_TRUE(guesser.Ready() && caller.Ready());
+
+  guesser.Send("connect 127.0.0.1 " + std::to_string(port) + " 78797a");
+  ASSERT_TRUE(listenerRan.WaitFor());
+  EXPECT_EQ(g_shutdownInListener, VX_ERROR_FAILED);
+  caller.Send("connect 127.0.0.1 " + std::to_string(port) + " 616263");
+  ASSERT_EQ(caller.Expect("connect-result "), Accepted());
+  ASSERT_EQ(Init("door", port), VX_SUCCESS);
+  for (int expected : {VX_SUCCESS, VX_ERROR_FAILED}) {
+    caller.Send("call " + OwnAppId(port, "door") + " " + std::to_string(kSlot));
+    EXPECT_EQ(caller.Expect("call-result "), "call-result list still here");
+    EXPECT_EQ(g_shutdownInSlot, expected);
+  }
+  --outstanding_;  // the first in the slot counted
+  EXPECT_EQ(log_.Count(kLogError, refusal), 2);
+
+  VXSetAuthFailedListener(nullptr);
+  VXUnregisterSlot(kSlot);
+  Shutdown();
+  EXPECT_EQ(log_.Count(kLogInfo, "ConnectionThread. Shutdown"), 1);
 }
 
 }  // namespace

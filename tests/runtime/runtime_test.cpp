@@ -13,12 +13,20 @@
 
 #include "runtime/block_pool.h"
 #include "runtime/object_counters.h"
+#include "runtime/printable_name.h"
 #include "runtime/process_state.h"
 #include "runtime/referenced_ptr.h"
 #include "vxbus.h"
 
 namespace vxbus {
 namespace {
+
+// Every control byte, the ends of the range included, and nothing else.
+TEST(PrintableName, EscapesControlBytesOnlyAndLeavesOtherNamesAsTheyAre) {
+  EXPECT_EQ(PrintableName("vm:7001/server \\ \x80\xff~"), "vm:7001/server \\ \x80\xff~");
+  EXPECT_EQ(PrintableName(std::string("a\0b\x1f\n\r\x7f\x20", 8)), "a\\x00b\\x1f\\x0a\\x0d\\x7f ");
+  EXPECT_EQ(PrintableName(""), "");
+}
 
 // As the heap's realloc: from null it allocates, and a size of 0 gives a
 // block that can be used and freed. Blocks cross between the small and the

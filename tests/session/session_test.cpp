@@ -87,7 +87,6 @@ TEST(PendingCalls, VisitsInOrderOfIdTakesOncePublishesSizeOnAMiss) {
 }
 
 using Room = VXMessageQueue::Room;
-constexpr std::uint64_t kOverhead = VXMessageQueue::kMessageOverheadBytes;
 
 // A one-way message to `slot` whose list holds `payload` bytes of binary value.
 MessageRef OneWay(std::uint32_t payload, const SessionRef& session = SessionRef(),
@@ -101,13 +100,19 @@ MessageRef OneWay(std::uint32_t payload, const SessionRef& session = SessionRef(
   return message;
 }
 
-// What is counted in is given back on every way out: pop, clear, or the
-// end of the queue; a reply counts the list it carries back.
-TEST(QueueBytes, CountTheCarriedListAndComeBackToZero) {
+// A message counts every block it holds: its own, its node's, and each list
+// it carries with the list's object, whole image and nested lists. What is
+// counted in is given back on every way out: pop, clear, or the end of the
+// queue.
+TEST(QueueBytes, CountWhatIsHeldAndComeBackToZero) {
   VXMessageQueue queue;
   MessageRef small = OneWay(10), large = OneWay(5000);
-  const std::uint64_t smallBytes = kOverhead + small->GetInputList()->Used();
-  const std::uint64_t largeBytes = kOverhead + large->GetInputList()->Used();
+  const std::uint64_t smallBytes = VXMessageQueue::MessageBytes(small);
+  const std::uint64_t largeBytes = VXMessageQueue::MessageBytes(large);
+  const std::uint64_t blocks = sizeof(VXSlotCallMessage) + sizeof(FastHolderImpl);
+  EXPECT_GE(smallBytes, blocks + small->GetInputList()->Used());
+  EXPECT_GE(largeBytes, blocks + large->GetInputList()->Used());
+  EXPECT_LT(largeBytes, blocks + large->GetInputList()->Used() + 512);
   queue.Push(small);
   queue.Push(MessageRef());  // a wake-up counts nothing
   queue.Push(large);
@@ -123,20 +128,114 @@ TEST(QueueBytes, CountTheCarriedListAndComeBackToZero) {
   EXPECT_EQ(left.bytes, largeBytes);
   EXPECT_EQ(queue.QueuedBytes(), 0u);
 
-  // Turned into a reply, the same message counts its output list instead.
+  // A reply's output list counts, and so does a nested list, image and all.
   MessageRef reply(new VXSlotCallMessage(
       IVXMessage::EventRef(), SessionRef(), 7, VX_INVALID_PARAMLIST,
       [](const char*, std::uint32_t, HVXPARAMLIST, HVXPARAMLIST, void*) { return VX_SUCCESS; },
       nullptr));
-  VXSetStringValue(HVXPARAMLIST{reply->GetOutputList().get()}, "answer", "forty-two");
-  EXPECT_EQ(VXMessageQueue::MessageBytes(reply), kOverhead);
-  reply->SetReplyState();
-  EXPECT_EQ(VXMessageQueue::MessageBytes(reply), kOverhead + reply->GetOutputList()->Used());
+  const std::uint64_t bare = VXMessageQueue::MessageBytes(reply);
+  HVXPARAMLIST output{reply->GetOutputList().get()};
+  HVXPARAMLIST nested = VXCreateParamList();
+  const std::vector<char> payload(3000, 'n');
+  VXSetBinaryValue(nested, "n", payload.data(), 3000);
+  VXSetHandleValue(output, "nested", nested);
+  VXCloseHandle(nested);
+  EXPECT_GE(VXMessageQueue::MessageBytes(reply), bare + sizeof(FastHolderImpl) + 3000);
   {
     VXMessageQueue dying;
     dying.Push(reply);
   }
   EXPECT_EQ(VXMessageQueue::MessageBytes(MessageRef()), 0u);
+}
+
+// A queue that takes turns serves one message of each session in turn, each
+// session's in its order, sessionless wake-ups in theirs; a session that
+// comes later is served within one round; a lane's rest can be taken at once.
+TEST(TurnTakingQueue, SessionsTakeTurnsAndKeepTheirOwnOrder) {
+  VXMessageQueue queue(false, true);
+  SessionRef a(new VXAPPImpl), b(new VXAPPImpl), c(new VXAPPImpl);
+  std::string served;
+  auto pop = [&] {
+    MessageRef out;
+    queue.Pop(out, 0);
+    if (!out) return served += '-', false;
+    const SessionRef& session = out->GetSession();
+    served += session.get() == a.get() ? 'a' : session.get() == b.get() ? 'b' : 'c';
+    served += std::to_string(out->GetSlotId());
+    return true;
+  };
+  for (std::uint32_t i = 1; i <= 3; ++i)
+    queue.Push(OneWay(0, a, i));
+  queue.Push(MessageRef());
+  queue.Push(OneWay(0, b, 1));
+  queue.Push(OneWay(0, b, 2));
+  pop();
+  pop();
+  queue.Push(OneWay(0, c, 1));  // arrives while a and b still wait
+  while (queue.QueuedBytes() != 0)
+    pop();
+  EXPECT_EQ(served, "a1-b1c1a2b2a3");
+
+  // The rest of the lane just served comes without a turn; the others wait.
+  served.clear();
+  for (std::uint32_t i = 1; i <= 3; ++i) {
+    queue.Push(OneWay(0, a, i));
+    queue.Push(OneWay(0, b, i));
+  }
+  pop();
+  MessageRef out;
+  while (queue.PopSameLane(out))
+    served += std::to_string(out->GetSlotId());
+  EXPECT_FALSE(out);
+  EXPECT_FALSE(queue.PopSameLane(out));  // the lane is gone with its last message
+  while (queue.QueuedBytes() != 0)
+    pop();
+  EXPECT_EQ(served, "a123b1b2b3");
+  EXPECT_EQ(a->DispatchShare().Held() + b->DispatchShare().Held() + c->DispatchShare().Held(), 0u);
+}
+
+// Shares of a queue that takes turns: a session that holds nothing always
+// has room, even in a full queue; a full share waits, is not woken by the
+// others' messages, and goes on once its own have drained to half its bound.
+TEST(TurnTakingQueue, AFullShareWaitsForItsOwnMessagesOnly) {
+  VXMessageQueue queue(false, true);
+  queue.SetConsumerThread(std::this_thread::get_id());
+  SessionRef greedy(new VXAPPImpl), honest(new VXAPPImpl);
+  const std::uint64_t each = VXMessageQueue::MessageBytes(OneWay(100, greedy));
+  auto bounds = [&](const SessionRef& session, std::uint64_t whole) {
+    return RoomBounds{whole * each, &session->DispatchShare(), 4 * each};
+  };
+  for (int i = 0; i < 4; ++i)
+    queue.Push(OneWay(100, greedy));
+  for (int i = 0; i < 11; ++i)
+    queue.Push(OneWay(100));  // sessionless: only the whole bound sees them
+  EXPECT_FALSE(queue.HasRoom(each, bounds(greedy, 100)));  // its share is full
+  EXPECT_TRUE(queue.HasRoom(each, bounds(honest, 15)));    // holds nothing
+  queue.Push(OneWay(100, honest));
+  EXPECT_TRUE(queue.HasRoom(each, bounds(honest, 17)));
+  EXPECT_FALSE(queue.HasRoom(each, bounds(honest, 16)));  // the whole queue is full
+
+  std::atomic<bool> resumed{false};
+  std::thread producer([&] {
+    EXPECT_EQ(queue.WaitForRoom(each, bounds(greedy, 100), 30000, [] { return false; }),
+              Room::kFree);
+    resumed = true;
+  });
+  ASSERT_TRUE(WaitUntil([&] { return greedy->DispatchShare().waiters.load() == 1; }));
+  // Its turns: greedy, sessionless, honest, then greedy once each round.
+  std::uint32_t greedyTaken = 0;
+  MessageRef out;
+  while (greedyTaken < 2) {
+    EXPECT_FALSE(resumed);
+    queue.Pop(out, 0);
+    if (out->GetSession().get() == greedy.get()) ++greedyTaken;
+  }
+  EXPECT_TRUE(WaitUntil([&] { return resumed.load(); }));
+  producer.join();
+  EXPECT_EQ(greedy->DispatchShare().Held(), 2 * each);
+  queue.Clear();
+  EXPECT_EQ(greedy->DispatchShare().Held(), 0u);
+  EXPECT_EQ(honest->DispatchShare().Held(), 0u);
 }
 
 // Producers that wait for room before they push are all let through by a

@@ -18,6 +18,9 @@ Peer::Peer(const PeerOptions& options) : options_(options) {
   add(options.maxConnections != 0, "--max-connections", std::to_string(options.maxConnections));
   add(options.quiet, "--quiet", "1");
   add(options.sendQueueBytes != 0, "--send-queue-bytes", std::to_string(options.sendQueueBytes));
+  add(options.ioTimeoutMs != 0, "--io-timeout-ms", std::to_string(options.ioTimeoutMs));
+  add(options.dispatchQueueBytes != 0, "--dispatch-queue-bytes",
+      std::to_string(options.dispatchQueueBytes));
   std::string program = options.program;
   if (!options.launcher.empty()) {
     arguments.insert(arguments.begin(), program);

@@ -18,8 +18,10 @@ struct PeerOptions {
   std::string pipe;
   std::string secretHex;
   int maxConnections = 0;
-  bool quiet = false;      // the peer keeps its log lines to itself
-  int sendQueueBytes = 0;  // 0 keeps the default bound of each send queue
+  bool quiet = false;          // the peer keeps its log lines to itself
+  int sendQueueBytes = 0;      // 0 keeps the default bound of each send queue
+  int dispatchQueueBytes = 0;  // 0 keeps the default bound of the dispatch queue
+  int ioTimeoutMs = 0;         // 0 keeps the default read time limit
   // The peer program, and what runs it (empty: it runs by itself). A peer
   // built for another system runs through that system's emulator.
   std::string program = VXBUS_TEST_PEER_PATH;

@@ -1,5 +1,5 @@
-// What this process holds of the system, for leak tests: open descriptors
-// and running threads; -1 where the system can't tell.
+// What this process holds of the system, for leak tests: open descriptors,
+// running threads and resident memory; -1 where the system can't tell.
 #ifndef VXBUS_TESTS_SUPPORT_PROCESS_RESOURCES_H_
 #define VXBUS_TESTS_SUPPORT_PROCESS_RESOURCES_H_
 
@@ -13,9 +13,14 @@ inline int CountOpenDescriptors() {
 inline int CountThreads() {
   return -1;
 }
+inline long long ResidentBytes() {
+  return -1;
+}
 #else
 int CountOpenDescriptors();
 int CountThreads();
+// The bytes of this process's memory that are resident.
+long long ResidentBytes();
 #endif
 
 }  // namespace testing

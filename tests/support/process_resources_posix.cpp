@@ -1,4 +1,7 @@
 #include <dirent.h>
+#include <unistd.h>
+
+#include <cstdio>
 
 #include "support/process_resources.h"
 
@@ -24,6 +27,16 @@ int CountOpenDescriptors() {
 
 int CountThreads() {
   return CountEntries("/proc/self/task");
+}
+
+// The second field of statm counts resident pages.
+long long ResidentBytes() {
+  std::FILE* statm = std::fopen("/proc/self/statm", "r");
+  if (statm == nullptr) return -1;
+  long long size = 0, resident = -1;
+  const bool read = std::fscanf(statm, "%lld %lld", &size, &resident) == 2;
+  std::fclose(statm);
+  return read ? resident * sysconf(_SC_PAGESIZE) : -1;
 }
 
 }  // namespace testing

@@ -4,12 +4,14 @@
 //
 //   vxbus_test_peer --name NAME --host HOST [--port N] [--pipe BASE] [--secret-hex HEX]
 //                   [--max-connections N] [--quiet 1] [--send-queue-bytes N]
+//                   [--dispatch-queue-bytes N]
 //
 // Commands: quit | connect HOST PORT [SECRETHEX] | connect-pipe BASE [SECRETHEX]
 //           | call APPID SLOT | notify APPID SLOT COUNT BYTES [reply] | register-signal NAME
-//           | emit NAME | subscribe APPID SIGNAL SLOT | counters | resources
+//           | emit NAME | subscribe APPID SIGNAL SLOT | counters | resources | memory
 //           | release | serve-info SLOT
 #include <algorithm>
+#include <condition_variable>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -96,13 +98,14 @@ _tag_VX_ERROR Record(HVXPARAMLIST input, HVXPARAMLIST output, VXSlotContext* con
   return VX_SUCCESS;
 }
 
-// 8: a slow slot, answering only once the command "release" came (or after
-// a minute, so that a forgotten release ends no run).
+// 8: a slow slot: each run waits until the command "release" came (at most
+// a minute, so that a forgotten release ends no run), and the first says so.
+// What peers send to it meanwhile piles up in this process.
 vxbus::testing::Signal g_released;
 _tag_VX_ERROR Hold(HVXPARAMLIST, HVXPARAMLIST output, VXSlotContext*) {
-  Say("holding");
+  if (!g_released.WaitFor(std::chrono::milliseconds(0))) Say("holding");
   g_released.WaitFor(std::chrono::minutes(1));
-  VXSetStringValue(output, "servedBy", "hold");
+  if (output.value) VXSetStringValue(output, "servedBy", "hold");
   return VX_SUCCESS;
 }
 
@@ -193,6 +196,8 @@ void Command(const std::string& line) {
   } else if (verb == "resources") {
     Say("resources " + std::to_string(vxbus::testing::CountOpenDescriptors()) + " " +
         std::to_string(vxbus::testing::CountThreads()));
+  } else if (verb == "memory") {
+    Say("memory " + std::to_string(vxbus::testing::ResidentBytes()));
   } else {
     Say("unknown-command " + verb);
   }
@@ -220,6 +225,8 @@ int main(int argc, char** argv) {
   limits.size = sizeof limits;
   limits.limits.MAX_CONNECTIONS = number("--max-connections");  // 0 keeps the default
   limits.limits.RESERVED_E = number("--send-queue-bytes");      // each session's send queue
+  limits.limits.RESERVED_D = number("--dispatch-queue-bytes");  // requests for its slots
+  limits.limits.IO_TIMEOUT_MS = number("--io-timeout-ms");      // 0 keeps the default
   if (!secret.empty()) std::memcpy(limits.limits.authBlock, secret.data(), secret.size());
   if (VXInitializeWithPipeChannel(pipe.empty() ? nullptr : pipe.c_str(), nullptr, name.c_str(),
                                   port, &limits) != VX_SUCCESS) {

@@ -10,16 +10,10 @@
 #include <thread>
 #include <vector>
 
-#ifndef _WIN32
-#include <stddef.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
-#endif
-
 #include "runtime/object_counters.h"
 #include "runtime/process_state.h"
 #include "support/channel_pair.h"
+#include "support/half_open_pipe.h"
 #include "support/log_capture.h"
 #include "support/wait.h"
 #include "transport/pipe_channel.h"
@@ -314,23 +308,6 @@ TEST_F(PipeConnectionThreadTest, WithoutAPipeNameTheThreadStopsAndNeverLogsItsSh
   EXPECT_EQ(log_.Count("ConnThread Shutdown"), 0);
 }
 
-#ifndef _WIN32
-// A client that connects only the "_in" half, as a raw socket on the name
-// under which the listener of this platform takes it; -1 when it can't.
-int ConnectOnlyTheInHalf(const std::string& pipe) {
-  const std::string name = pipe + "_in";
-  sockaddr_un address{};
-  address.sun_family = AF_UNIX;
-  if (name.size() + 1 > sizeof address.sun_path) return -1;
-  std::memcpy(address.sun_path + 1, name.data(), name.size());  // abstract name
-  const auto length = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + name.size());
-  const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
-  if (fd >= 0 && ::connect(fd, reinterpret_cast<const sockaddr*>(&address), length) == 0) return fd;
-  if (fd >= 0) ::close(fd);
-  return -1;
-}
-#endif
-
 // A client gets in, so rounds are under way, and goes away at once; one that
 // connects only the "_in" half must not hold up the shutdown either.
 TEST_F(PipeConnectionThreadTest, ShutdownEndsARunningListener) {
@@ -338,19 +315,32 @@ TEST_F(PipeConnectionThreadTest, ShutdownEndsARunningListener) {
   ASSERT_EQ(VXInitializeWithPipeChannel(pipe.c_str(), nullptr, "idle", 0, nullptr), VX_SUCCESS);
   VXConnectionReady();
   ASSERT_TRUE(WaitUntil([&] { return ConnectPipeChannel(pipe).IsValid(); }));
-#ifndef _WIN32
-  int half = -1;
-  ASSERT_TRUE(WaitUntil([&] { return (half = ConnectOnlyTheInHalf(pipe)) >= 0; }));
-#endif
+  HalfOpenPipe half;
+  ASSERT_TRUE(WaitUntil([&] { return half.Open(SystemPipeName(pipe + "_in")); }));
   auto shutdown = std::async(std::launch::async, [] { return VXShutdown(); });
   const bool ended = shutdown.wait_for(std::chrono::seconds(10)) == std::future_status::ready;
-#ifndef _WIN32
-  ::close(half);  // lets a listener that still waits go, so that the test ends
-#endif
+  half.Close();  // lets a listener that still waits go, where it can, so that the test ends
   EXPECT_TRUE(ended);
   EXPECT_EQ(shutdown.get(), VX_SUCCESS);
   EXPECT_EQ(log_.Count("ConnThread Shutdown"), 1);
   EXPECT_FALSE(ConnectPipeChannel(pipe).IsValid());  // no pipe stays behind
+}
+
+// A client that opens only "_in" and holds it holds the listener for one
+// accept wait at most: the next client gets in while it still holds on.
+TEST_F(PipeConnectionThreadTest, AClientWithOnlyTheInHalfHoldsTheListenerForOneWaitAtMost) {
+  g_pipeAcceptWaitMs = 500;
+  const std::string pipe = UniquePipeName("half");
+  ASSERT_EQ(VXInitializeWithPipeChannel(pipe.c_str(), nullptr, "half", 0, nullptr), VX_SUCCESS);
+  VXConnectionReady();
+  HalfOpenPipe half;
+  ASSERT_TRUE(WaitUntil([&] { return half.Open(SystemPipeName(pipe + "_in")); }));
+  // Generous: a connect that waits for a busy listener may see the next
+  // round only when its own 10-second wait for a pipe instance ends.
+  EXPECT_TRUE(
+      WaitUntil([&] { return ConnectPipeChannel(pipe).IsValid(); }, std::chrono::seconds(30)));
+  half.Close();
+  EXPECT_EQ(VXShutdown(), VX_SUCCESS);
 }
 
 }  // namespace

@@ -170,6 +170,14 @@ void HeapFree(void* pointer) {
     std::free(prefix);
 }
 
+// A small block is malloc's chunk for the prefix and the caller's bytes: one
+// word of its own in front, 16-byte steps, 32 bytes at least.
+std::size_t HeapBlockBytes(std::size_t size) {
+  if (size >= kLargeBlockBytes) return RoundUp(size + kPrefixBytes, kHugePageBytes);
+  const std::size_t chunk = RoundUp(size + kPrefixBytes + sizeof(std::size_t), 16);
+  return chunk < 32 ? 32 : chunk;
+}
+
 bool HeapAllowsThreadCaches() {
   return true;
 }

@@ -1,3 +1,4 @@
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include "platform/host.h"
@@ -12,6 +13,14 @@ bool GetHostName(char* buffer, std::size_t size) {
 // POSIX sockets need no library start.
 void StartSocketLibrary() {}
 void StopSocketLibrary() {}
+
+// The soft limit; "unlimited" and a failed query both count as large.
+std::size_t OpenHandleLimit() {
+  constexpr std::size_t kLarge = 1u << 20;
+  rlimit limit{};
+  if (::getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return kLarge;
+  return limit.rlim_cur < kLarge ? static_cast<std::size_t>(limit.rlim_cur) : kLarge;
+}
 
 }  // namespace platform
 }  // namespace vxbus

@@ -123,16 +123,23 @@ pid_t PeerProcess(int fd) {
   return credentials.pid;
 }
 
-// Waits without a limit for the "_out" half of the client that is already
+// Waits up to `waitMs` for the "_out" half of the client that is already
 // connected on `inConnection`. A connection from another process is turned
 // away, so that two clients cannot end up with each other's halves; a client
 // that goes away in the meantime ends the wait, and so does a stop request,
-// so that a client that never opens "_out" cannot hold up a shutdown.
-int AcceptSecondHalf(int outListener, int inConnection, const std::atomic<bool>* stop) {
+// so that a client that never opens "_out" can hold up neither the listener
+// nor a shutdown.
+int AcceptSecondHalf(int outListener, int inConnection, std::int64_t waitMs,
+                     const std::atomic<bool>* stop) {
+  using Clock = std::chrono::steady_clock;
+  const Clock::time_point deadline =
+      Clock::now() + std::chrono::milliseconds(std::max<std::int64_t>(waitMs, 0));
   const pid_t client = PeerProcess(inConnection);
   for (;;) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    if (left <= 0) return -1;
     pollfd entries[2] = {{outListener, POLLIN, 0}, {inConnection, POLLRDHUP, 0}};
-    int result = ::poll(entries, 2, static_cast<int>(kStopCheckMs));
+    int result = ::poll(entries, 2, static_cast<int>(std::min<std::int64_t>(left, kStopCheckMs)));
     if (result < 0) {
       if (errno == EINTR) continue;
       return -1;
@@ -216,7 +223,8 @@ int ConnectTo(const std::string& name) {
 }  // namespace
 
 LocalPipe* AcceptLocalPipe(const std::string& inName, const std::string& outName,
-                           std::int64_t inWaitMs, const std::atomic<bool>* stop, int* createError) {
+                           std::int64_t inWaitMs, std::int64_t outWaitMs,
+                           const std::atomic<bool>* stop, int* createError) {
   int error = 0;
   if (createError != nullptr) *createError = 0;
   if (Stopped(stop)) return nullptr;
@@ -236,7 +244,7 @@ LocalPipe* AcceptLocalPipe(const std::string& inName, const std::string& outName
     ::close(outListener);
     return nullptr;
   }
-  int outConnection = AcceptSecondHalf(outListener, inConnection, stop);
+  int outConnection = AcceptSecondHalf(outListener, inConnection, outWaitMs, stop);
   ::close(outListener);
   if (outConnection < 0) {
     ::close(inConnection);

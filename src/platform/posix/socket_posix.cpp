@@ -248,5 +248,13 @@ void InterruptReceive(SocketHandle socket) {
   ::shutdown(Fd(socket), SHUT_RD);
 }
 
+// The peer's end of stream shows as a read hang-up before the bytes ahead of
+// it are read; a plain POLLIN could be either.
+bool PeerEndedStream(SocketHandle socket) {
+  short seen = 0;
+  return posix::PollOne(Fd(socket), POLLRDHUP, 0, &seen) > 0 &&
+         (seen & (POLLRDHUP | POLLHUP | POLLERR)) != 0;
+}
+
 }  // namespace platform
 }  // namespace vxbus

@@ -19,5 +19,11 @@ void StopSocketLibrary() {
   ::WSACleanup();
 }
 
+// Windows sets no per-process limit on sockets that a program could reach
+// here; the number only has to be large.
+std::size_t OpenHandleLimit() {
+  return 1u << 20;
+}
+
 }  // namespace platform
 }  // namespace vxbus

@@ -1,7 +1,8 @@
 // Local pipes as two one-way Win32 named pipes in the machine's local
-// namespace, "\\.\pipe\<name>". Only the reading end of each side is
-// overlapped, so that a read can be bounded in time and cancelled; writes
-// block until the pipe has taken the bytes.
+// namespace, "\\.\pipe\<name>". The reading end of each side is
+// overlapped, so that a read can be bounded in time and cancelled, and so are
+// both ends that the listener makes, so that its waits for a client are
+// bounded too; writes block until the pipe has taken the bytes.
 #include <windows.h>
 
 #include <algorithm>
@@ -18,11 +19,13 @@ namespace platform {
 // event of the one overlapped read that may be under way.
 class LocalPipe {
  public:
-  LocalPipe(HANDLE read, HANDLE write, HANDLE readEvent, HANDLE interruptEvent, bool listenerSide)
+  LocalPipe(HANDLE read, HANDLE write, HANDLE readEvent, HANDLE interruptEvent, HANDLE writeEvent,
+            bool listenerSide)
       : read(read),
         write(write),
         readEvent(readEvent),
         interruptEvent(interruptEvent),
+        writeEvent(writeEvent),
         listenerSide(listenerSide) {
     if (listenerSide) ownListenerPipes.fetch_add(1);
   }
@@ -31,6 +34,7 @@ class LocalPipe {
     ::CloseHandle(write);
     ::CloseHandle(readEvent);
     ::CloseHandle(interruptEvent);
+    ::CloseHandle(writeEvent);
     if (listenerSide) ownListenerPipes.fetch_sub(1);
   }
   LocalPipe(const LocalPipe&) = delete;
@@ -40,6 +44,7 @@ class LocalPipe {
   const HANDLE write;
   const HANDLE readEvent;       // manual reset
   const HANDLE interruptEvent;  // manual reset; once set, every read ends
+  const HANDLE writeEvent;      // manual reset; for the listener's overlapped writes
   const bool listenerSide;      // the two handles are instances this process made
 
   // Accepted pairs alive in this process: each holds one instance of each
@@ -123,8 +128,8 @@ bool WaitWithStop(HANDLE event, std::int64_t waitMs, const std::atomic<bool>* st
   }
 }
 
-// Waits, within `waitMs` and while `stop` allows, for a client on the
-// overlapped "in" end.
+// Waits, within `waitMs` and while `stop` allows, for a client on an
+// overlapped listening end.
 bool AwaitFirstClient(HANDLE in, std::int64_t waitMs, const std::atomic<bool>* stop) {
   HANDLE event = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
   if (event == nullptr) return false;
@@ -152,14 +157,18 @@ bool AwaitFirstClient(HANDLE in, std::int64_t waitMs, const std::atomic<bool>* s
   return connected;
 }
 
-// Waits without a limit for a client on the blocking "out" end. A client
-// other than the one on "in" is let go again, so that two clients cannot end
-// up with each other's halves.
-bool AwaitSameClient(HANDLE out, HANDLE in) {
+// Waits up to `waitMs`, and while `stop` allows, for a client on the
+// overlapped "out" end, so that a client that opened only "in" holds up
+// neither the listener nor a shutdown. A client other than the one on "in" is
+// let go again, so that two clients cannot end up with each other's halves.
+bool AwaitSameClient(HANDLE out, HANDLE in, std::int64_t waitMs, const std::atomic<bool>* stop) {
+  using Clock = std::chrono::steady_clock;
+  const auto deadline = Clock::now() + std::chrono::milliseconds(std::max<std::int64_t>(waitMs, 0));
   ULONG first = 0;
   const bool known = ::GetNamedPipeClientProcessId(in, &first) != 0;
   for (;;) {
-    if (!::ConnectNamedPipe(out, nullptr) && ::GetLastError() != ERROR_PIPE_CONNECTED) return false;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+    if (left <= 0 || !AwaitFirstClient(out, left, stop)) return false;
     ULONG second = 0;
     if (!known || !::GetNamedPipeClientProcessId(out, &second) || second == first) return true;
     ::DisconnectNamedPipe(out);
@@ -188,24 +197,27 @@ bool HeldElsewhere(HANDLE in) {
 LocalPipe* MakePipe(HANDLE read, HANDLE write, bool listenerSide) {
   HANDLE readEvent = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
   HANDLE interruptEvent = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
-  LocalPipe* pipe = readEvent == nullptr || interruptEvent == nullptr
+  HANDLE writeEvent = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
+  LocalPipe* pipe = readEvent == nullptr || interruptEvent == nullptr || writeEvent == nullptr
                         ? nullptr
-                        : new (std::nothrow)
-                              LocalPipe(read, write, readEvent, interruptEvent, listenerSide);
+                        : new (std::nothrow) LocalPipe(read, write, readEvent, interruptEvent,
+                                                       writeEvent, listenerSide);
   if (pipe == nullptr) {
     ::CloseHandle(read);
     ::CloseHandle(write);
     CloseIfOpen(readEvent);
     CloseIfOpen(interruptEvent);
+    CloseIfOpen(writeEvent);
   }
   return pipe;
 }
 
 }  // namespace
 
-// "in" overlapped, so that its wait is bounded; "out" blocking.
+// Both overlapped, so that both waits are bounded.
 LocalPipe* AcceptLocalPipe(const std::string& inName, const std::string& outName,
-                           std::int64_t inWaitMs, const std::atomic<bool>* stop, int* createError) {
+                           std::int64_t inWaitMs, std::int64_t outWaitMs,
+                           const std::atomic<bool>* stop, int* createError) {
   if (createError != nullptr) *createError = 0;
   if (Stopped(stop)) return nullptr;
   HANDLE in = CreateListeningEnd(inName, PIPE_ACCESS_INBOUND | FILE_FLAG_OVERLAPPED);
@@ -213,7 +225,7 @@ LocalPipe* AcceptLocalPipe(const std::string& inName, const std::string& outName
   if (error == 0 && HeldElsewhere(in)) error = ERROR_ALREADY_EXISTS;
   HANDLE out = INVALID_HANDLE_VALUE;
   if (error == 0) {
-    out = CreateListeningEnd(outName, PIPE_ACCESS_OUTBOUND);
+    out = CreateListeningEnd(outName, PIPE_ACCESS_OUTBOUND | FILE_FLAG_OVERLAPPED);
     if (out == INVALID_HANDLE_VALUE) error = ::GetLastError();
   }
   if (error != 0) {
@@ -222,7 +234,7 @@ LocalPipe* AcceptLocalPipe(const std::string& inName, const std::string& outName
     if (createError != nullptr) *createError = static_cast<int>(error);
     return nullptr;
   }
-  if (!AwaitFirstClient(in, inWaitMs, stop) || !AwaitSameClient(out, in)) {
+  if (!AwaitFirstClient(in, inWaitMs, stop) || !AwaitSameClient(out, in, outWaitMs, stop)) {
     ::CloseHandle(in);
     ::CloseHandle(out);
     return nullptr;
@@ -304,10 +316,21 @@ void WakeLocalPipeAccept() {
   ::SetEvent(AcceptWakeEvent());
 }
 
+// The listener's end is overlapped: its write is waited for without a limit,
+// as a blocking one would be.
 IoResult WriteLocalPipe(LocalPipe* pipe, const void* bytes, std::uint32_t length) {
   if (pipe == nullptr) return Status(IoStatus::kFailed, 0, ERROR_INVALID_HANDLE);
   DWORD written = 0;
-  if (!::WriteFile(pipe->write, bytes, length, &written, nullptr)) return FromLastError();
+  if (!pipe->listenerSide) {
+    if (!::WriteFile(pipe->write, bytes, length, &written, nullptr)) return FromLastError();
+    return Status(IoStatus::kOk, written);
+  }
+  OVERLAPPED overlapped{};
+  overlapped.hEvent = pipe->writeEvent;
+  if (!::WriteFile(pipe->write, bytes, length, nullptr, &overlapped) &&
+      ::GetLastError() != ERROR_IO_PENDING)
+    return FromLastError();
+  if (!::GetOverlappedResult(pipe->write, &overlapped, &written, TRUE)) return FromLastError();
   return Status(IoStatus::kOk, written);
 }
 

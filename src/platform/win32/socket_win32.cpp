@@ -307,5 +307,10 @@ void InterruptReceive(SocketHandle socket) {
   if (waker != INVALID_SOCKET) ::send(waker, &wake, 1, 0);
 }
 
+// Winsock tells the end of a stream only to a read that reaches it.
+bool PeerEndedStream(SocketHandle) {
+  return false;
+}
+
 }  // namespace platform
 }  // namespace vxbus
