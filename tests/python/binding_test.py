@@ -156,7 +156,7 @@ class BusTest(unittest.TestCase):
         self.assertTrue(done.wait(LIMIT))
         self.assertEqual(replies, [{"note": "fragile"}])
         self.shop.notify(2, {"note": "no answer wanted"})
-        self.server.expect("note[PT_STRING]=no answer wanted")
+        self.server.expect('note:string = "no answer wanted"')
 
     def test_signals_both_ways(self):
         # A C++ application's signal reaches our slot 100.

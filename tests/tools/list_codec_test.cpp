@@ -5,9 +5,11 @@
 #include <cstring>
 #include <string>
 
+#include "bus_info_table.h"
 #include "image_decoder.h"
 #include "json.h"
 #include "list_bridge.h"
+#include "list_text.h"
 #include "stream_file.h"
 #include "typed_value.h"
 
@@ -105,6 +107,95 @@ TEST(VxctlTypedValue, IntegersTakeTheNarrowestTypeAndRangesHold) {
   EXPECT_EQ(SplitKey("a:b").name, "a:b");
   EXPECT_EQ(SplitKey("a:b:int64[]").name, "a:b");
   EXPECT_TRUE(SplitKey("a:b:int64[]").array);
+  // From outside, a ':' must start a type: a mistyped one is never a name.
+  TypedKey key;
+  for (const char* typo : {"id:int33", "a:b", "x:json[]", "x:"}) {
+    EXPECT_FALSE(SplitTypedKey(typo, key, error)) << typo;
+    EXPECT_EQ(error.rfind("unknown type '" + std::string(std::strchr(typo, ':') + 1) + "'", 0), 0u)
+        << error;
+  }
+  ASSERT_TRUE(SplitTypedKey("a:b:int64[]", key, error));
+  EXPECT_EQ(key.name, "a:b");
+  List list;
+  Json json;
+  ASSERT_TRUE(ParseJson(R"({"id:int33":5})", json, error));
+  EXPECT_FALSE(ListFromJson(json, 0, list, error));
+}
+
+List FromJsonText(const char* text) {
+  Json json;
+  List list;
+  std::string error;
+  EXPECT_TRUE(ParseJson(text, json, error) && ListFromJson(json, 0, list, error)) << error;
+  return list;
+}
+
+// The library's printer shows 0x0a as " a" and leaves the stream in hex
+// after a binary array; vxctl's own form must do neither.
+TEST(VxctlListText, BytesInHexNumbersInDecimalAndNestingByIndent) {
+  const List list = FromJsonText(R"({"raw:hex":"000102ff0a","blobs:hex[]":["0a",""],"n":255,
+      "big:int64":1099511627776,"empty:hex":"","s":"a\"\u001b[2J\u007f",
+      "sub":{"t":"x","l":[{"a":10},null]},"none:list":null,"noWords:string[]":[],
+      "odd name\n":1})");
+  EXPECT_EQ(ListToText(list),
+            "raw:hex = 000102ff0a\n"
+            "blobs:hex[] (2)\n"
+            "  [0] = 0a\n"
+            "  [1] =\n"
+            "n:int32 = 255\n"
+            "big:int64 = 1099511627776\n"
+            "empty:hex =\n"
+            "s:string = \"a\\\"\\u001b[2J\\u007f\"\n"
+            "sub:list\n"
+            "  t:string = \"x\"\n"
+            "  l:list[] (2)\n"
+            "    [0]\n"
+            "      a:int32 = 10\n"
+            "    [1] = null\n"
+            "none:list = null\n"
+            "noWords:string[] (0)\n"
+            "\"odd name\\n\":int32 = 1\n");
+  EXPECT_EQ(ListToText(List()), "");
+}
+
+// What a peer answers as its bus info is read field by field: a field that
+// is missing or of another type shows as "?", and a peer's text cannot
+// steer the terminal.
+TEST(VxctlBusInfoTable, ShowsEachSessionAndSurvivesAHostileAnswer) {
+  const List info = FromJsonText(R"({"appId":"h:1/shop","version":"0.1.0",
+      "slots":[1,65535,4294967295],
+      "signals":[{"name":"shipped","subscribers":["h:0/a","h:0/b"],"slots":[1000,7]}],
+      "sessions":[{"appId":"h:0/a","channel":"tcp","address":"127.0.0.1:5",
+                   "connectedMs:int64":61500,"framesSent:int64":3,"framesReceived:int64":4,
+                   "bytesSent:int64":48,"bytesReceived:int64":64,"queuedBytes:int64":0,
+                   "pendingCalls":1}],
+      "counters":{"applications":1,"paramLists":4}})");
+  EXPECT_EQ(
+      BusInfoTable(info),
+      "application  h:1/shop\n"
+      "version      0.1.0\n"
+      "slots        1 65535 4294967295\n"
+      "signals      1\n"
+      "  NAME     SUBSCRIBERS\n"
+      "  shipped  h:0/a (slot 1000), h:0/b (slot 7)\n"
+      "sessions     1\n"
+      "  PEER   CHANNEL  ADDRESS      CONNECTED  FRAMES OUT/IN  BYTES OUT/IN  QUEUED  PENDING\n"
+      "  h:0/a  tcp      127.0.0.1:5  1 min 1 s  3/4            48/64         0       1\n"
+      "counters     applications 1, paramLists 4\n");
+  const List hostile = FromJsonText(R"({"appId":"\u001b]0;owned\u0007","slots":"no",
+      "sessions":[{"appId":7},null],"counters:list":null})");
+  EXPECT_EQ(BusInfoTable(hostile),
+            "application  \"\\u001b]0;owned\\u0007\"\n"
+            "version      ?\n"
+            "slots        ?\n"
+            "signals      0\n"
+            "sessions     1\n"
+            "  PEER  CHANNEL  ADDRESS  CONNECTED  FRAMES OUT/IN  BYTES OUT/IN  QUEUED  PENDING\n"
+            "  ?     ?        ?        ?          ?/?            ?/?           ?       ?\n"
+            "counters     ?\n");
+  EXPECT_EQ(Duration(999), "999 ms");
+  EXPECT_EQ(Duration(59999), "59.9 s");
+  EXPECT_EQ(Duration(7500000), "2 h 5 min");
 }
 
 // Image bytes: the records of one list, as a list holds them.

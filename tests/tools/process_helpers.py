@@ -47,14 +47,15 @@ class Program:
             target = self.lines if key.fileobj is self.proc.stdout else self.errors
             target.extend(line.decode(errors="replace") for line in complete)
 
-    def expect(self, prefix, stream="out", limit=LIMIT):
-        """The first line (seen so far or later) that starts with `prefix`."""
+    def expect(self, prefix, stream="out", limit=LIMIT, count=1):
+        """The first line (seen so far or later) that starts with `prefix`;
+        with `count`, once that many have come."""
         deadline = time.monotonic() + limit
         seen = self.lines if stream == "out" else self.errors
         while True:
-            for line in seen:
-                if line.startswith(prefix):
-                    return line
+            found = [line for line in seen if line.startswith(prefix)]
+            if len(found) >= count:
+                return found[0]
             left = deadline - time.monotonic()
             if left <= 0 or not self._selector.get_map():
                 raise AssertionError("%s: no line starting with %r; out=%r err=%r" %

@@ -1,8 +1,10 @@
-"""vxctl against a second process, `vxctl serve`, that is called, notified and
-listened to. Run as: python3 vxctl_test.py VXCTL"""
+"""vxctl against a second process, `vxctl serve` or the test peer, that is
+called, notified, listened to and asked for its bus info.
+Run as: python3 vxctl_test.py VXCTL TEST_PEER"""
 
 import json
 import os
+import re
 import signal
 import socket
 import stat
@@ -14,6 +16,7 @@ import unittest
 from process_helpers import LIMIT, Program, free_tcp_port, run, with_secret
 
 VXCTL = None
+TEST_PEER = None
 SECRET = "tea for two"
 
 
@@ -47,8 +50,8 @@ class VxctlTest(unittest.TestCase):
         code, out, err = self.vxctl("call", self.target, "1", "id=7", "name=Ada",
                                     "big:int64=5", "raw:hex=0aff")
         self.assertEqual(code, 0, err)
-        self.assertEqual(out.splitlines(), ["id[PT_INT32]=7", "name[PT_STRING]=Ada",
-                                            "big[PT_INT64]=5", "raw[PT_BINARY]= aff"])
+        self.assertEqual(out.splitlines(), ["id:int32 = 7", 'name:string = "Ada"',
+                                            "big:int64 = 5", "raw:hex = 0aff"])
 
         saved = os.path.join(self.tmp, "reply.bin")
         code, out, err = self.vxctl("call", self.target, "1", "--json", "--save", saved,
@@ -61,7 +64,14 @@ class VxctlTest(unittest.TestCase):
         code, out, err = self.vxctl("notify", self.target, "2", "note=fragile")
         self.assertEqual((code, out), (0, ""), err)
         self.server.expect("slot 2 from ")
-        self.server.expect("note[PT_STRING]=fragile")
+        self.server.expect('note:string = "fragile"')
+
+    def test_bytes_print_as_hex_and_numbers_stay_decimal_after_a_binary_array(self):
+        code, out, err = self.vxctl("call", self.target, "1", "raw:hex=000102ff0a",
+                                    'blobs:hex[]=["0a",""]', "n=255", 'sub:json={"m":[16]}')
+        self.assertEqual(code, 0, err)
+        self.assertEqual(out, "raw:hex = 000102ff0a\nblobs:hex[] (2)\n  [0] = 0a\n  [1] =\n"
+                              "n:int32 = 255\nsub:list\n  m:int32[] (1)\n    [0] = 16\n")
 
     def test_arguments_build_the_same_list_as_json(self):
         code, out, err = self.vxctl(
@@ -85,6 +95,8 @@ class VxctlTest(unittest.TestCase):
             ('x:json={"a":', "JSON at byte 5: a value is missing"),
             ("x:json=" + "[" * 100, "JSON at byte 65: nested deeper than 64"),
             ("novalue", "expected name=value, name:type=value, {JSON} or @FILE"),
+            ("id:int33=5", "unknown type 'int33'"),
+            ('{"id:int33":5}', "'id:int33': unknown type 'int33'"),
         ]
         cases = [(("call", self.target, "1", arg), SECRET, 2,
                   "vxctl: argument '%s': %s" % (arg, why)) for arg, why in bad_arguments]
@@ -92,8 +104,18 @@ class VxctlTest(unittest.TestCase):
             (("call", self.target, "x1"), SECRET, 2,
              "vxctl: slot 'x1': expected a number from 0 to 4294967295"),
             (("call", self.target, "1", "--secret", "s"), SECRET, 2, "vxctl: --secret is not taken"),
-            (("call", self.target, "1"), "wrong", 4, "vxctl: %s refused the connection" % self.target),
+            (("call", self.target, "1", "--count", "3"), SECRET, 2,
+             "vxctl: call does not take --count; see vxctl call --help"),
+            (("dump", "reply.bin", "--timeout", "1"), SECRET, 2, "vxctl: dump does not take --timeout"),
+            (("serve", "shop", "--port", "1", "--allow-empty"), SECRET, 2,
+             "vxctl: serve does not take --allow-empty"),
+            (("call", self.target, "1", "--timeout", "0"), SECRET, 2,
+             "vxctl: --timeout wants seconds from 0.001 to 86400, not '0'"),
+            (("call", self.target, "1"), "wrong", 4,
+             "vxctl: %s refused the connection: wrong secret or name in use" % self.target),
             (("call", "127.0.0.1:%d" % free_tcp_port(), "1"), SECRET, 3, "vxctl: cannot reach"),
+            (("call", "no-such-host.invalid:1", "1"), SECRET, 3,
+             "vxctl: cannot reach no-such-host.invalid:1: no such host 'no-such-host.invalid'"),
             (("call", self.target, "77"), SECRET, 5, "vxctl: slot 77 of "),
             (("frobnicate",), SECRET, 2, "vxctl: unknown command 'frobnicate'"),
         ]
@@ -102,7 +124,8 @@ class VxctlTest(unittest.TestCase):
                 code, _, err = self.vxctl(*args, secret=secret)
                 self.assertEqual(code, want_code, err)
                 self.assertEqual(len(err.splitlines()), 1, err)
-                self.assertTrue(err.startswith(want_line), err)
+                self.assertIn(want_line, err)
+                self.assertTrue(err.startswith("vxctl: "), err)
         self.server.expect("refused ")
 
     def test_listen_prints_a_signal_that_the_server_emits_and_stops_cleanly(self):
@@ -116,6 +139,101 @@ class VxctlTest(unittest.TestCase):
         listener.proc.send_signal(signal.SIGINT)
         self.assertEqual(listener.finish(), 0)
         self.server.expect("disconnected ")
+
+    def test_info_shows_the_sessions_slots_and_subscribers_of_serve(self):
+        listener = Program([VXCTL, "listen", self.target, "shipped"], env=with_secret(SECRET))
+        self.addCleanup(listener.stop)
+        listener.expect("vxctl: listening", stream="err")
+        listening = self.server.expect("connected ")[len("connected "):]
+        code, out, err = self.vxctl("info", self.target)
+        self.assertEqual(code, 0, err)
+        lines = out.splitlines()
+        self.assertEqual(lines[:4], ["application  " + self.server.lines[0][len("ready "):],
+                                     "version      " + version_of_the_library(),
+                                     "slots        1 2 65535 4294967294 4294967295",
+                                     "signals      1"])
+        self.assertEqual(lines[5].split(), ["shipped", listening, "(slot", "1000)"])
+        self.assertEqual(lines[6], "sessions     2")  # the listener's and our own
+        rows = {row.split()[0]: row.split() for row in lines[8:10]}
+        self.assertEqual(rows[listening][1:3], ["tcp", "127.0.0.1:" + rows[listening][2].split(":")[1]])
+        self.assertTrue(lines[10].startswith("counters     applications 2, messages "), lines[10])
+
+        code, out, err = self.vxctl("info", self.target, "--json")
+        self.assertEqual(code, 0, err)
+        sessions = json.loads(out)["sessions"]
+        self.assertIn(listening, [s["appId"] for s in sessions])
+        self.assertEqual({s["channel"] for s in sessions}, {"tcp"})
+        code, _, err = self.vxctl("info", self.target, "--slot", "2")  # prints, answers empty
+        self.assertEqual(code, 5, err)
+        self.assertIn("its bus info is not served there", err)
+
+    def test_info_watch_refreshes_until_ctrl_c_and_ends_with_0(self):
+        watcher = Program([VXCTL, "info", self.target, "--watch"], env=with_secret(SECRET))
+        self.addCleanup(watcher.stop)
+        watcher.expect("vxctl: watching", stream="err")
+        watcher.expect("counters ", count=2)  # a table, and a second one a second later
+        watcher.proc.send_signal(signal.SIGINT)
+        self.assertEqual(watcher.finish(), 0)
+        self.assertEqual(watcher.errors, ["vxctl: watching " + self.server.lines[0][len("ready "):] +
+                                          "; Ctrl-C stops"])
+
+
+def version_of_the_library():
+    code, out, _ = run([VXCTL, "--version"])
+    return out.split()[-1]
+
+
+class DeadlineTest(unittest.TestCase):
+    """--timeout against the test peer, whose slot 8 holds a call until released."""
+
+    def setUp(self):
+        self.port = free_tcp_port()
+        self.target = "127.0.0.1:%d" % self.port
+        self.peer = Program([TEST_PEER, "--name", "slow", "--host", socket.gethostname(),
+                             "--port", str(self.port), "--secret-hex", SECRET.encode().hex(),
+                             "--quiet", "1"])
+        self.addCleanup(self.peer.stop)
+        self.peer.expect("ready ")
+
+    def vxctl(self, *args):
+        return run([VXCTL] + list(args), env=with_secret(SECRET))
+
+    def test_a_slow_slot_times_out_with_6_and_the_peer_still_answers(self):
+        # The notification waits behind the held call: the peer runs one slot at a time.
+        for command in ("call", "notify"):
+            with self.subTest(command=command):
+                code, out, err = self.vxctl(command, self.target, "8", "--timeout", "0.3")
+                self.assertEqual((code, out), (6, ""), err)
+                self.assertRegex(err, r"^vxctl: timed out: no (reply|word) from slot 8 of \S+/slow "
+                                      r"within --timeout 0.3 s")
+        self.peer.expect("holding")
+        self.peer.send("release")
+        self.peer.expect("released")
+        code, out, err = self.vxctl("call", self.target, "1", "--timeout", "10", "a=1")
+        self.assertEqual((code, out.splitlines()[0]), (0, "a:int32 = 1"), err)
+        code, out, err = self.vxctl("info", self.target, "--slot", "1")  # echoes, adds servedBy
+        self.assertEqual((code, out), (1, ""), err)
+        self.assertIn("answered with a list that is not bus info", err)
+        self.peer.send("quit")
+        self.assertEqual(self.peer.finish(), 0)
+
+    def test_a_connect_that_gets_no_handshake_times_out_with_6(self):
+        with socket.socket() as silent:
+            silent.bind(("127.0.0.1", 0))
+            silent.listen(4)
+            target = "127.0.0.1:%d" % silent.getsockname()[1]
+            for command in (["call", target, "1"], ["info", target], ["listen", target, "s"]):
+                with self.subTest(command=command[0]):
+                    code, _, err = self.vxctl(*command, "--timeout", "0.2")
+                    self.assertEqual((code, err), (6, "vxctl: timed out connecting to %s "
+                                                      "(--timeout 0.2 s)\n" % target))
+
+    def test_version_names_the_tool_and_the_library(self):
+        code, out, err = self.vxctl("--version")
+        self.assertEqual(code, 0, err)
+        match = re.fullmatch(r"vxctl (\d+\.\d+\.\d+), library (\d+\.\d+\.\d+)\n", out)
+        self.assertTrue(match, out)
+        self.assertEqual(match.group(1), match.group(2))
 
 
 def listening_address(port):
@@ -229,7 +347,7 @@ class DumpTest(unittest.TestCase):
     def test_the_stream_of_a_nested_list_prints(self):
         code, out, err = self.dump(NESTED)
         self.assertEqual((code, out.splitlines()),
-                         (0, ["id[PT_INT32]=7", "sub[PT_PARAMHANDLE]=", "  s[PT_STRING]=hi"]), err)
+                         (0, ["id:int32 = 7", "sub:list", '  s:string = "hi"']), err)
         self.assertEqual(self.dump(NESTED, "--json")[1], '{"id":7,"sub":{"s":"hi"}}\n')
         self.assertEqual(self.dump(pair(0, 0))[:2], (0, ""))
 
@@ -252,4 +370,5 @@ class DumpTest(unittest.TestCase):
 
 if __name__ == "__main__":
     VXCTL = sys.argv.pop(1)
+    TEST_PEER = sys.argv.pop(1)
     unittest.main(verbosity=2)

@@ -188,7 +188,7 @@ class TwoInstallations(BridgeCase):
         plain.expect("listening")
         code, _, err = self.vxctl("notify", "127.0.0.1:%d" % pa, "22", "note=fragile")
         self.assertEqual(code, 0, err)
-        b.expect("note[PT_STRING]=fragile")
+        b.expect('note:string = "fragile"')
         self.notify_one_way(pa, 22, 3, 5)
         self.assertEqual(b.count_in("slot 2 from " + b_id, 4), 4)
         self.assertEqual(plain.count_in("message reply=no ", 3), 3)

@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "deadline.h"
 #include "options.h"
 #include "vxbus.h"
 
@@ -11,9 +12,14 @@ namespace vxctl {
 
 // Starts the library as "vxctl-<pid>" (connecting out only) and connects to
 // `target`: "host:port", "host:port/name" (the name is not checked) or
-// "pipe:NAME". Reports failure on standard error and gives the exit code;
-// on success `appId` is the peer's name on the bus.
-ExitCode StartAndConnect(const Options& options, const std::string& target, std::string& appId);
+// "pipe:NAME". Reports failure on standard error and gives the exit code,
+// telling a host that does not resolve, a port where nothing listens, a
+// failed handshake and a refusal apart; on success `appId` is the peer's
+// name on the bus. When `deadline` passes first it says so and ends the
+// process at once with kExitTimedOut: the connect cannot be stopped, and the
+// library's ordered stop would wait for it.
+ExitCode StartAndConnect(const Options& options, const std::string& target,
+                         const Deadline& deadline, std::string& appId);
 
 // The limits record for our own library: the defaults (zero words keep
 // them), with MAX_READ_SIZE from --max-read-size, and `secret`, since the

@@ -8,6 +8,7 @@
 
 #include "bus_client.h"
 #include "commands.h"
+#include "deadline.h"
 #include "list_bridge.h"
 #include "list_output.h"
 #include "stream_file.h"
@@ -16,14 +17,18 @@
 namespace vxctl {
 namespace {
 
-// Set on a library thread when the answer to a notification says that the
-// session ended. A process-wide flag: a late answer may still come after main
-// stopped waiting.
-std::atomic<bool> g_notifySessionEnded{false};
+// How long notify waits for the word that its notification arrived when
+// --timeout is not given.
+constexpr int kDefaultNotifyWaitMs = 10000;
+
+// Set on a library thread when the answer to a notification came without a
+// reply: the session ended or the time ran out. A process-wide flag: the
+// answer may still come after main stopped waiting.
+std::atomic<bool> g_notifyUnanswered{false};
 
 _tag_VX_ERROR OnNotifyAnswered(const char*, std::uint32_t, HVXPARAMLIST, HVXPARAMLIST output,
                                void*) {
-  g_notifySessionEnded = output == VX_INVALID_PARAMLIST;
+  g_notifyUnanswered = output == VX_INVALID_PARAMLIST;
   Wake(kWakeDone);
   return VX_SUCCESS;
 }
@@ -35,7 +40,7 @@ struct Request {
 };
 
 // Parses the operands, connects, and fills `request`; kExitOk or why not.
-int Prepare(const Options& options, Request& request) {
+int Prepare(const Options& options, const Deadline& deadline, Request& request) {
   if (options.operands.size() < 2) {
     Complain(options.command + " wants TARGET SLOT [ARGS...]; see vxctl " + options.command +
              " --help");
@@ -45,7 +50,7 @@ int Prepare(const Options& options, Request& request) {
   if (!ParseSlot(options.operands[1], request.slot) ||
       !BuildInputList(options, {options.operands.begin() + 2, options.operands.end()}, input))
     return kExitUsage;
-  int code = StartAndConnect(options, options.operands[0], request.appId);
+  int code = StartAndConnect(options, options.operands[0], deadline, request.appId);
   if (code == kExitOk) request.list = ToHandle(input);
   return code;
 }
@@ -82,17 +87,24 @@ bool BuildInputList(const Options& options, const std::vector<std::string>& oper
 }
 
 int RunCall(const Options& options) {
+  const Deadline deadline(options.timeoutMs);
   Request request;
-  int code = Prepare(options, request);
+  int code = Prepare(options, deadline, request);
   if (code != kExitOk) return code;
+  const std::string what = "slot " + std::to_string(request.slot) + " of " + request.appId;
   HVXPARAMLIST reply = VX_INVALID_PARAMLIST;
   {
-    Interruptible calling("calling slot " + std::to_string(request.slot) + " of " + request.appId);
-    reply = VXCall(request.appId.c_str(), request.slot, request.list);
+    Interruptible calling("calling " + what);
+    reply = deadline.Limited() ? VXCallWithTimeout(request.appId.c_str(), request.slot,
+                                                   request.list, deadline.LeftMs())
+                               : VXCall(request.appId.c_str(), request.slot, request.list);
   }
   VXCloseHandle(request.list);
   std::string error;
-  if (reply == VX_INVALID_PARAMLIST) {
+  if (reply == VX_INVALID_PARAMLIST && deadline.Passed()) {
+    Complain("timed out: no reply from " + what + " within --timeout " + deadline.Text());
+    code = kExitTimedOut;
+  } else if (reply == VX_INVALID_PARAMLIST) {
     Complain("the session with " + request.appId + " ended before the reply came");
     code = kExitFailed;
   } else if (!PrintList(std::cout, reply, options.json, error)) {
@@ -101,8 +113,7 @@ int RunCall(const Options& options) {
   } else if (!options.save.empty() && !Save(options.save, reply)) {
     code = kExitFailed;
   } else if (VXGetHandleSize(reply) == 0 && !options.allowEmpty) {
-    Complain("slot " + std::to_string(request.slot) + " of " + request.appId +
-             " gave an empty reply: it may have no such slot (--allow-empty accepts it)");
+    Complain(what + " gave an empty reply: it may have no such slot (--allow-empty accepts it)");
     code = kExitEmptyReply;
   }
   VXCloseHandle(reply);
@@ -110,28 +121,42 @@ int RunCall(const Options& options) {
 }
 
 int RunNotify(const Options& options) {
+  const Deadline deadline(options.timeoutMs);
   Request request;
-  int code = Prepare(options, request);
+  int code = Prepare(options, deadline, request);
   if (code != kExitOk) return code;
+  const std::string what = "slot " + std::to_string(request.slot) + " of " + request.appId;
   // The peer answers a notification that has a callback; waiting for that
-  // answer tells us it arrived before we disconnect.
-  _tag_VX_ERROR sent =
-      VXNotify(request.appId.c_str(), request.slot, request.list, OnNotifyAnswered, nullptr);
-  VXCloseHandle(request.list);
+  // answer tells us it arrived before we disconnect. The library runs the
+  // callback once, without a reply when the time runs out.
+  const int waitMs = deadline.Limited() ? deadline.LeftMs() : kDefaultNotifyWaitMs;
+  const Deadline waiting(waitMs);
+  _tag_VX_ERROR sent = VXNotifyWithTimeout(request.appId.c_str(), request.slot, request.list,
+                                           OnNotifyAnswered, nullptr, waitMs);
   WakeReason why = kWakeTimeout;
   if (sent == VX_SUCCESS) {
-    Interruptible notifying("notifying slot " + std::to_string(request.slot) + " of " +
-                            request.appId);
-    why = WaitForWake(options.timeoutSeconds * 1000);
+    Interruptible notifying("notifying " + what);
+    // The callback comes at the latest at the deadline; the margin only
+    // keeps a lost one from holding us for ever.
+    const Deadline margin(waitMs + 5000);
+    while ((why = WaitForWake(margin.LeftMs())) != kWakeDone && why != kWakeTimeout) {
+    }
   }
-  if (sent != VX_SUCCESS || (why == kWakeDone && g_notifySessionEnded)) {
+  const bool timedOut = why == kWakeTimeout || (g_notifyUnanswered && waiting.Passed());
+  if (sent != VX_SUCCESS) {
+    Complain("the notification to " + what + " was not sent: " + VXErrorText(sent));
+    code = kExitFailed;
+  } else if (!timedOut && g_notifyUnanswered) {
     Complain("the session with " + request.appId + " ended before the notification arrived");
     code = kExitFailed;
-  } else if (why == kWakeTimeout) {
-    Complain("no word from " + request.appId + " within " + std::to_string(options.timeoutSeconds) +
-             " s that the notification arrived");
-    code = kExitFailed;
+  } else if (timedOut) {
+    Complain("timed out: no word from " + what + " within " +
+             (deadline.Limited() ? "--timeout " + deadline.Text() : waiting.Text()) +
+             " that the notification arrived");
+    code = kExitTimedOut;
   }
+  // Its input list stays unchanged until the callback has run.
+  if (why == kWakeDone) VXCloseHandle(request.list);
   Leave(code);
 }
 

@@ -3,8 +3,7 @@
 
 #include "bus_client.h"
 #include "commands.h"
-#include "list_bridge.h"
-#include "list_output.h"
+#include "list_text.h"
 #include "stream_file.h"
 #include "typed_value.h"
 
@@ -30,10 +29,7 @@ int RunDump(const Options& options) {
     std::cout << ListToJson(*list) << std::endl;
     return kExitOk;
   }
-  // The same readable form as a reply: through a list of the library's own.
-  HVXPARAMLIST handle = ToHandle(*list);
-  PrintList(std::cout, handle, false, error);
-  VXCloseHandle(handle);
+  std::cout << ListToText(*list);
   return kExitOk;
 }
 

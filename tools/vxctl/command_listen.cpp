@@ -61,7 +61,7 @@ int RunListen(const Options& options) {
   g_listening.json = options.json;
   g_listening.limit = options.count;
   std::string appId;
-  int code = StartAndConnect(options, options.operands[0], appId);
+  int code = StartAndConnect(options, options.operands[0], Deadline(options.timeoutMs), appId);
   if (code != kExitOk) return code;
   {
     std::lock_guard<std::mutex> lock(g_listening.peerMutex);

@@ -146,6 +146,7 @@ int RunServe(const Options& options) {
   CatchStopSignals();
   VXRegisterSlot(kEchoSlot, Echo, nullptr);
   VXRegisterSlot(kPrintSlot, Print, nullptr);
+  VXServeBusInfo(kBusInfoSlot);  // what `vxctl info` asks for
   for (const auto& signal : options.signals)
     VXRegisterSignal(signal.c_str());
   VXConnectionReady();

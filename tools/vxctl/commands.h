@@ -12,6 +12,7 @@ int RunNotify(const Options& options);  // notify TARGET SLOT [ARGS...]
 int RunListen(const Options& options);  // listen TARGET SIGNAL...
 int RunServe(const Options& options);   // serve NAME
 int RunDump(const Options& options);    // dump FILE
+int RunInfo(const Options& options);    // info TARGET
 
 // Parses a slot number operand; false (after saying why) when it is none.
 bool ParseSlot(const std::string& text, std::uint32_t& slot);

@@ -1,6 +1,7 @@
 #include "list_output.h"
 
 #include "list_bridge.h"
+#include "list_text.h"
 #include "typed_value.h"
 
 namespace vxctl {
@@ -17,7 +18,9 @@ bool PrintList(std::ostream& out, HVXPARAMLIST list, bool json, std::string& err
     out << text << std::endl;
     return true;
   }
-  PrintHandleInfoRecurse(out, list, true, 0);
+  ListPtr model = FromHandle(list, error);
+  if (!model) return false;
+  out << ListToText(*model);
   out.flush();
   return true;
 }

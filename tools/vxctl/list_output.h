@@ -1,4 +1,5 @@
-// How vxctl prints a list: the library's readable dump, or one line of JSON.
+// How vxctl prints a list: in its readable form (list_text.h), or as one line
+// of JSON.
 #ifndef VXCTL_LIST_OUTPUT_H_
 #define VXCTL_LIST_OUTPUT_H_
 

@@ -23,6 +23,28 @@ bool Number(const std::string& option, const std::string& text, long low, long h
   return true;
 }
 
+// Seconds with an optional decimal fraction ("2", "0.25"), from one
+// millisecond to a day, as whole milliseconds.
+bool Seconds(const std::string& option, const std::string& text, int& ms, std::string& error) {
+  const std::size_t dot = text.find('.');
+  const std::string whole = text.substr(0, dot);
+  const std::string fraction = dot == std::string::npos ? "" : text.substr(dot + 1);
+  const bool digitsOnly = (whole + fraction).find_first_not_of("0123456789") == std::string::npos;
+  if (digitsOnly && !(whole + fraction).empty() && whole.size() <= 5 &&
+      (dot == std::string::npos || !fraction.empty())) {
+    long total = std::strtol(("0" + whole).c_str(), nullptr, 10) * 1000;
+    std::string millis = (fraction + "000").substr(0, 3);
+    total += std::strtol(millis.c_str(), nullptr, 10);
+    if (fraction.size() > 3 && fraction.find_first_not_of('0', 3) != std::string::npos) ++total;
+    if (total >= 1 && total <= 86400L * 1000) {
+      ms = static_cast<int>(total);
+      return true;
+    }
+  }
+  error = option + " wants seconds from 0.001 to 86400, not '" + text + "'";
+  return false;
+}
+
 }  // namespace
 
 bool ParseOptions(int argc, char** argv, Options& out, std::string& error) {
@@ -36,19 +58,24 @@ bool ParseOptions(int argc, char** argv, Options& out, std::string& error) {
         out.operands.push_back(arg);
       continue;
     }
+    if (arg != "--") out.given.push_back(arg);
     if (arg == "--") {
       optionsEnd = true;
     } else if (arg == "--help" || arg == "-h") {
       out.help = true;
+    } else if (arg == "--version") {
+      out.version = true;
+    } else if (arg == "--watch") {
+      out.watch = true;
     } else if (arg == "--json") {
       out.json = true;
     } else if (arg == "--allow-empty") {
       out.allowEmpty = true;
     } else if (arg == "--verbose") {
       out.verbose = true;
-    } else if (arg == "--secret-file" || arg == "--name" || arg == "--port" || arg == "--pipe" ||
-               arg == "--bind" || arg == "--signal" || arg == "--count" || arg == "--save" ||
-               arg == "--timeout" || arg == "--max-read-size") {
+    } else if (arg == "--secret-file" || arg == "--port" || arg == "--pipe" || arg == "--bind" ||
+               arg == "--signal" || arg == "--count" || arg == "--save" || arg == "--timeout" ||
+               arg == "--max-read-size" || arg == "--slot") {
       if (i + 1 >= argc) {
         error = arg + " wants a value";
         return false;
@@ -57,8 +84,6 @@ bool ParseOptions(int argc, char** argv, Options& out, std::string& error) {
       long n = 0;
       if (arg == "--secret-file")
         out.secretFile = value;
-      else if (arg == "--name")
-        out.name = value;
       else if (arg == "--pipe")
         out.pipe = value;
       else if (arg == "--bind")
@@ -77,9 +102,11 @@ bool ParseOptions(int argc, char** argv, Options& out, std::string& error) {
         if (!Number(arg, value, 1, 0xFFFFFFFFL, n, error)) return false;
         out.maxReadSize = static_cast<std::size_t>(n);
         out.maxReadSizeGiven = true;
-      } else {
-        if (!Number(arg, value, 1, 86400, n, error)) return false;
-        out.timeoutSeconds = static_cast<int>(n);
+      } else if (arg == "--slot") {
+        if (!Number(arg, value, 0, 0xFFFFFFFFL, n, error)) return false;
+        out.infoSlot = static_cast<std::uint32_t>(n);
+      } else if (!Seconds(arg, value, out.timeoutMs, error)) {
+        return false;
       }
     } else if (arg == "--secret") {
       error =
@@ -89,6 +116,18 @@ bool ParseOptions(int argc, char** argv, Options& out, std::string& error) {
       return false;
     } else {
       error = "unknown option '" + arg + "'";
+      return false;
+    }
+  }
+  return true;
+}
+
+bool CheckOptionsTaken(const Options& options, const std::string& taken, std::string& error) {
+  const std::string padded = " " + taken + " --help -h ";
+  for (const std::string& option : options.given) {
+    if (padded.find(" " + option + " ") == std::string::npos) {
+      error = options.command + " does not take " + option + "; see vxctl " + options.command +
+              " --help";
       return false;
     }
   }
@@ -134,10 +173,11 @@ bool ListFromOperands(const std::vector<std::string>& operands, std::size_t read
     } else if (arg.find('=') == std::string::npos) {
       why = "expected name=value, name:type=value, {JSON} or @FILE";
     } else {
-      TypedKey key = SplitKey(arg.substr(0, arg.find('=')));
+      TypedKey key;
       Value value;
-      why = CheckName(key.name);
-      if (why.empty() && ValueFromText(key, arg.substr(arg.find('=') + 1), value, why, readLimit)) {
+      if (SplitTypedKey(arg.substr(0, arg.find('=')), key, why) &&
+          (why = CheckName(key.name)).empty() &&
+          ValueFromText(key, arg.substr(arg.find('=') + 1), value, why, readLimit)) {
         values.emplace_back(std::move(key.name), std::move(value));
         continue;
       }

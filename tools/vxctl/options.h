@@ -2,6 +2,7 @@
 #ifndef VXCTL_OPTIONS_H_
 #define VXCTL_OPTIONS_H_
 
+#include <cstdint>
 #include <string>
 #include <vector>
 
@@ -18,7 +19,13 @@ enum ExitCode {
   kExitUnreachable = 3,  // nothing answered at the target
   kExitRefused = 4,      // the peer refused us: wrong secret, or a duplicate name
   kExitEmptyReply = 5,   // the slot answered with an empty list: most likely no such slot
+  kExitTimedOut = 6,     // --timeout ran out while connecting, calling or notifying
 };
+
+// The slot on which `vxctl serve` offers its bus info, and where `vxctl info`
+// asks for it unless --slot says otherwise. Far from the small numbers that
+// applications tend to take, and below the built-in slots.
+constexpr std::uint32_t kBusInfoSlot = 65535;
 
 // The environment variable that holds the secret when --secret-file is not given.
 constexpr const char* kSecretVariable = "VXBUS_SECRET";
@@ -26,19 +33,24 @@ constexpr const char* kSecretVariable = "VXBUS_SECRET";
 struct Options {
   std::string command;
   std::vector<std::string> operands;
+  std::vector<std::string> given;  // each option given, as written, for CheckOptionsTaken
   bool help = false;
+  bool version = false;
   bool json = false;
   bool allowEmpty = false;
   bool verbose = false;
+  bool watch = false;  // info: refresh each second
   std::string secretFile;
-  std::string name;  // serve: our application name
   int port = 0;
   std::string pipe;
   std::string bind;
   std::vector<std::string> signals;
   long count = 0;    // listen: stop after this many notifications; 0 is never
   std::string save;  // call: also write the reply's stream form here
-  int timeoutSeconds = 10;
+  // --timeout in milliseconds; -1 when not given. Counted from the start
+  // of connecting, through the call or notification.
+  int timeoutMs = -1;
+  std::uint32_t infoSlot = kBusInfoSlot;  // info: --slot
   // The limits record's MAX_READ_SIZE for our own library, and the most
   // that a bin=@FILE or a JSON document may hold.
   std::size_t maxReadSize = kDefaultMaxReadSize;
@@ -47,6 +59,11 @@ struct Options {
 
 // Fills `out` from argv. False with the reason in `error`.
 bool ParseOptions(int argc, char** argv, Options& out, std::string& error);
+
+// False, naming the first option in `options.given` that is not among
+// `taken` (a space-separated list such as "--json --save"), when the command
+// does not take it. --help is taken by every command.
+bool CheckOptionsTaken(const Options& options, const std::string& taken, std::string& error);
 
 // The secret from --secret-file (one trailing newline is dropped) or from
 // VXBUS_SECRET; empty when neither is given. False when the file is not a

@@ -237,6 +237,16 @@ TypedKey SplitKey(const std::string& key) {
   return out;
 }
 
+bool SplitTypedKey(const std::string& key, TypedKey& out, std::string& error) {
+  out = SplitKey(key);
+  const std::size_t colon = key.rfind(':');
+  if (colon == std::string::npos || !out.type.empty()) return true;
+  return Fail(error, "unknown type '" + key.substr(colon + 1) +
+                         "': types are int32, int64, string, hex, bin, list and json, and their "
+                         "arrays such as int32[] (json has none); a name with a ':' must give "
+                         "its type");
+}
+
 bool ValueFromText(const TypedKey& key, const std::string& text, Value& out, std::string& error,
                    std::size_t readLimit) {
   const int type = key.type.empty() ? 0 : TypeOf(key.type);
@@ -287,10 +297,11 @@ bool ListFromJson(const Json& object, int depth, List& out, std::string& error) 
   std::vector<std::pair<std::string, Value>> values;
   values.reserve(object.members.size());
   for (const auto& member : object.members) {
-    TypedKey key = SplitKey(member.first);
+    TypedKey key;
     Value v;
-    std::string why = CheckName(key.name);
-    if (!why.empty() || !ValueFromJson(key, member.second, depth, v, why)) {
+    std::string why;
+    if (!SplitTypedKey(member.first, key, why) || !(why = CheckName(key.name)).empty() ||
+        !ValueFromJson(key, member.second, depth, v, why)) {
       error = "'" + member.first + "': " + why;
       return false;
     }

@@ -27,6 +27,13 @@ struct TypedKey {
 // whole key is the name.
 TypedKey SplitKey(const std::string& key);
 
+// SplitKey for what users and scripts hand in: a key whose part after its
+// last ':' is no type name is refused, naming that part, rather than taken
+// whole as the name, so that a mistyped type ("id:int33") is never sent as
+// a name. So a name with a ':' of its own must give its type, as ListToJson
+// writes it.
+bool SplitTypedKey(const std::string& key, TypedKey& out, std::string& error);
+
 // A value from command-line text; "bin=@FILE" reads at most `readLimit`
 // bytes of FILE. False with the reason in `error`.
 bool ValueFromText(const TypedKey& key, const std::string& text, Value& out, std::string& error,
