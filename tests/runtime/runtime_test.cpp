@@ -233,17 +233,19 @@ TEST(Limits, SecretChangedDuringAHandshakeIsNeverTorn) {
   std::memset(blocks[1], 'b', 256);
   ASSERT_EQ(VXSetAuthenticationInfo(blocks[0], 256), VX_SUCCESS);
   std::atomic<bool> done{false};
+  std::atomic<int> writes{0};
   std::thread writer([&] {
-    for (int i = 0; i < 20000; ++i)
+    for (int i = 0; !done.load(); ++i, ++writes)
       VXSetAuthenticationInfo(blocks[i % 2], 256);
-    done = true;
   });
   int torn = 0;
-  while (!done.load()) {
+  // At least 200000 snapshots, with at least 10000 writes among them.
+  for (int n = 0; n < 200000 || writes.load() < 10000; ++n) {
     unsigned char seen[256];
     SnapshotSecret(seen);
     if (std::count(seen, seen + 256, seen[0]) != 256 || seen[0] == 0) ++torn;
   }
+  done = true;
   writer.join();
   EXPECT_EQ(torn, 0);
   EXPECT_EQ(VXSetAuthenticationInfo(nullptr, 0), VX_SUCCESS);
