@@ -253,7 +253,7 @@ TEST(Limits, SecretChangedDuringAHandshakeIsNeverTorn) {
 
 // Guards the waiter's pass through the mutex after it saw the flag while
 // spinning: without it the waiter frees the latch while Set still holds its
-// mutex, which AddressSanitizer and ThreadSanitizer report.
+// mutex, which ThreadSanitizer reports.
 TEST(Latch, AWaiterMayDestroyTheLatchAsSoonAsItsWaitReturns) {
   using MTObjects::ISyncEvent;
   std::atomic<ISyncEvent*> handed{nullptr};
