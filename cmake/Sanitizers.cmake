@@ -2,11 +2,6 @@
 if(VXBUS_SANITIZE STREQUAL "address")
   add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer
                       -fno-sanitize-recover=undefined)
-  # With ASan, gcc 12 reports maybe-uninitialized inside the standard
-  # library's own <regex>; it is a known false positive, so not an error here.
-  if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
-    add_compile_options(-Wno-error=maybe-uninitialized)
-  endif()
   add_link_options(-fsanitize=address,undefined)
 elseif(VXBUS_SANITIZE STREQUAL "thread")
   add_compile_options(-fsanitize=thread -fno-omit-frame-pointer)

@@ -31,14 +31,20 @@ class RefPtrArray {
   Ref& operator[](std::uint32_t i) { return items_[i]; }
   const Ref& operator[](std::uint32_t i) const { return items_[i]; }
 
-  // Adds a reference of the array's own.
-  void Push(const Ref& item) {
+  // Adds a reference of the array's own. False, and nothing added, when the
+  // heap refuses to grow the array.
+  bool Push(const Ref& item) {
     T* p = item.get();  // `item` may stand in this array and move when it grows
-    if (size_ == capacity_) Grow(size_ + 1);
+    if (size_ == capacity_ && !Grow(size_ + 1)) return false;
     new (&items_[size_]) Ref(p);
     ++size_;
+    return true;
   }
-  void Push(T* item) { Push(Ref(item)); }
+  bool Push(T* item) { return Push(Ref(item)); }
+
+  // Room for n more entries, so that the next n pushes cannot fail; false
+  // when the heap refuses.
+  bool MakeRoom(std::uint32_t n) { return size_ + n <= capacity_ || Grow(size_ + n); }
 
   // Removes entry i, keeping the order of the others, and releases it.
   void Erase(std::uint32_t i) {
@@ -60,11 +66,12 @@ class RefPtrArray {
   // One and a half times the capacity or the need, whichever is larger, and
   // at least one. Entries are copied with a reference added and the old ones
   // released, so the counts stay right at every step.
-  void Grow(std::uint32_t need) {
+  bool Grow(std::uint32_t need) {
     std::uint32_t next = capacity_ + capacity_ / 2;
     if (next < need) next = need;
     if (next < 1) next = 1;
     auto* fresh = static_cast<Ref*>(PrivateAllocate(sizeof(Ref) * static_cast<std::size_t>(next)));
+    if (fresh == nullptr) return false;
     for (std::uint32_t i = 0; i < size_; ++i)
       new (&fresh[i]) Ref(items_[i]);
     for (std::uint32_t i = 0; i < size_; ++i)
@@ -72,6 +79,7 @@ class RefPtrArray {
     PrivateFree(items_);
     items_ = fresh;
     capacity_ = next;
+    return true;
   }
 
   Ref* items_ = nullptr;

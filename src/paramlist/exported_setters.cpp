@@ -1,5 +1,6 @@
-// Exported setters: -1 for a null list, otherwise the Set of the store and 0.
-// Nothing about names, sizes, counts or data pointers is tested here.
+// Exported setters: -1 for a null list or when the private heap refuses the
+// room for the record (the list is then as it was), otherwise 0. Nothing
+// about names, sizes, counts or data pointers is tested here.
 #include <new>
 
 #include "paramlist/handle.h"
@@ -16,68 +17,66 @@ template <class Set>
 _tag_VX_ERROR SetOn(HVXPARAMLIST list, Set set) {
   FastHolderImpl* l = ListFromHandle(list);
   if (l == nullptr) return VX_ERROR_FAILED;
-  set(*l);
-  return VX_SUCCESS;
+  return set(*l) ? VX_SUCCESS : VX_ERROR_FAILED;
 }
 
 }  // namespace
 
 _tag_VX_ERROR VXSetStringValue(HVXPARAMLIST list, const char* name, const char* value) {
-  return SetOn(list, [&](FastHolderImpl& l) { l.SetString(name, value); });
+  return SetOn(list, [&](FastHolderImpl& l) { return l.SetString(name, value); });
 }
 
 _tag_VX_ERROR VXSetInt32Value(HVXPARAMLIST list, const char* name, std::uint32_t value) {
-  return SetOn(list, [&](FastHolderImpl& l) { l.SetInt32(name, value); });
+  return SetOn(list, [&](FastHolderImpl& l) { return l.SetInt32(name, value); });
 }
 
 _tag_VX_ERROR VXSetInt64Value(HVXPARAMLIST list, const char* name, std::uint64_t value) {
-  return SetOn(list, [&](FastHolderImpl& l) { l.SetInt64(name, value); });
+  return SetOn(list, [&](FastHolderImpl& l) { return l.SetInt64(name, value); });
 }
 
 _tag_VX_ERROR VXSetBinaryValue(HVXPARAMLIST list, const char* name, const void* data,
                                std::uint32_t length) {
-  return SetOn(list, [&](FastHolderImpl& l) { l.SetBinary(name, data, length); });
+  return SetOn(list, [&](FastHolderImpl& l) { return l.SetBinary(name, data, length); });
 }
 
 // A null item stores an empty value rather than reading through null.
 _tag_VX_ERROR VXSetBinaryItem(HVXPARAMLIST list, const char* name, const _tag_BINARYITEM* item) {
   return SetOn(list, [&](FastHolderImpl& l) {
-    if (item == nullptr) {
-      l.SetBinary(name, nullptr, 0);
-    } else {
-      l.SetBinary(name, item->data, item->length);
-    }
+    if (item == nullptr) return l.SetBinary(name, nullptr, 0);
+    return l.SetBinary(name, item->data, item->length);
   });
 }
 
 // The list takes a reference of its own; the caller keeps theirs.
 _tag_VX_ERROR VXSetHandleValue(HVXPARAMLIST list, const char* name, HVXPARAMLIST value) {
-  return SetOn(list, [&](FastHolderImpl& l) { l.SetHandle(name, ListRef(ListFromHandle(value))); });
+  return SetOn(
+      list, [&](FastHolderImpl& l) { return l.SetHandle(name, ListRef(ListFromHandle(value))); });
 }
 
 _tag_VX_ERROR VXSetStringArray(HVXPARAMLIST list, const char* name, std::uint32_t count,
                                const char* const* values) {
-  return SetOn(list, [&](FastHolderImpl& l) { l.SetStringArray(name, values, count); });
+  return SetOn(list, [&](FastHolderImpl& l) { return l.SetStringArray(name, values, count); });
 }
 
 _tag_VX_ERROR VXSetInt32Array(HVXPARAMLIST list, const char* name, std::uint32_t count,
                               const std::uint32_t* values) {
-  return SetOn(list, [&](FastHolderImpl& l) { l.SetInt32Array(name, values, count); });
+  return SetOn(list, [&](FastHolderImpl& l) { return l.SetInt32Array(name, values, count); });
 }
 
 _tag_VX_ERROR VXSetInt64Array(HVXPARAMLIST list, const char* name, std::uint32_t count,
                               const std::uint64_t* values) {
-  return SetOn(list, [&](FastHolderImpl& l) { l.SetInt64Array(name, values, count); });
+  return SetOn(list, [&](FastHolderImpl& l) { return l.SetInt64Array(name, values, count); });
 }
 
 _tag_VX_ERROR VXSetBinaryArray(HVXPARAMLIST list, const char* name, std::uint32_t count,
                                const void* const* data, const std::uint32_t* lengths) {
-  return SetOn(list, [&](FastHolderImpl& l) { l.SetBinaryArray(name, data, lengths, count); });
+  return SetOn(list,
+               [&](FastHolderImpl& l) { return l.SetBinaryArray(name, data, lengths, count); });
 }
 
 _tag_VX_ERROR VXSetBinaryItemArray(HVXPARAMLIST list, const char* name, std::uint32_t count,
                                    const _tag_BINARYITEM* items) {
-  return SetOn(list, [&](FastHolderImpl& l) { l.SetBinaryArray(name, items, count); });
+  return SetOn(list, [&](FastHolderImpl& l) { return l.SetBinaryArray(name, items, count); });
 }
 
 // The caller's handles are borrowed: each gets a temporary reference for the
@@ -86,12 +85,13 @@ _tag_VX_ERROR VXSetHandleArray(HVXPARAMLIST list, const char* name, std::uint32_
                                const HVXPARAMLIST* values) {
   return SetOn(list, [&](FastHolderImpl& l) {
     vxbus::VXMemoryBufferTpl<512> scratch;
-    scratch.Resize(8ull * count + 4);
+    if (!scratch.Resize(8ull * count + 4)) return false;
     auto* refs = reinterpret_cast<ListRef*>(scratch.data);
     for (std::uint32_t i = 0; i < count; ++i)
       new (&refs[i]) ListRef(ListFromHandle(values[i]));
-    l.SetHandleArray(name, refs, count);
+    const bool set = l.SetHandleArray(name, refs, count);
     for (std::uint32_t i = 0; i < count; ++i)
       refs[i].~ListRef();
+    return set;
   });
 }

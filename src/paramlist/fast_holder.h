@@ -65,18 +65,19 @@ class FastHolderImpl : public MTObjects::MTReferencedTypeBase, public VXMemoryBu
   void Clear();
 
   // Every setter removes the record of that name and appends the new one.
-  void SetString(const char* name, const char* text);
-  void SetInt32(const char* name, std::uint32_t value);
-  void SetInt64(const char* name, std::uint64_t value);
-  void SetBinary(const char* name, const void* bytes, std::uint32_t length);
-  void SetHandle(const char* name, const ListRef& list);
-  void SetStringArray(const char* name, const char* const* texts, std::uint32_t count);
-  void SetInt32Array(const char* name, const void* values, std::uint32_t count);
-  void SetInt64Array(const char* name, const void* values, std::uint32_t count);
-  void SetBinaryArray(const char* name, const _tag_BINARYITEM* items, std::uint32_t count);
-  void SetBinaryArray(const char* name, const void* const* bytes, const std::uint32_t* lengths,
+  // False when the heap refuses the room for it: the list is then as it was.
+  bool SetString(const char* name, const char* text);
+  bool SetInt32(const char* name, std::uint32_t value);
+  bool SetInt64(const char* name, std::uint64_t value);
+  bool SetBinary(const char* name, const void* bytes, std::uint32_t length);
+  bool SetHandle(const char* name, const ListRef& list);
+  bool SetStringArray(const char* name, const char* const* texts, std::uint32_t count);
+  bool SetInt32Array(const char* name, const void* values, std::uint32_t count);
+  bool SetInt64Array(const char* name, const void* values, std::uint32_t count);
+  bool SetBinaryArray(const char* name, const _tag_BINARYITEM* items, std::uint32_t count);
+  bool SetBinaryArray(const char* name, const void* const* bytes, const std::uint32_t* lengths,
                       std::uint32_t count);
-  void SetHandleArray(const char* name, const ListRef* lists, std::uint32_t count);
+  bool SetHandleArray(const char* name, const ListRef* lists, std::uint32_t count);
 
   // Counts the records of an image filled by other means, adding to the
   // count. Throws NoDataExeption or DataDamaged on a damaged image; it never
@@ -94,15 +95,16 @@ class FastHolderImpl : public MTObjects::MTReferencedTypeBase, public VXMemoryBu
   bool IsObjectValid() const override { return true; }
 
  private:
-  // Removes the old record of `name`, reserves the whole new record in one
-  // growth and appends its header.
-  void BeginRecord(const char* name, unsigned char type, std::uint32_t valueSize);
+  // Reserves the whole new record in one growth, removes the old record of
+  // `name` and appends the header; false, with nothing changed, when the
+  // heap refuses the room.
+  bool BeginRecord(const char* name, unsigned char type, std::uint32_t valueSize);
   // Count word, then a gap for the offset or index table; gives the offset of
   // the gap.
   std::uint32_t AppendTable(std::uint32_t count);
   // Both binary-array setters: `item(i)` gives the i-th data pointer and length.
   template <class Item>
-  void SetBinaryItems(const char* name, std::uint32_t count, Item item);
+  bool SetBinaryItems(const char* name, std::uint32_t count, Item item);
   // Keeps child indexes right when the record at `record` goes.
   void ReleaseChildrenOf(const unsigned char* record);
   template <class Renumber>

@@ -1,6 +1,7 @@
-// Every Set: the old record of that name goes, the whole new record is
-// reserved in one growth of the image, header and value are appended, and the
-// record counts. Setting an existing name therefore moves it to the end.
+// Every Set: the whole new record is reserved in one growth of the image, the
+// old record of that name goes, header and value are appended, and the record
+// counts. Setting an existing name therefore moves it to the end. Room comes
+// first, so that a heap that refuses it leaves the list as it was.
 #include <cstring>
 #include <utility>
 
@@ -21,13 +22,22 @@ class ArgumentGuard {
   explicit ArgumentGuard(FastHolderImpl& list, const Pointers*... arguments) : list_(list) {
     (Watch(arguments), ...);
   }
-  ~ArgumentGuard() { FastHolderImpl::FreeImage(old_, oldCapacity_); }
+  ~ArgumentGuard() {
+    if (old_ != nullptr) FastHolderImpl::FreeImage(old_, oldCapacity_);
+  }
   ArgumentGuard(const ArgumentGuard&) = delete;
   ArgumentGuard& operator=(const ArgumentGuard&) = delete;
 
+  // False once a copy was needed and the heap refused it.
+  bool Held() const { return !refused_; }
+
   void Watch(const void* argument) {
-    if (old_ != nullptr || !list_.Holds(argument)) return;
+    if (old_ != nullptr || refused_ || !list_.Holds(argument)) return;
     unsigned char* copy = FastHolderImpl::AllocateImage(list_.capacity);
+    if (copy == nullptr) {
+      refused_ = true;
+      return;
+    }
     std::memcpy(copy, list_.data, list_.used);
     old_ = list_.data;
     oldCapacity_ = list_.capacity;
@@ -38,6 +48,7 @@ class ArgumentGuard {
   FastHolderImpl& list_;
   unsigned char* old_ = nullptr;
   std::uint32_t oldCapacity_ = 0;
+  bool refused_ = false;
 };
 
 std::uint32_t StringValueSize(const char* text) {
@@ -46,11 +57,24 @@ std::uint32_t StringValueSize(const char* text) {
 
 }  // namespace
 
-void FastHolderImpl::BeginRecord(const char* name, unsigned char type, std::uint32_t valueSize) {
-  Remove(Find(name));
-  std::uint32_t nameLength = static_cast<std::uint32_t>(std::strlen(name));
-  Reserve(HeaderLength(nameLength) + valueSize);
+bool FastHolderImpl::BeginRecord(const char* name, unsigned char type, std::uint32_t valueSize) {
+  const std::uint32_t nameLength = static_cast<std::uint32_t>(std::strlen(name));
+  const std::uint32_t recordLength = HeaderLength(nameLength) + valueSize;
+  const _tag_VXPARAMINFO* old = Find(name);
+  const std::uint32_t freed = old != nullptr ? old->GetSize() : 0;
+  // The need is the same as after the removal, so the image grows exactly as
+  // it would; the old record is found again, as the growth may move it.
+  if (recordLength > freed) {
+    const std::uint32_t at =
+        old != nullptr
+            ? static_cast<std::uint32_t>(reinterpret_cast<const unsigned char*>(old) - data)
+            : 0;
+    if (!Reserve(recordLength - freed)) return false;
+    if (old != nullptr) old = reinterpret_cast<const _tag_VXPARAMINFO*>(data + at);
+  }
+  Remove(old);
   AppendHeader(name, nameLength, type);
+  return true;
 }
 
 std::uint32_t FastHolderImpl::AppendTable(std::uint32_t count) {
@@ -60,41 +84,46 @@ std::uint32_t FastHolderImpl::AppendTable(std::uint32_t count) {
   return table;
 }
 
-void FastHolderImpl::SetString(const char* name, const char* text) {
+bool FastHolderImpl::SetString(const char* name, const char* text) {
   ArgumentGuard guard(*this, name, text);
-  BeginRecord(name, PT_STRING, StringValueSize(text));
+  if (!guard.Held() || !BeginRecord(name, PT_STRING, StringValueSize(text))) return false;
   AppendString(text);
   ++body_.count;
+  return true;
 }
 
-void FastHolderImpl::SetInt32(const char* name, std::uint32_t value) {
+bool FastHolderImpl::SetInt32(const char* name, std::uint32_t value) {
   ArgumentGuard guard(*this, name);
-  BeginRecord(name, PT_INT32, 4);
+  if (!guard.Held() || !BeginRecord(name, PT_INT32, 4)) return false;
   Append32(value);
   ++body_.count;
+  return true;
 }
 
-void FastHolderImpl::SetInt64(const char* name, std::uint64_t value) {
+bool FastHolderImpl::SetInt64(const char* name, std::uint64_t value) {
   ArgumentGuard guard(*this, name);
-  BeginRecord(name, PT_INT64, 8);
+  if (!guard.Held() || !BeginRecord(name, PT_INT64, 8)) return false;
   Append64(value);
   ++body_.count;
+  return true;
 }
 
-void FastHolderImpl::SetBinary(const char* name, const void* bytes, std::uint32_t length) {
+bool FastHolderImpl::SetBinary(const char* name, const void* bytes, std::uint32_t length) {
   ArgumentGuard guard(*this, name, bytes);
-  BeginRecord(name, PT_BINARY, 4 + Round4(length));
+  if (!guard.Held() || !BeginRecord(name, PT_BINARY, 4 + Round4(length))) return false;
   Append32(length);
   AppendBytes(bytes, length);
   ++body_.count;
+  return true;
 }
 
-void FastHolderImpl::SetHandle(const char* name, const ListRef& list) {
+bool FastHolderImpl::SetHandle(const char* name, const ListRef& list) {
   // Held here because `list` may be an entry of our own children, which the
   // removal of the old record can release or move.
   ListRef keep(list);
   ArgumentGuard guard(*this, name);
-  BeginRecord(name, PT_PARAMHANDLE, 4);
+  if (keep.IsValid() && !body_.children.MakeRoom(1)) return false;
+  if (!guard.Held() || !BeginRecord(name, PT_PARAMHANDLE, 4)) return false;
   if (keep.IsValid()) {
     body_.children.Push(keep);
     Append32(body_.children.Size() - 1);
@@ -102,9 +131,10 @@ void FastHolderImpl::SetHandle(const char* name, const ListRef& list) {
     Append32(kNullIndex);
   }
   ++body_.count;
+  return true;
 }
 
-void FastHolderImpl::SetStringArray(const char* name, const char* const* texts,
+bool FastHolderImpl::SetStringArray(const char* name, const char* const* texts,
                                     std::uint32_t count) {
   ArgumentGuard guard(*this, name, texts);
   std::uint32_t size = 4 + 4 * count;
@@ -112,7 +142,7 @@ void FastHolderImpl::SetStringArray(const char* name, const char* const* texts,
     guard.Watch(texts[i]);
     size += StringValueSize(texts[i]);
   }
-  BeginRecord(name, PT_ARRAY | PT_STRING, size);
+  if (!guard.Held() || !BeginRecord(name, PT_ARRAY | PT_STRING, size)) return false;
   std::uint32_t table = AppendTable(count);
   std::uint32_t base = used;
   for (std::uint32_t i = 0; i < count; ++i) {
@@ -120,33 +150,36 @@ void FastHolderImpl::SetStringArray(const char* name, const char* const* texts,
     AppendString(texts[i]);
   }
   ++body_.count;
+  return true;
 }
 
-void FastHolderImpl::SetInt32Array(const char* name, const void* values, std::uint32_t count) {
+bool FastHolderImpl::SetInt32Array(const char* name, const void* values, std::uint32_t count) {
   ArgumentGuard guard(*this, name, values);
-  BeginRecord(name, PT_ARRAY | PT_INT32, 4 + 4 * count);
+  if (!guard.Held() || !BeginRecord(name, PT_ARRAY | PT_INT32, 4 + 4 * count)) return false;
   Append32(count);
   AppendBytes(values, 4 * count);
   ++body_.count;
+  return true;
 }
 
-void FastHolderImpl::SetInt64Array(const char* name, const void* values, std::uint32_t count) {
+bool FastHolderImpl::SetInt64Array(const char* name, const void* values, std::uint32_t count) {
   ArgumentGuard guard(*this, name, values);
-  BeginRecord(name, PT_ARRAY | PT_INT64, 4 + 8 * count);
+  if (!guard.Held() || !BeginRecord(name, PT_ARRAY | PT_INT64, 4 + 8 * count)) return false;
   Append32(count);
   AppendBytes(values, 8 * count);
   ++body_.count;
+  return true;
 }
 
 template <class Item>
-void FastHolderImpl::SetBinaryItems(const char* name, std::uint32_t count, Item item) {
+bool FastHolderImpl::SetBinaryItems(const char* name, std::uint32_t count, Item item) {
   ArgumentGuard guard(*this, name);
   std::uint32_t size = 4 + 4 * count;
   for (std::uint32_t i = 0; i < count; ++i) {
     guard.Watch(item(i).first);
     size += 4 + Round4(item(i).second);
   }
-  BeginRecord(name, PT_ARRAY | PT_BINARY, size);
+  if (!guard.Held() || !BeginRecord(name, PT_ARRAY | PT_BINARY, size)) return false;
   std::uint32_t table = AppendTable(count);
   std::uint32_t base = used;
   for (std::uint32_t i = 0; i < count; ++i) {
@@ -156,30 +189,35 @@ void FastHolderImpl::SetBinaryItems(const char* name, std::uint32_t count, Item 
     AppendBytes(data, length);
   }
   ++body_.count;
+  return true;
 }
 
-void FastHolderImpl::SetBinaryArray(const char* name, const _tag_BINARYITEM* items,
+bool FastHolderImpl::SetBinaryArray(const char* name, const _tag_BINARYITEM* items,
                                     std::uint32_t count) {
   ArgumentGuard guard(*this, items);
-  SetBinaryItems(name, count, [items](std::uint32_t i) {
-    // Copied out first: the record is packed, so no reference may bind to it.
-    const void* data = items[i].data;
-    std::uint32_t length = items[i].length;
-    return std::pair<const void*, std::uint32_t>(data, length);
-  });
+  return guard.Held() && SetBinaryItems(name, count, [items](std::uint32_t i) {
+           // Copied out first: the record is packed, so no reference may bind to it.
+           const void* data = items[i].data;
+           std::uint32_t length = items[i].length;
+           return std::pair<const void*, std::uint32_t>(data, length);
+         });
 }
 
-void FastHolderImpl::SetBinaryArray(const char* name, const void* const* bytes,
+bool FastHolderImpl::SetBinaryArray(const char* name, const void* const* bytes,
                                     const std::uint32_t* lengths, std::uint32_t count) {
   ArgumentGuard guard(*this, bytes, lengths);
-  SetBinaryItems(name, count, [bytes, lengths](std::uint32_t i) {
-    return std::pair<const void*, std::uint32_t>(bytes[i], lengths[i]);
-  });
+  return guard.Held() && SetBinaryItems(name, count, [bytes, lengths](std::uint32_t i) {
+           return std::pair<const void*, std::uint32_t>(bytes[i], lengths[i]);
+         });
 }
 
-void FastHolderImpl::SetHandleArray(const char* name, const ListRef* lists, std::uint32_t count) {
+bool FastHolderImpl::SetHandleArray(const char* name, const ListRef* lists, std::uint32_t count) {
   ArgumentGuard guard(*this, name);
-  BeginRecord(name, PT_ARRAY | PT_PARAMHANDLE, 4 + 4 * count);
+  std::uint32_t held = 0;
+  for (std::uint32_t i = 0; i < count; ++i)
+    if (lists[i].IsValid()) ++held;
+  if (!body_.children.MakeRoom(held)) return false;
+  if (!guard.Held() || !BeginRecord(name, PT_ARRAY | PT_PARAMHANDLE, 4 + 4 * count)) return false;
   std::uint32_t table = AppendTable(count);
   for (std::uint32_t i = 0; i < count; ++i) {
     if (lists[i].IsValid()) {
@@ -190,6 +228,7 @@ void FastHolderImpl::SetHandleArray(const char* name, const ListRef* lists, std:
     }
   }
   ++body_.count;
+  return true;
 }
 
 }  // namespace vxbus

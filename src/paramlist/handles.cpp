@@ -50,7 +50,7 @@ void CopyRecord(const FastHolderImpl& from, const _tag_VXPARAMINFO* record, Fast
     case PT_ARRAY | PT_STRING: {
       std::uint32_t c = value->Count();
       Scratch scratch;
-      scratch.Resize(8ull * c + 4);
+      if (!scratch.Resize(8ull * c + 4)) return;
       auto* texts = reinterpret_cast<const char**>(scratch.data);
       for (std::uint32_t i = 0; i < c; ++i)
         texts[i] = value->GetString(i);
@@ -66,7 +66,7 @@ void CopyRecord(const FastHolderImpl& from, const _tag_VXPARAMINFO* record, Fast
     case PT_ARRAY | PT_BINARY: {
       std::uint32_t c = value->Count();
       Scratch scratch;
-      scratch.Resize(12ull * c + 4);
+      if (!scratch.Resize(12ull * c + 4)) return;
       auto* items = reinterpret_cast<_tag_BINARYITEM*>(scratch.data);
       for (std::uint32_t i = 0; i < c; ++i) {
         const _tag_BINARYVALUE* item = value->GetBinary(i);
@@ -83,7 +83,7 @@ void CopyRecord(const FastHolderImpl& from, const _tag_VXPARAMINFO* record, Fast
       // outlives all of its parents.
       std::uint32_t c = value->Count();
       Scratch scratch;
-      scratch.Resize(8ull * c + 4);
+      if (!scratch.Resize(8ull * c + 4)) return;
       auto* lists = reinterpret_cast<ListRef*>(scratch.data);
       for (std::uint32_t i = 0; i < c; ++i) {
         new (&lists[i]) ListRef(i < from.ChildCount() ? from.Child(i) : nullptr);

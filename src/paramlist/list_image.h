@@ -39,24 +39,29 @@ class VXMemoryBufferTpl2 {
 
   // Makes room for n more bytes. Grows to exactly the need, never shrinks.
   // The sum is 32-bit and unchecked: callers keep images far below 4 GiB.
-  void Reserve(std::uint32_t n) {
+  // False when the heap refuses; the image is then as it was.
+  bool Reserve(std::uint32_t n) {
     std::uint32_t need = used + n;
-    if (need <= capacity) return;
+    if (need <= capacity) return true;
     if (capacity > kLargestPooledBlock) {
+      void* grown = PrivateReallocate(data, need);
+      if (grown == nullptr) return false;
+      data = static_cast<unsigned char*>(grown);
       capacity = need;
-      data = static_cast<unsigned char*>(PrivateReallocate(data, capacity));
-      return;
+      return true;
     }
     // A small image lives in a pooled block, which may have room already.
     if (data != nullptr && PooledBlockBytes(need) == PooledBlockBytes(capacity)) {
       capacity = need;
-      return;
+      return true;
     }
     unsigned char* grown = AllocateImage(need);
-    if (grown != nullptr && used != 0) std::memcpy(grown, data, used);
+    if (grown == nullptr) return false;
+    if (used != 0) std::memcpy(grown, data, used);
     FreeImage(data, capacity);
     data = grown;
     capacity = need;
+    return true;
   }
 
   // Every image block comes from here and goes back through FreeImage with
@@ -73,6 +78,9 @@ class VXMemoryBufferTpl2 {
       PooledFree(block, capacity);
   }
 
+  // The appends below append nothing when the heap refuses to grow the
+  // image; a setter reserves its whole record first, so within it they
+  // cannot fail.
   void Append32(std::uint32_t value) { AppendExact(&value, 4); }
   void Append64(std::uint64_t value) { AppendExact(&value, 8); }
 
@@ -80,7 +88,7 @@ class VXMemoryBufferTpl2 {
   // to the next multiple of 4 is zeroed, so no stale heap bytes go out.
   void AppendString(const char* text) {
     if (text == nullptr) {
-      Reserve(4);
+      if (!Reserve(4)) return;
       std::memset(data + used, 0, 4);
       used += 4;
       return;
@@ -92,7 +100,7 @@ class VXMemoryBufferTpl2 {
   // n bytes, then zeros up to round4(n).
   void AppendBytes(const void* bytes, std::uint32_t n) {
     std::uint32_t rounded = Round4(n);
-    Reserve(rounded);
+    if (!Reserve(rounded)) return;
     if (n != 0) std::memcpy(data + used, bytes, n);
     std::memset(data + used + n, 0, rounded - n);
     used += rounded;
@@ -100,7 +108,7 @@ class VXMemoryBufferTpl2 {
 
   // n bytes with no rounding: copies of whole images.
   void AppendExact(const void* bytes, std::uint32_t n) {
-    Reserve(n);
+    if (!Reserve(n)) return;
     if (n != 0) std::memcpy(data + used, bytes, n);
     used += n;
   }
@@ -109,7 +117,7 @@ class VXMemoryBufferTpl2 {
   // terminates the name.
   void AppendHeader(const char* name, std::uint32_t nameLength, unsigned char type) {
     std::uint32_t h = HeaderLength(nameLength);
-    Reserve(h);
+    if (!Reserve(h)) return;
     unsigned char* p = data + used;
     p[0] = static_cast<unsigned char>(h - 1);
     std::memcpy(p + 1, name, nameLength);
@@ -121,7 +129,7 @@ class VXMemoryBufferTpl2 {
   // Opens n bytes at `offset`, moving what lies behind it up. The gap's
   // contents are left as they are.
   void InsertGap(std::uint32_t offset, std::uint32_t n) {
-    Reserve(n);
+    if (!Reserve(n)) return;
     std::memmove(data + offset + n, data + offset, used - offset);
     used += n;
   }

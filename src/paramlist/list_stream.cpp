@@ -57,7 +57,7 @@ std::int32_t FastHolderImpl::WriteList(IByteStream* channel, bool hasNext, std::
 // refuse is refused before anything is reserved for it.
 std::int32_t FastHolderImpl::ReadOntoImage(IByteStream* channel, std::uint32_t length) {
   if (length > g_limits.limits.MAX_READ_SIZE) return -1;
-  Reserve(length);
+  if (!Reserve(length)) return -1;
   std::int32_t r = channel->Read(data + used, length);
   if (r >= 0) used += length;
   return r;

@@ -120,6 +120,7 @@ _tag_VX_ERROR InitializeCommon(const char* pipeName, const char* bindAddress, co
     static const bool exitStepRegistered = std::atexit(StopWithoutWaitingAtExit) == 0;
     (void)exitStepRegistered;
     platform::StartSocketLibrary();
+    std::lock_guard<std::mutex> secretLock(SecretMutex());
     g_limits = g_defaultLimits;
     MergeLimits(limits);
   }

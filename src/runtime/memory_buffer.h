@@ -24,17 +24,17 @@ class VXMemoryBufferTpl {
   VXMemoryBufferTpl& operator=(const VXMemoryBufferTpl&) = delete;
 
   // Makes room for n more bytes: capacity becomes used + n + N. The buffer
-  // never shrinks and never returns to its inline bytes.
-  void EnsureRoom(std::uint64_t n) {
-    if (used + n <= capacity) return;
-    capacity = used + n + N;
-    if (data == inline_) {
-      auto* block = static_cast<unsigned char*>(PrivateAllocate(capacity));
-      std::memcpy(block, inline_, used);
-      data = block;
-    } else {
-      data = static_cast<unsigned char*>(PrivateReallocate(data, capacity));
-    }
+  // never shrinks and never returns to its inline bytes. False when the heap
+  // refuses; the buffer is then as it was.
+  bool EnsureRoom(std::uint64_t n) {
+    if (used + n <= capacity) return true;
+    const std::uint64_t grown = used + n + N;
+    void* block = data == inline_ ? PrivateAllocate(grown) : PrivateReallocate(data, grown);
+    if (block == nullptr) return false;
+    if (data == inline_) std::memcpy(block, inline_, used);
+    data = static_cast<unsigned char*>(block);
+    capacity = grown;
+    return true;
   }
 
   void Append32(std::uint32_t v) { AppendRaw(&v, 4); }
@@ -43,16 +43,18 @@ class VXMemoryBufferTpl {
   // Copies n bytes and zero-fills up to the next multiple of 4.
   void AppendPadded(const void* bytes, std::uint32_t n) {
     std::uint64_t rounded = (static_cast<std::uint64_t>(n) + 3) & ~std::uint64_t{3};
-    EnsureRoom(rounded);
+    if (!EnsureRoom(rounded)) return;
     if (n) std::memcpy(data + used, bytes, n);
     std::memset(data + used + n, 0, rounded - n);
     used += rounded;
   }
 
-  // For callers that fill the bytes themselves.
-  void Resize(std::uint64_t n) {
-    if (n > used) EnsureRoom(n - used);
+  // For callers that fill the bytes themselves; false, and nothing changed,
+  // when the heap refuses.
+  bool Resize(std::uint64_t n) {
+    if (n > used && !EnsureRoom(n - used)) return false;
     used = n;
+    return true;
   }
 
   unsigned char* At(std::uint64_t offset) {
@@ -69,8 +71,9 @@ class VXMemoryBufferTpl {
   std::uint64_t capacity;
 
  private:
+  // Within the inline bytes for every caller today; a refused growth appends nothing.
   void AppendRaw(const void* v, std::uint32_t n) {
-    EnsureRoom(n);
+    if (!EnsureRoom(n)) return;
     std::memcpy(data + used, v, n);
     used += n;
   }

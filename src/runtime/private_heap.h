@@ -12,6 +12,11 @@ void PrivateFree(void* pointer);                           // null pointer: noth
 // What a block of PrivateAllocate(size) really takes, the heap's own bytes included.
 std::size_t PrivateBlockBytes(std::size_t size);
 
+// For tests: from now on PrivateAllocate and PrivateReallocate of `size`
+// bytes or more fail as on an exhausted heap (null, the old block kept);
+// 0 ends it. Any thread.
+void RefusePrivateBlocksFrom(std::size_t size);
+
 }  // namespace vxbus
 
 #endif  // VXBUS_RUNTIME_PRIVATE_HEAP_H_

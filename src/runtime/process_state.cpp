@@ -35,6 +35,16 @@ std::atomic<VXDisconnectListener> g_disconnectListener{nullptr};
 std::atomic<VXAuthFailedListener> g_authFailedListener{nullptr};
 std::atomic<VXUnknownConnectListener> g_unknownConnectListener{nullptr};
 
+std::mutex& SecretMutex() {
+  static std::mutex& mutex = *new std::mutex;  // handshakes may run during exit
+  return mutex;
+}
+
+void SnapshotSecret(unsigned char (&block)[sizeof(VXLimits::limits.authBlock)]) {
+  std::lock_guard<std::mutex> lock(SecretMutex());
+  std::memcpy(block, g_limits.limits.authBlock, sizeof block);
+}
+
 }  // namespace vxbus
 
 using namespace vxbus;
@@ -50,6 +60,7 @@ _tag_VX_ERROR VXConnectionReady(void) {
 // nowhere, is refused like an oversize one.
 _tag_VX_ERROR VXSetAuthenticationInfo(const void* data, std::int32_t length) {
   if (length > 256 || length < 0 || (length != 0 && data == nullptr)) return VX_ERROR_FAILED;
+  std::lock_guard<std::mutex> lock(SecretMutex());
   for (VXLimits* record : {&g_defaultLimits, &g_limits}) {
     std::memset(record->limits.authBlock, 0, sizeof record->limits.authBlock);
     if (length != 0) std::memcpy(record->limits.authBlock, data, static_cast<std::size_t>(length));

@@ -4,6 +4,7 @@
 #define VXBUS_RUNTIME_PROCESS_STATE_H_
 
 #include <atomic>
+#include <mutex>
 #include <string>
 
 #include "runtime/referenced_ptr.h"
@@ -29,6 +30,13 @@ extern std::atomic<VXConnectListener> g_connectListener;
 extern std::atomic<VXDisconnectListener> g_disconnectListener;
 extern std::atomic<VXAuthFailedListener> g_authFailedListener;
 extern std::atomic<VXUnknownConnectListener> g_unknownConnectListener;
+
+// Held by every write of the secret block (VXSetAuthenticationInfo, the
+// merge of an initialise) and by SnapshotSecret, so that a handshake never
+// digests half of an old secret and half of a new one.
+std::mutex& SecretMutex();
+// Copies the secret block of the record in force under SecretMutex.
+void SnapshotSecret(unsigned char (&block)[sizeof(VXLimits::limits.authBlock)]);
 
 // The process's appID: host name, ":", port in decimal, "/", application name.
 std::string BuildOwnAppId(std::int32_t port, const char* appName);

@@ -28,11 +28,11 @@ void ApplicationRegistry::Assign(const std::string& appId, VXAPPImpl* session) {
   size_.store(map_.size(), std::memory_order_relaxed);
 }
 
-void ApplicationRegistry::Erase(const std::string& appId) {
+void ApplicationRegistry::Erase(const std::string& appId, const VXAPPImpl* session) {
   SessionRef dropped;  // released after the unlock
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = map_.find(VXNameKey(appId.c_str()));
-  if (it == map_.end()) return;
+  if (it == map_.end() || it->second.get() != session) return;
   dropped = std::move(it->second);
   map_.erase(it);
   size_.store(map_.size(), std::memory_order_relaxed);

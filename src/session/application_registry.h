@@ -28,7 +28,9 @@ class ApplicationRegistry {
   // Makes the entry hold `session`, inserting an owning key or replacing the
   // reference of an existing one.
   void Assign(const std::string& appId, VXAPPImpl* session);
-  void Erase(const std::string& appId);
+  // Erases the entry only while it still holds `session`: a session that
+  // ends after a newer one of the same name took its place leaves that one.
+  void Erase(const std::string& appId, const VXAPPImpl* session);
   SessionRef First();
   // A new reference on every session registered at this moment.
   std::vector<SessionRef> Sessions();

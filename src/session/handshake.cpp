@@ -62,7 +62,10 @@ bool ChallengeAnswered(ITransportChannel& link, const std::string& source) {
   if (!FillChallenge(challenge)) return false;
   if (link.Write(challenge, kChallengeBytes) != kChallengeLength) return false;
   unsigned char expected[kAnswerBytes], answer[kAnswerBytes];
-  ComputeAnswer(g_limits.limits.authBlock, challenge, expected);
+  unsigned char secret[kAuthBlockBytes];
+  SnapshotSecret(secret);
+  ComputeAnswer(secret, challenge, expected);
+  std::memset(secret, 0, sizeof secret);
   std::memset(challenge, 0, sizeof challenge);  // the one secret-related wipe
   if (link.Read(answer, kAnswerBytes) != kAnswerLength) return false;
   if (!backoff.BeginCheck(source)) return false;

@@ -137,7 +137,7 @@ void VXAPPImpl::RunWriter() {
   }
   EndWriting();
 
-  g_applications.Erase(name_);
+  g_applications.Erase(name_, this);
   // Every caller that found the session under the registry lock has pushed
   // by now: fail what is queued, then what waits for a reply.
   QueueTally dropped;

@@ -7,6 +7,8 @@
 #include <thread>
 #include <vector>
 
+#include <gtest/gtest-spi.h>
+
 #include "bus_test_fixture.h"
 #include "messaging/signal_table.h"
 #include "session/application_registry.h"
@@ -25,6 +27,23 @@ _tag_VX_ERROR ReplaceItself(HVXPARAMLIST, HVXPARAMLIST output, VXSlotContext*) {
   VXRegisterSlot(kSelfReplacingSlot, AnswerBarrier, nullptr);
   VXSetStringValue(output, "servedBy", "replaced");
   return VX_SUCCESS;
+}
+
+// Guards the test peer's fail-fast wait: a line that never comes fails the
+// test as the peer's output ends, with the lines it did see, and the next
+// wait of that peer fails at once instead of waiting out its bound again.
+TEST_F(TwoProcessTest, AWaitForALineThatNeverComesFailsAtOnceWithTheLinesSeen) {
+  PeerOptions options = TcpPeer("leaving");
+  options.quiet = true;  // "ready" is its first line
+  Peer peer(options);
+  ASSERT_TRUE(peer.Ready());
+  peer.Send("quit");
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_NONFATAL_FAILURE(peer.Expect("no such line", std::chrono::seconds(100)),
+                          "before its output ended; lines seen:\n  ready ");
+  EXPECT_NONFATAL_FAILURE(peer.Expect("ready ", std::chrono::seconds(100)),
+                          "after an earlier line was missed");
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(50));
 }
 
 TEST_F(TwoProcessTest, HandshakeComparesSecretBlocksAndRefusesASecondSession) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "list_test_support.h"
+#include "runtime/private_heap.h"
 
 namespace vxbus {
 namespace {
@@ -26,7 +27,7 @@ const _tag_BINARYITEM kItems[] = {{2, kBytes}, {0, nullptr}, {5, kBytes + 2}};
 const void* const kItemData[] = {kBytes, nullptr, kBytes + 2};
 const std::uint32_t kItemLengths[] = {2, 0, 5};
 
-TEST_F(ListImage, EveryType) {
+TEST_F(ListImage, EveryTypeHasItsExactBytes) {
   using H = HVXPARAMLIST;
   const char* const binaryArray =
       "03 61 00 85 | 03 00 00 00 | 00 00 00 00 08 00 00 00 0c 00 00 00"
@@ -158,6 +159,26 @@ TEST_F(ListImage, GrowthKeepsEveryRecordAlsoWhenTheValueComesFromTheList) {
     for (int j = 0; j <= i; ++j)
       ASSERT_STREQ(get(j), values[j].c_str()) << "after " << i << " records";
   }
+}
+
+// Guards the checked growth of the image: a setter that the heap refuses the
+// room fails, and the list stays as it was, its old value of that name kept.
+TEST_F(ListImage, ASetterRefusedTheRoomToGrowFailsAndLeavesTheListAsItWas) {
+  ScopedList list;
+  const std::vector<unsigned char> bytes(2u << 20, 0x5a);  // images this large skip the pool
+  ASSERT_EQ(VXSetBinaryValue(list, "big", bytes.data(), 1u << 20), VX_SUCCESS);
+  ASSERT_EQ(VXSetInt32Value(list, "n", 7), VX_SUCCESS);
+  const std::string before = ImageHex(list);
+  RefusePrivateBlocksFrom(3u << 19);  // 1.5 MiB
+  EXPECT_EQ(VXSetBinaryValue(list, "big", bytes.data(), 2u << 20), VX_ERROR_FAILED);
+  EXPECT_EQ(VXSetBinaryValue(list, "more", bytes.data(), 1u << 20), VX_ERROR_FAILED);
+  const bool unchanged = ImageHex(list) == before;
+  EXPECT_EQ(VXSetInt32Value(list, "n", 8), VX_SUCCESS);  // room that is granted still serves
+  RefusePrivateBlocksFrom(0);
+  EXPECT_TRUE(unchanged);
+  EXPECT_EQ(VXGetParamCount(list), 2u);
+  EXPECT_EQ(VXGetInt32Value(list, "n"), 8u);
+  EXPECT_EQ(VXGetBinaryValue(list, "big")->length, 1u << 20);
 }
 
 TEST_F(ListImage, TheLongestNameFillsTheHeader) {

@@ -16,6 +16,7 @@
 #include "runtime/printable_name.h"
 #include "runtime/process_state.h"
 #include "runtime/referenced_ptr.h"
+#include "runtime/sync_event.h"
 #include "vxbus.h"
 
 namespace vxbus {
@@ -222,6 +223,56 @@ TEST(Limits, AuthBlockOfAtMost256BytesGoesIntoDefaultsAndRecordInForce) {
   EXPECT_EQ(g_defaultLimits.limits.authBlock[2], 'c');
   EXPECT_EQ(VXSetAuthenticationInfo(nullptr, 0), VX_SUCCESS);
   EXPECT_EQ(g_defaultLimits.limits.authBlock[0], 0);
+}
+
+// Guards the lock around the secret block: a handshake's snapshot taken while
+// the secret changes is all of the old secret or all of the new one.
+TEST(Limits, SecretChangedDuringAHandshakeIsNeverTorn) {
+  unsigned char blocks[2][256];
+  std::memset(blocks[0], 'a', 256);
+  std::memset(blocks[1], 'b', 256);
+  ASSERT_EQ(VXSetAuthenticationInfo(blocks[0], 256), VX_SUCCESS);
+  std::atomic<bool> done{false};
+  std::atomic<int> writes{0};
+  std::thread writer([&] {
+    for (int i = 0; !done.load(); ++i, ++writes)
+      VXSetAuthenticationInfo(blocks[i % 2], 256);
+  });
+  int torn = 0;
+  // At least 200000 snapshots, with at least 10000 writes among them.
+  for (int n = 0; n < 200000 || writes.load() < 10000; ++n) {
+    unsigned char seen[256];
+    SnapshotSecret(seen);
+    if (std::count(seen, seen + 256, seen[0]) != 256 || seen[0] == 0) ++torn;
+  }
+  done = true;
+  writer.join();
+  EXPECT_EQ(torn, 0);
+  EXPECT_EQ(VXSetAuthenticationInfo(nullptr, 0), VX_SUCCESS);
+}
+
+// Guards the waiter's pass through the mutex after it saw the flag while
+// spinning: without it the waiter frees the latch while Set still holds its
+// mutex, which ThreadSanitizer reports.
+TEST(Latch, AWaiterMayDestroyTheLatchAsSoonAsItsWaitReturns) {
+  using MTObjects::ISyncEvent;
+  std::atomic<ISyncEvent*> handed{nullptr};
+  std::atomic<bool> done{false};
+  std::thread setter([&] {
+    while (!done.load()) {
+      if (ISyncEvent* latch = handed.exchange(nullptr))
+        latch->Set();
+      else
+        std::this_thread::yield();
+    }
+  });
+  for (int i = 0; i < 20000; ++i) {
+    MTObjects::MTReferencedPtr<ISyncEvent> latch(new ISyncEvent);
+    handed.store(latch.get());
+    EXPECT_TRUE(latch->Wait());
+  }  // each latch is freed the moment its wait returns
+  done = true;
+  setter.join();
 }
 
 // The header's version is the library's, and both are the three numbers; each

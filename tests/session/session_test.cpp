@@ -515,6 +515,18 @@ class SessionTest : public ::testing::Test {
   VXObjectCounters livesBefore_;
 };
 
+// Guards the registry's erase by identity: a session that ends late must not
+// erase the newer session that took its name.
+TEST(SessionRegistry, AnEndingSessionNeverErasesANewerOneOfTheSameName) {
+  SessionRef older(new VXAPPImpl), newer(new VXAPPImpl);
+  g_applications.Assign("peer:1/same", older.get());
+  g_applications.Assign("peer:1/same", newer.get());
+  g_applications.Erase("peer:1/same", older.get());
+  EXPECT_EQ(g_applications.Find("peer:1/same").get(), newer.get());
+  g_applications.Erase("peer:1/same", newer.get());
+  EXPECT_EQ(g_applications.Size(), 0u);
+}
+
 // A local stop runs both listeners on the reader; a disconnect listener that
 // stops its session again, within that stop, returns without joining itself.
 TEST_F(SessionTest, LocalStopRunsBothListenersOnTheReaderWhichMayStopAgain) {

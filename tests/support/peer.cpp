@@ -1,5 +1,9 @@
 #include "support/peer.h"
 
+#include <gtest/gtest.h>
+
+#include <sstream>
+
 #include "platform/host.h"
 
 namespace vxbus {
@@ -33,11 +37,19 @@ Peer::Peer(const PeerOptions& options) : options_(options) {
 }
 
 std::string Peer::Expect(const std::string& prefix, std::chrono::milliseconds limit) {
+  if (missed_) {
+    ADD_FAILURE() << "peer " << options_.name << ": not waiting for \"" << prefix
+                  << "\" after an earlier line was missed";
+    return "";
+  }
   const auto deadline = std::chrono::steady_clock::now() + limit;
   for (;;) {
     const auto newline = pending_.find('\n');
     if (newline == std::string::npos) {
-      if (!ReadMore(deadline)) return "";
+      if (!ReadMore(deadline)) {
+        ReportMiss(prefix, std::chrono::steady_clock::now() < deadline);
+        return "";
+      }
       continue;
     }
     std::string line = pending_.substr(0, newline);
@@ -46,6 +58,17 @@ std::string Peer::Expect(const std::string& prefix, std::chrono::milliseconds li
     lines_.push_back(line);
     if (line.compare(0, prefix.size(), prefix) == 0) return line;
   }
+}
+
+void Peer::ReportMiss(const std::string& prefix, bool outputEnded) {
+  missed_ = true;
+  std::ostringstream seen;
+  for (const auto& line : lines_)
+    seen << "\n  " << line;
+  if (!pending_.empty()) seen << "\n  (unfinished) " << pending_;
+  ADD_FAILURE() << "peer " << options_.name << ": no line starting with \"" << prefix << "\" "
+                << (outputEnded ? "before its output ended" : "within the time limit")
+                << "; lines seen:" << (lines_.empty() && pending_.empty() ? " none" : seen.str());
 }
 
 std::string Peer::ExpectSeen(const std::string& prefix) {

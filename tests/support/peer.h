@@ -42,7 +42,10 @@ class Peer {
   int Port() const { return options_.port; }
 
   bool Send(const std::string& command);
-  // Reads lines until one starts with `prefix`, and gives it; empty on time-out.
+  // Reads lines until one starts with `prefix`, and gives it. When the peer's
+  // output ends or `limit` passes first, the test fails with every line seen
+  // so far and the result is empty; each later Expect of this peer then
+  // fails at once, so that a changed text costs one bound, not one per line.
   std::string Expect(const std::string& prefix,
                      std::chrono::milliseconds limit = std::chrono::seconds(15));
   // The first line read so far that starts with `prefix`, else Expect's:
@@ -64,12 +67,15 @@ class Peer {
   void Start(const std::string& program, const std::vector<std::string>& arguments);
   // Appends the peer's next output to `pending_`; false on time-out or end.
   bool ReadMore(std::chrono::steady_clock::time_point deadline);
+  // Fails the running test with the lines read so far.
+  void ReportMiss(const std::string& prefix, bool outputEnded);
 
   PeerOptions options_;
   std::shared_ptr<Native> native_;  // shared: it goes where its type is complete
   std::string appId_;
   std::string pending_;  // output read past the last whole line
   std::vector<std::string> lines_;
+  bool missed_ = false;  // an Expect has failed; the rest fail at once
 };
 
 // The id of the calling process, for names that must differ between processes.

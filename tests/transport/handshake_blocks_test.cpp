@@ -1,4 +1,4 @@
-// The parts of the handshake: MD5 against the RFC's suite, the challenge and
+// The blocks of the handshake: MD5 against the RFC's suite, the challenge and
 // its answer, and the blocks that carry application ids.
 #include <gtest/gtest.h>
 
@@ -64,7 +64,7 @@ TEST(Md5, UpdatesCrossingBlockBoundaries) {
 
 // A draw gives its remainder by 257 cut to a byte, so 0 and 256 both give 0;
 // only 0xFFFFFFFF is drawn again.
-TEST(Challenge, ByteRule) {
+TEST(Challenge, ADrawGivesItsRemainderBy257AndOnlyTheLargestIsDrawnAgain) {
   EXPECT_EQ(ChallengeByteOfDraw(0), 0);
   EXPECT_EQ(ChallengeByteOfDraw(255), 255);
   EXPECT_EQ(ChallengeByteOfDraw(256), 0);

@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: MIT
+// What the shutdown does with the dispatch queue once its thread has ended.
+#include <gtest/gtest.h>
+
+#include <chrono>
+
+#include "messaging/dispatch_thread.h"
+#include "session/application.h"
+#include "session/message_queue.h"
+#include "session/slot_call_message.h"
+#include "vxbus.h"
+
+namespace vxbus {
+namespace {
+
+// Guards the drain's completion of a call whose request failed to write as
+// the process shut down: without it that VXCall would wait for ever.
+TEST(ShutdownDrain, CompletesACallWhoseRequestFailedToWrite) {
+  SessionRef session(new VXAPPImpl);  // no threads: the queue is ours alone
+  session->MarkEstablished("host:1/peer");
+  IVXMessage::EventRef completed(new MTObjects::ISyncEvent);
+  MessageRef call(
+      new VXSlotCallMessage(completed, session, 7, VX_INVALID_PARAMLIST, nullptr, nullptr));
+  call->SetReplyState();  // as the writer hands over a call it could not write
+  g_dispatchQueue.Push(call);
+  const QueueTally dropped = DropDispatchBacklog();
+  EXPECT_TRUE(completed->WaitFor(std::chrono::seconds(5)));
+  EXPECT_EQ(dropped.messages, 1u);
+  EXPECT_EQ(g_dispatchQueue.QueuedBytes(), 0u);
+  session->CloseSendQueue();
+}
+
+}  // namespace
+}  // namespace vxbus
