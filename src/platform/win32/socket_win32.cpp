@@ -298,6 +298,23 @@ IoResult Send(SocketHandle socket, const void* bytes, std::size_t length) {
   return count >= 0 ? Done(count) : FromLastError();
 }
 
+// WSASend gathers without an overlapped structure: on a non-blocking socket
+// it takes what fits now, as send does.
+IoResult SendGathered(SocketHandle socket, const BytePiece* pieces, std::size_t count) {
+  constexpr std::size_t kMaxPieces = 16;
+  WSABUF buffers[kMaxPieces];
+  if (count > kMaxPieces) count = kMaxPieces;
+  for (std::size_t i = 0; i < count; ++i) {
+    buffers[i].buf = static_cast<char*>(const_cast<void*>(pieces[i].data));
+    buffers[i].len = pieces[i].length > INT_MAX ? INT_MAX : static_cast<ULONG>(pieces[i].length);
+  }
+  DWORD sent = 0;
+  if (::WSASend(Native(socket), buffers, static_cast<DWORD>(count), &sent, 0, nullptr, nullptr) !=
+      0)
+    return FromLastError();
+  return Done(sent);
+}
+
 // A shutdown of the receiving half sends nothing to the peer and makes a
 // later recv fail with WSAESHUTDOWN; the waker ends the waits for reading.
 void InterruptReceive(SocketHandle socket) {
