@@ -3,6 +3,7 @@
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <mutex>
@@ -306,7 +307,7 @@ IoResult SendGathered(SocketHandle socket, const BytePiece* pieces, std::size_t 
   if (count > kMaxPieces) count = kMaxPieces;
   for (std::size_t i = 0; i < count; ++i) {
     buffers[i].buf = static_cast<char*>(const_cast<void*>(pieces[i].data));
-    buffers[i].len = pieces[i].length > INT_MAX ? INT_MAX : static_cast<ULONG>(pieces[i].length);
+    buffers[i].len = static_cast<ULONG>(std::min<std::size_t>(pieces[i].length, INT_MAX));
   }
   DWORD sent = 0;
   if (::WSASend(Native(socket), buffers, static_cast<DWORD>(count), &sent, 0, nullptr, nullptr) !=
