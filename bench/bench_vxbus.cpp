@@ -1,11 +1,7 @@
 // vxbus through its public interface only: a server application with four
 // slots, and a client application that calls and notifies them, over TCP or,
-// with BENCH_TRANSPORT=local, over the local pipes. With the argument "idle"
-// it measures instead the CPU time of a process that holds 100 idle sessions.
-#include <sys/resource.h>
+// with BENCH_TRANSPORT=local, over the local pipes.
 #include <unistd.h>
-
-#include <atomic>
 
 #include <condition_variable>
 #include <mutex>
@@ -13,7 +9,6 @@
 #include <thread>
 #include <vector>
 
-#include "demo_process.h"
 #include "harness.h"
 #include "vxbus.h"
 
@@ -176,78 +171,8 @@ std::unique_ptr<bench::Peer> MakePeer(bench::Ports ports) {
   return std::make_unique<VxbusPeer>(ports);
 }
 
-constexpr int kIdleSessions = 100;
-constexpr int kIdleSeconds = 10;
-std::atomic<int> g_sessions{0};
-
-void OnIdleConnect(const char*, const char*, const char*, const char*, std::int32_t, const char*) {
-  ++g_sessions;
-}
-
-double CpuSeconds() {
-  rusage usage{};
-  getrusage(RUSAGE_SELF, &usage);
-  return usage.ru_utime.tv_sec + usage.ru_stime.tv_sec +
-         (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
-}
-
-// One of the hundred peers: connects over the pipes, and stays until the
-// session ends or its lifetime has passed.
-int RunIdlePeer(const std::string& pipe, const std::string& name) {
-  VXSetAuthenticationInfo(kSecret, sizeof kSecret);
-  VXSetDisconnectListener(OnDisconnect);
-  if (VXInitialize(name.c_str(), 0, nullptr) != VX_SUCCESS) return 1;
-  char server[256] = {};
-  const bench::Clock::time_point giveUp = bench::Clock::now() + std::chrono::seconds(60);
-  while (VXConnectEx(pipe.c_str(), nullptr, 0, server, sizeof server, kSecret, sizeof kSecret) !=
-         VX_SUCCESS) {
-    if (bench::Clock::now() > giveUp) return 1;
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-  }
-  {
-    std::unique_lock<std::mutex> lock(g_mutex);
-    g_changed.wait_for(lock, std::chrono::seconds(bench::kServerLifetimeSeconds),
-                       [] { return g_clientGone; });
-  }
-  VXShutdown();
-  return 0;
-}
-
-// The process under measure listens on the pipes and does nothing else; its
-// CPU time over kIdleSeconds, once every session is up, as a share of one
-// core.
-int RunIdle(const char* program) {
-  const std::string pipe = "vxbus_bench_idle_" + std::to_string(getpid());
-  VXSetAuthenticationInfo(kSecret, sizeof kSecret);
-  VXSetConnectListener(OnIdleConnect);
-  if (VXInitializeWithPipeChannel(pipe.c_str(), "127.0.0.1", "bench_idle", 0, nullptr) !=
-      VX_SUCCESS)
-    return 1;
-  VXConnectionReady();
-  std::vector<long> peers;
-  for (int i = 0; i < kIdleSessions; ++i)
-    peers.push_back(demo::StartProcess(program, {"idle-peer", pipe, "idle_" + std::to_string(i)}));
-  const bench::Clock::time_point giveUp = bench::Clock::now() + std::chrono::seconds(120);
-  while (g_sessions.load() < kIdleSessions && bench::Clock::now() < giveUp)
-    std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  const bool allUp = g_sessions.load() >= kIdleSessions;
-  // Lets the sessions' first moments pass, as in a process that has run a while.
-  std::this_thread::sleep_for(std::chrono::seconds(1));
-  const double cpu = CpuSeconds();
-  const bench::Clock::time_point start = bench::Clock::now();
-  std::this_thread::sleep_for(std::chrono::seconds(kIdleSeconds));
-  const double share = (CpuSeconds() - cpu) / (bench::MicrosecondsSince(start) / 1e6);
-  if (allUp) bench::Report("idle_100_sessions_cpu_percent", 100 * share);
-  VXShutdown();  // every peer sees its session end and leaves
-  for (long peer : peers)
-    if (peer >= 0) demo::WaitForProcess(peer);
-  return allUp ? 0 : 1;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc == 2 && std::string(argv[1]) == "idle") return RunIdle(argv[0]);
-  if (argc == 4 && std::string(argv[1]) == "idle-peer") return RunIdlePeer(argv[2], argv[3]);
   return bench::BenchMain(argc, argv, Serve, MakePeer);
 }

@@ -15,11 +15,10 @@ cmake -S . -B "$out" -DCMAKE_BUILD_TYPE=Release -DVXBUS_BUILD_BENCH=ON \
 cmake --build "$out" -j"$(nproc)" --target bench_vxbus bench_raw_tcp bench_zmq >/dev/null
 echo "load before the run: $(cut -d' ' -f1-3 /proc/loadavg)"
 bin="$out/bench"
-# run LABEL PROGRAM TRANSPORT POLL SPIN [ARGUMENT]
+# run LABEL PROGRAM TRANSPORT POLL SPIN
 run() {
   echo "running $1 ..."
-  BENCH_TRANSPORT="$3" BENCH_POLL="$4" VXBUS_SPIN_US="$5" \
-    timeout 600 "$bin/$2" ${6:+"$6"} >"$out/$1.tsv"
+  BENCH_TRANSPORT="$3" BENCH_POLL="$4" VXBUS_SPIN_US="$5" timeout 600 "$bin/$2" >"$out/$1.tsv"
 }
 run vxbus_tcp bench_vxbus tcp 0 50
 run vxbus_tcp_nospin bench_vxbus tcp 0 0
@@ -31,8 +30,6 @@ run raw_unix bench_raw_tcp local 0 50
 run raw_unix_poll bench_raw_tcp local 1 50
 run zmq_tcp bench_zmq tcp 0 50
 run zmq_ipc bench_zmq local 0 50
-run idle bench_vxbus local 0 50 idle
-run idle_nospin bench_vxbus local 0 0 idle
 # The one-way rate alone, three times each, for its run-to-run spread.
 for peer in vxbus zmq; do
   : >"$out/${peer}_notify3.tsv"
@@ -45,7 +42,7 @@ for peer in vxbus zmq; do
 done
 awk -v plotdir="$out" -f bench/table.awk \
   "$out"/{vxbus_tcp,vxbus_tcp_nospin,vxbus_pipe,vxbus_pipe_nospin,raw_tcp,raw_tcp_poll}.tsv \
-  "$out"/{raw_unix,raw_unix_poll,zmq_tcp,zmq_ipc,idle,idle_nospin}.tsv \
+  "$out"/{raw_unix,raw_unix_poll,zmq_tcp,zmq_ipc}.tsv \
   "$out"/{vxbus,zmq}_notify3.tsv | tee "$out/table.md"
 gnuplot -e "dir='$out'; output='$out/bench.svg'" bench/plot.gp
 echo "load after the run: $(cut -d' ' -f1-3 /proc/loadavg)"
