@@ -1,5 +1,6 @@
 // vxbus through its public interface only: a server application with four
-// slots, and a client application that calls and notifies them.
+// slots, and a client application that calls and notifies them, over TCP or,
+// with BENCH_TRANSPORT=local, over the local pipes.
 #include <unistd.h>
 
 #include <condition_variable>
@@ -68,7 +69,12 @@ void OnDisconnect(const char*, const char*, std::int32_t, const char*) {
 int Serve(bench::Ports ports) {
   VXSetAuthenticationInfo(kSecret, sizeof kSecret);
   VXSetDisconnectListener(OnDisconnect);
-  if (VXInitializeEx("127.0.0.1", "bench_server", ports.first, nullptr) != VX_SUCCESS) return 1;
+  const std::string pipe = bench::LocalName(ports.first);
+  const _tag_VX_ERROR started =
+      bench::OverLocalChannel()
+          ? VXInitializeWithPipeChannel(pipe.c_str(), "127.0.0.1", "bench_server", 0, nullptr)
+          : VXInitializeEx("127.0.0.1", "bench_server", ports.first, nullptr);
+  if (started != VX_SUCCESS) return 1;
   const SLOT_DESCRIPTION slots[] = {{kCallSlot, OnCall, nullptr},
                                     {kNotifySlot, OnNotify, nullptr},
                                     {kFinishSlot, OnFinish, nullptr},
@@ -102,7 +108,11 @@ class VxbusPeer : public bench::Peer {
     const bench::Clock::time_point giveUp = bench::Clock::now() + std::chrono::seconds(10);
     _tag_VX_ERROR connected = VX_ERROR_NAME_IN_USE;
     while (connected == VX_ERROR_NAME_IN_USE && bench::Clock::now() < giveUp)
-      connected = VXConnect("127.0.0.1", port_, server_, sizeof server_, kSecret, sizeof kSecret);
+      connected =
+          bench::OverLocalChannel()
+              ? VXConnectEx(bench::LocalName(port_).c_str(), nullptr, 0, server_, sizeof server_,
+                            kSecret, sizeof kSecret)
+              : VXConnect("127.0.0.1", port_, server_, sizeof server_, kSecret, sizeof kSecret);
     if (connected != VX_SUCCESS) return false;
     PrepareCall(bench::kSmallBytes);
     return Call();

@@ -13,7 +13,9 @@ namespace {
 
 enum Kind : char { kCall = 'C', kFinish = 'F', kQuit = 'Q' };
 
+// ipc:// under an abstract name with BENCH_TRANSPORT=local.
 std::string Endpoint(int port) {
+  if (bench::OverLocalChannel()) return "ipc://@" + bench::LocalName(port);
   return "tcp://127.0.0.1:" + std::to_string(port);
 }
 

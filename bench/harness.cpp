@@ -1,11 +1,15 @@
 #include "harness.h"
 
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <fstream>
+#include <sstream>
 #include <thread>
 #include <vector>
 
@@ -20,6 +24,46 @@ using Seconds = std::chrono::duration<double>;
 struct Bound {
   int count;
   double seconds;
+};
+
+// The second process, whose CPU time the loops read as well.
+long g_server = -1;
+
+// CPU time, user and system, in microseconds: this process's, and the
+// server's as the kernel counts it (in clock ticks, so coarse for short runs).
+double OwnCpuMicroseconds() {
+  rusage usage{};
+  getrusage(RUSAGE_SELF, &usage);
+  return (usage.ru_utime.tv_sec + usage.ru_stime.tv_sec) * 1e6 + usage.ru_utime.tv_usec +
+         usage.ru_stime.tv_usec;
+}
+
+double ServerCpuMicroseconds() {
+  std::ifstream stat("/proc/" + std::to_string(g_server) + "/stat");
+  std::string text((std::istreambuf_iterator<char>(stat)), std::istreambuf_iterator<char>());
+  const std::size_t end = text.rfind(')');  // the command may hold spaces
+  if (end == std::string::npos) return 0;
+  std::istringstream fields(text.substr(end + 2));
+  std::string field;
+  double ticks = 0;
+  // After the name: state is field 3; utime and stime are fields 14 and 15.
+  for (int index = 3; index <= 15 && fields >> field; ++index)
+    if (index >= 14) ticks += std::stod(field);
+  return ticks * 1e6 / static_cast<double>(sysconf(_SC_CLK_TCK));
+}
+
+// CPU time spent on both sides between its start and Report.
+class CpuMeter {
+ public:
+  CpuMeter() : own_(OwnCpuMicroseconds()), server_(ServerCpuMicroseconds()) {}
+  void Report(const std::string& name, double messages) const {
+    bench::Report(name + "_client_cpu_us", (OwnCpuMicroseconds() - own_) / messages);
+    bench::Report(name + "_server_cpu_us", (ServerCpuMicroseconds() - server_) / messages);
+  }
+
+ private:
+  double own_;
+  double server_;
 };
 
 bool Failed(const std::string& what) {
@@ -50,11 +94,20 @@ std::vector<double> TimeCalls(Peer& peer, std::size_t bytes, int warmUp, Bound b
   return samples;
 }
 
+// Besides the spread of the times, the CPU time per call on each side and the
+// wall time per call over the same loop, for the cost of spinning.
 bool MeasureCalls(Peer& peer, const std::string& name, std::size_t bytes, Bound bound) {
+  const CpuMeter cpu;
+  const Clock::time_point start = Clock::now();
   const std::vector<double> samples = TimeCalls(peer, bytes, 200, bound);
   if (samples.empty()) return Failed(name);
+  const double calls = static_cast<double>(samples.size() + 200);
+  const double wall = MicrosecondsSince(start) / calls;
   Report(name + "_median_us", Percentile(samples, 0.5));
   Report(name + "_p99_us", Percentile(samples, 0.99));
+  Report(name + "_p999_us", Percentile(samples, 0.999));
+  Report(name + "_wall_us", wall);
+  cpu.Report(name, calls);
   return true;
 }
 
@@ -69,6 +122,7 @@ bool MeasureNotifies(Peer& peer, Bound bound) {
   for (int i = 0; i < 1000; ++i)
     if (!peer.Notify()) return Failed("notify");
   peer.FinishNotifies();
+  const CpuMeter cpu;
   const Clock::time_point start = Clock::now();
   const Clock::time_point end =
       start + std::chrono::duration_cast<Clock::duration>(Seconds(bound.seconds));
@@ -79,6 +133,7 @@ bool MeasureNotifies(Peer& peer, Bound bound) {
   }
   const std::uint64_t received = peer.FinishNotifies();
   const double elapsed = MicrosecondsSince(start);
+  cpu.Report("notify", static_cast<double>(sent));
   if (received != sent) {
     return Failed("notify: sent " + std::to_string(sent) + ", the server counted " +
                   std::to_string(received) + ";");
@@ -165,6 +220,20 @@ int WaitForServer(long process, int seconds) {
 
 }  // namespace
 
+bool OverLocalChannel() {
+  const char* transport = std::getenv("BENCH_TRANSPORT");
+  return transport != nullptr && std::string(transport) == "local";
+}
+
+bool BusyPolling() {
+  const char* poll = std::getenv("BENCH_POLL");
+  return poll != nullptr && std::string(poll) == "1";
+}
+
+std::string LocalName(int port) {
+  return "vxbus_bench_" + std::to_string(port);
+}
+
 void Report(const std::string& name, double value) {
   std::printf("%s\t%.3f\n", name.c_str(), value);
   std::fflush(stdout);
@@ -189,6 +258,7 @@ int BenchMain(int argc, char** argv, ServeFunction serve, PeerFactory connect) {
     std::fprintf(stderr, "could not start the server process\n");
     return 1;
   }
+  g_server = server;
   int status = 1;
   {
     std::unique_ptr<Peer> peer = connect(ports);

@@ -53,6 +53,15 @@ class Peer {
 // Prints one result line, "name<TAB>value", which scripts/bench.sh collects.
 void Report(const std::string& name, double value);
 
+// What a run measures over, from the environment, which the server process
+// inherits: BENCH_TRANSPORT ("tcp", the default; "local" for the machine's
+// local channel: vxbus pipes, a unix socket, ZeroMQ ipc://) and BENCH_POLL=1
+// for peers that busy-poll instead of blocking in a receive.
+bool OverLocalChannel();
+bool BusyPolling();
+// A name for this run's local endpoint, unique per run through the port.
+std::string LocalName(int port);
+
 // Two free loopback TCP ports, for the server to listen on.
 struct Ports {
   int first = 0;

@@ -3,6 +3,7 @@
 #define VXBUS_PLATFORM_HOST_H_
 
 #include <cstddef>
+#include <string>
 
 namespace vxbus {
 namespace platform {
@@ -22,6 +23,10 @@ void StopSocketLibrary();
 // once, as the system limits it now; a large number where the system sets
 // no practical limit. For sizing what a peer may make the process hold.
 std::size_t OpenHandleLimit();
+
+// Copies the value of the environment variable `name` into `value`; false,
+// with `value` untouched, when it is not set. For settings read at start.
+bool ReadEnvironmentVariable(const char* name, std::string* value);
 
 }  // namespace platform
 }  // namespace vxbus

@@ -3,6 +3,7 @@
 #ifndef VXBUS_PLATFORM_IO_RESULT_H_
 #define VXBUS_PLATFORM_IO_RESULT_H_
 
+#include <cstddef>
 #include <cstdint>
 
 namespace vxbus {
@@ -26,6 +27,13 @@ struct IoResult {
   int systemCode = 0;      // the system's error number for kFailed; for log lines only
 
   bool ok() const { return status == IoStatus::kOk; }
+};
+
+// One piece of a gathered write: its bytes go out after those of the pieces
+// before it, as one stream, without being copied together first.
+struct BytePiece {
+  const void* data = nullptr;
+  std::size_t length = 0;
 };
 
 }  // namespace platform

@@ -84,6 +84,12 @@ void WakeLocalPipeAccept();
 // kFailed when the reader has gone. It never raises a signal.
 IoResult WriteLocalPipe(LocalPipe* pipe, const void* bytes, std::uint32_t length);
 
+// WriteLocalPipe for `count` pieces in their order: kOk with the bytes moved,
+// which may end inside any piece. Where the system gathers, one call takes
+// from several pieces; elsewhere it writes from the first non-empty piece
+// only, and the caller comes back for the rest. At most 16 pieces.
+IoResult WriteLocalPipeGathered(LocalPipe* pipe, const BytePiece* pieces, std::size_t count);
+
 }  // namespace platform
 }  // namespace vxbus
 

@@ -82,6 +82,9 @@ IoResult WaitWritable(SocketHandle socket, std::int64_t timeoutMs);
 // connection that the peer has dropped fails; it never raises a signal.
 IoResult Receive(SocketHandle socket, void* buffer, std::size_t length);
 IoResult Send(SocketHandle socket, const void* bytes, std::size_t length);
+// One send of `count` pieces in their order, as Send does for one: kOk with
+// the bytes moved, which may end inside any piece. At most 16 pieces.
+IoResult SendGathered(SocketHandle socket, const BytePiece* pieces, std::size_t count);
 
 // Ends every wait for reading on `socket` at once, the one under way and all
 // later ones: WaitReadable reports ready, and Receive then reports kClosed.

@@ -58,38 +58,47 @@ std::int32_t PipeChannel::ReadStoppable(void* buffer, std::uint32_t length,
                                         const std::atomic<bool>* stopFlag) {
   if (length > g_limits.limits.MAX_READ_SIZE || length > kLargestCount) return -1;
   if (length == 0) return 0;
+  readStopFlag_ = stopFlag;
+  const bool filled = readBuffer_.Fill(static_cast<unsigned char*>(buffer), length, *this).ok();
+  return filled ? static_cast<std::int32_t>(length) : -1;
+}
 
-  auto* position = static_cast<unsigned char*>(buffer);
-  std::uint32_t remaining = length;
-  for (;;) {
-    ++g_transportReceiveCalls;
-    // A reader that may wait for its stop flag looks at it only when a whole
-    // wait has passed without data.
-    platform::IoResult read =
-        platform::ReadLocalPipe(pipe, position, remaining, ReadWaitMs(), stopFlag);
-    if (!read.ok()) return -1;
-    const std::int64_t count = read.count;
-    if (count == remaining) return static_cast<std::int32_t>(length);
-    position += count;
-    remaining -= static_cast<std::uint32_t>(count);
-  }
+// A reader that may wait for its stop flag looks at it only when a whole
+// wait has passed without data.
+platform::IoResult PipeChannel::ReceiveSome(void* buffer, std::uint32_t length) {
+  ++g_transportReceiveCalls;
+  return platform::ReadLocalPipe(pipe, buffer, length, ReadWaitMs(), readStopFlag_);
 }
 
 std::int32_t PipeChannel::Write(const void* bytes, std::uint32_t length) {
   if (length > kLargestCount) return -1;
-  if (length == 0) return 0;
+  return writeBatch_.Write(bytes, length, *this);
+}
 
-  const auto* position = static_cast<const unsigned char*>(bytes);
-  std::uint32_t remaining = length;
-  for (;;) {
+void PipeChannel::BeginWriteBatch() {
+  writeBatch_.Begin();
+}
+
+std::int32_t PipeChannel::EndWriteBatch() {
+  return writeBatch_.End(*this);
+}
+
+// Writes block without a time limit until the pipe has taken every byte.
+bool PipeChannel::SendAll(const platform::BytePiece* pieces, std::size_t count) {
+  platform::BytePiece left[2];
+  if (count > 2) return false;  // a batch has at most its bytes and one piece behind them
+  for (std::size_t i = 0; i < count; ++i)
+    left[i] = pieces[i];
+  while (count > 0) {
     ++g_transportSendCalls;
-    platform::IoResult written = platform::WriteLocalPipe(pipe, position, remaining);
-    if (!written.ok()) return -1;
-    const std::int64_t count = written.count;
-    if (count == remaining) return static_cast<std::int32_t>(length);
-    position += count;
-    remaining -= static_cast<std::uint32_t>(count);
+    platform::IoResult written =
+        count == 1 ? platform::WriteLocalPipe(pipe, left[0].data,
+                                              static_cast<std::uint32_t>(left[0].length))
+                   : platform::WriteLocalPipeGathered(pipe, left, count);
+    if (!written.ok()) return false;
+    count = SkipSentBytes(left, count, written.count);
   }
+  return true;
 }
 
 std::string PipeChannel::GetPeerAddress() {

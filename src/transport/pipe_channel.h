@@ -9,6 +9,7 @@
 #include <string>
 
 #include "platform/local_pipe.h"
+#include "transport/stream_buffers.h"
 #include "transport/transport_channel.h"
 
 namespace vxbus {
@@ -21,7 +22,7 @@ extern std::string listenerPipeOutName;
 // most for that client on "_out": 10 s. Only tests shorten it.
 extern std::atomic<std::uint32_t> g_pipeAcceptWaitMs;
 
-class PipeChannel : public ITransportChannel {
+class PipeChannel : public ITransportChannel, private ReadBuffer::Source, private WriteBatch::Sink {
  public:
   // Takes ownership of the pipe pair. `peerName` names the pipe this side
   // writes, `localName` the one it reads.
@@ -41,11 +42,21 @@ class PipeChannel : public ITransportChannel {
   std::int32_t WaitReadable(std::uint32_t timeoutMs) override;
   std::int32_t WaitReadableForever() override;
   void InterruptReads() override;
+  void BeginWriteBatch() override;
+  std::int32_t EndWriteBatch() override;
 
  private:
+  // One read of the pipe within the read's limits, and one gathered write
+  // until every byte is taken; each system call counted once.
+  platform::IoResult ReceiveSome(void* buffer, std::uint32_t length) override;
+  bool SendAll(const platform::BytePiece* pieces, std::size_t count) override;
+
   platform::LocalPipe* pipe;
   std::string peerAddress;
   std::string localAddress;
+  ReadBuffer readBuffer_;                            // reader only
+  const std::atomic<bool>* readStopFlag_ = nullptr;  // of the read under way
+  WriteBatch writeBatch_;                            // writer only
 };
 
 // Sets both listener names from a base name; an empty one changes nothing,

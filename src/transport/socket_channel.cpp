@@ -23,12 +23,6 @@ constexpr int kConnectRounds = 2;
 constexpr std::int64_t kConnectRoundMs = 2001;
 // A full send buffer is waited for 10 s and 1 ms, whatever the limit is.
 constexpr std::int64_t kWriteWaitMs = 10001;
-// Reads below this size take what the socket holds into the read buffer;
-// writes below it are collected in a write batch. Larger ones move in place.
-constexpr std::uint32_t kDirectReadBytes = 16384;
-constexpr std::uint32_t kDirectWriteBytes = 16384;
-constexpr std::uint32_t kReadBufferBytes = 65536;
-constexpr std::uint32_t kBatchBytes = 65536;
 
 std::int64_t MillisecondsSince(Clock::time_point start) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
@@ -74,10 +68,7 @@ void ApplyConnectedSocketOptions(platform::SocketHandle socket) {
   platform::SetSendBufferSize(socket, kSocketBufferBytes);
 }
 
-SocketChannel::SocketChannel(platform::SocketHandle socket)
-    : socketHandle(socket),
-      readBuffer_(new unsigned char[kReadBufferBytes]),
-      batch_(new unsigned char[kBatchBytes]) {
+SocketChannel::SocketChannel(platform::SocketHandle socket) : socketHandle(socket) {
   platform::Ipv4Endpoint endpoint;
   if (platform::GetPeerEndpoint(socketHandle, &endpoint)) peerAddress = EndpointText(endpoint);
   if (platform::GetLocalEndpoint(socketHandle, &endpoint)) localAddress = EndpointText(endpoint);
@@ -91,119 +82,82 @@ std::int32_t SocketChannel::Read(void* buffer, std::uint32_t length) {
   return ReadStoppable(buffer, length, nullptr);
 }
 
-platform::IoResult SocketChannel::ReceiveOnce(void* buffer, std::size_t length) {
-  ++g_transportReceiveCalls;
-  return platform::Receive(socketHandle, buffer, length);
-}
-
-std::uint32_t SocketChannel::TakeBuffered(unsigned char* out, std::uint32_t length) {
-  std::uint32_t count = readEnd_ - readStart_;
-  if (count > length) count = length;
-  if (count == 0) return 0;
-  std::memcpy(out, readBuffer_.get() + readStart_, count);
-  readStart_ += count;
-  return count;
-}
-
 std::int32_t SocketChannel::ReadStoppable(void* buffer, std::uint32_t length,
                                           const std::atomic<bool>* stopFlag) {
   if (length > g_limits.limits.MAX_READ_SIZE || length > kLargestCount) return -1;
   if (length == 0) return 0;
-
-  auto* position = static_cast<unsigned char*>(buffer);
-  std::uint32_t remaining = length;
-  std::uint32_t taken = TakeBuffered(position, remaining);
-  if (taken == remaining) return static_cast<std::int32_t>(length);
-  position += taken;
-  remaining -= taken;
   // The time limit runs from the first look at the socket; a read served
   // from the buffer alone, the common case in a stream of small frames,
   // costs no clock read.
-  const Clock::time_point start = Clock::now();
-  while (remaining > 0) {
-    if (readsInterrupted_.load(std::memory_order_acquire)) return -1;
-    // A large rest goes straight to its place; a small one takes whatever
-    // the socket holds, so that the frames behind it need no receive.
-    const bool direct = remaining >= kDirectReadBytes;
-    platform::IoResult received = direct ? ReceiveOnce(position, remaining)
-                                         : ReceiveOnce(readBuffer_.get(), kReadBufferBytes);
-    if (received.ok()) {
-      if (direct) {
-        position += received.count;
-        remaining -= static_cast<std::uint32_t>(received.count);
-      } else {
-        readStart_ = 0;
-        readEnd_ = static_cast<std::uint32_t>(received.count);
-        taken = TakeBuffered(position, remaining);
-        position += taken;
-        remaining -= taken;
-      }
-      continue;
-    }
+  readStopFlag_ = stopFlag;
+  readStarted_ = false;
+  const bool filled = readBuffer_.Fill(static_cast<unsigned char*>(buffer), length, *this).ok();
+  return filled ? static_cast<std::int32_t>(length) : -1;
+}
+
+platform::IoResult SocketChannel::ReceiveSome(void* buffer, std::uint32_t length) {
+  if (!readStarted_) {
+    readStart_ = Clock::now();
+    readStarted_ = true;
+  }
+  platform::IoResult failed;
+  for (;;) {
+    if (readsInterrupted_.load(std::memory_order_acquire)) return failed;
+    ++g_transportReceiveCalls;
+    platform::IoResult received = platform::Receive(socketHandle, buffer, length);
+    if (received.ok()) return received;
     if (received.status == platform::IoStatus::kClosed) {
       VX_LOG(kLogInfo, "Receive failed: socket closed");
-      return -1;
+      return received;
     }
     if (received.status != platform::IoStatus::kWouldBlock) {
       VX_LOG(kLogInfo, "Receive failed with code ", received.systemCode);
-      return -1;
+      return received;
     }
     // A reader that may wait for its stop flag has no overall deadline.
-    if (!StopWaitAllowed(stopFlag) && MillisecondsSince(start) >= TimeLimitMs()) {
+    if (!StopWaitAllowed(readStopFlag_) && MillisecondsSince(readStart_) >= TimeLimitMs()) {
       VX_LOG(kLogInfo, "Receive failed with code ", kTimeLimitErrorCode);
-      return -1;
+      return failed;
     }
     if (platform::WaitReadable(socketHandle, QuietPeriodMs()).ok()) continue;
-    if (!StopWaitAllowed(stopFlag)) return -1;
+    if (!StopWaitAllowed(readStopFlag_)) return failed;
   }
-  return static_cast<std::int32_t>(length);
 }
 
 std::int32_t SocketChannel::Write(const void* bytes, std::uint32_t length) {
   if (length > kLargestCount) return -1;
-  if (!batching_ || length == 0) return WriteThrough(bytes, length);
-  // A large piece goes out from where it lies, after what was collected.
-  if (length >= kDirectWriteBytes || batched_ + length > kBatchBytes) {
-    const std::uint32_t collected = batched_;
-    batched_ = 0;
-    if (WriteThrough(batch_.get(), collected) < 0) return -1;
-    if (length >= kDirectWriteBytes) return WriteThrough(bytes, length);
-  }
-  std::memcpy(batch_.get() + batched_, bytes, length);
-  batched_ += length;
-  return static_cast<std::int32_t>(length);
+  return writeBatch_.Write(bytes, length, *this);
 }
 
 void SocketChannel::BeginWriteBatch() {
-  batching_ = true;
+  writeBatch_.Begin();
 }
 
 std::int32_t SocketChannel::EndWriteBatch() {
-  batching_ = false;
-  const std::uint32_t collected = batched_;
-  batched_ = 0;
-  return WriteThrough(batch_.get(), collected) < 0 ? -1 : 0;
+  return writeBatch_.End(*this);
 }
 
-std::int32_t SocketChannel::WriteThrough(const void* bytes, std::uint32_t length) {
+// The time limit of a write runs from its first send.
+bool SocketChannel::SendAll(const platform::BytePiece* pieces, std::size_t count) {
   const Clock::time_point start = Clock::now();
-  if (length == 0) return 0;
-
-  const auto* position = static_cast<const unsigned char*>(bytes);
-  std::uint32_t remaining = length;
-  for (;;) {
+  platform::BytePiece left[2];
+  if (count > 2) return false;  // a batch has at most its bytes and one piece behind them
+  for (std::size_t i = 0; i < count; ++i)
+    left[i] = pieces[i];
+  while (count > 0) {
     ++g_transportSendCalls;
-    platform::IoResult sent = platform::Send(socketHandle, position, remaining);
+    platform::IoResult sent = count == 1
+                                  ? platform::Send(socketHandle, left[0].data, left[0].length)
+                                  : platform::SendGathered(socketHandle, left, count);
     if (sent.ok()) {
-      position += sent.count;
-      remaining -= static_cast<std::uint32_t>(sent.count);
-      if (remaining == 0) return static_cast<std::int32_t>(length);
+      count = SkipSentBytes(left, count, sent.count);
       continue;
     }
-    if (sent.status != platform::IoStatus::kWouldBlock) return -1;
-    if (MillisecondsSince(start) >= TimeLimitMs()) return -1;
-    if (!platform::WaitWritable(socketHandle, kWriteWaitMs).ok()) return -1;
+    if (sent.status != platform::IoStatus::kWouldBlock) return false;
+    if (MillisecondsSince(start) >= TimeLimitMs()) return false;
+    if (!platform::WaitWritable(socketHandle, kWriteWaitMs).ok()) return false;
   }
+  return true;
 }
 
 std::string SocketChannel::GetPeerAddress() {
@@ -216,12 +170,12 @@ std::string SocketChannel::GetLocalAddress() {
 
 // Bytes already taken off the socket count as ready.
 std::int32_t SocketChannel::WaitReadable(std::uint32_t timeoutMs) {
-  if (readEnd_ > readStart_) return 1;
+  if (readBuffer_.HasBytes()) return 1;
   return WaitResult(platform::WaitReadable(socketHandle, timeoutMs));
 }
 
 std::int32_t SocketChannel::WaitReadableForever() {
-  if (readEnd_ > readStart_) return 1;
+  if (readBuffer_.HasBytes()) return 1;
   return WaitResult(platform::WaitReadable(socketHandle, platform::kWaitForever));
 }
 

@@ -3,11 +3,12 @@
 #define VXBUS_TRANSPORT_SOCKET_CHANNEL_H_
 
 #include <atomic>
+#include <chrono>
 #include <cstdint>
-#include <memory>
 #include <string>
 
 #include "platform/socket.h"
+#include "transport/stream_buffers.h"
 #include "transport/transport_channel.h"
 
 namespace vxbus {
@@ -17,7 +18,9 @@ namespace vxbus {
 // not looked at.
 void ApplyConnectedSocketOptions(platform::SocketHandle socket);
 
-class SocketChannel : public ITransportChannel {
+class SocketChannel : public ITransportChannel,
+                      private ReadBuffer::Source,
+                      private WriteBatch::Sink {
  public:
   // Takes ownership of a connected socket and learns both addresses; an
   // address that cannot be learned stays empty.
@@ -41,23 +44,22 @@ class SocketChannel : public ITransportChannel {
   std::int32_t EndWriteBatch() override;
 
  private:
-  // Every send and receive call, counted once each.
-  platform::IoResult ReceiveOnce(void* buffer, std::size_t length);
-  std::int32_t WriteThrough(const void* bytes, std::uint32_t length);
-  std::uint32_t TakeBuffered(unsigned char* out, std::uint32_t length);
+  // One receive that waits for data within the read's limits, and one
+  // gathered send that waits for room within the write's; each system call
+  // counted once.
+  platform::IoResult ReceiveSome(void* buffer, std::uint32_t length) override;
+  bool SendAll(const platform::BytePiece* pieces, std::size_t count) override;
 
   platform::SocketHandle socketHandle;
   std::string peerAddress;
   std::string localAddress;
-  // Small reads take what the socket holds into this buffer and are served
-  // from it; WaitReadable reports ready while it holds bytes. Reader only.
-  std::unique_ptr<unsigned char[]> readBuffer_;
-  std::uint32_t readStart_ = 0;
-  std::uint32_t readEnd_ = 0;
-  // The bytes collected in a write batch. Writer only.
-  std::unique_ptr<unsigned char[]> batch_;
-  std::uint32_t batched_ = 0;
-  bool batching_ = false;
+  // WaitReadable reports ready while the buffer holds bytes. Reader only.
+  ReadBuffer readBuffer_;
+  // The stop flag and start of the read under way. Reader only.
+  const std::atomic<bool>* readStopFlag_ = nullptr;
+  bool readStarted_ = false;
+  std::chrono::steady_clock::time_point readStart_;
+  WriteBatch writeBatch_;
   // Set by InterruptReads: a peer that goes on sending must not keep a
   // read going, as the socket may still deliver what arrives after it.
   std::atomic<bool> readsInterrupted_{false};

@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "runtime/block_pool.h"
+#include "runtime/brief_spin.h"
 #include "runtime/object_counters.h"
 #include "runtime/printable_name.h"
 #include "runtime/process_state.h"
@@ -297,6 +298,20 @@ TEST(VersionAndErrorText, HeaderAndLibraryAgreeAndEveryCodeHasItsOwnText) {
   const std::string nameInUse = VXErrorText(VX_ERROR_NAME_IN_USE);
   for (const char* place : {"connected already", "secret", "initialise"})
     EXPECT_NE(nameInUse.find(place), std::string::npos) << place;
+}
+
+// VXBUS_SPIN_US: whole microseconds, 0 switches spinning off, a large value
+// is cut to the longest spin, and a text that is not a number keeps the
+// default rather than switching spinning off by mistake.
+TEST(BriefSpin, TheSpinSettingReadsWholeMicrosecondsWithinItsBounds) {
+  using std::chrono::microseconds;
+  EXPECT_EQ(ParseSpinSetting("0"), microseconds(0));
+  EXPECT_EQ(ParseSpinSetting("120"), microseconds(120));
+  EXPECT_EQ(ParseSpinSetting("10000"), kLongestSpin);
+  EXPECT_EQ(ParseSpinSetting("99999999999999999999"), kLongestSpin);
+  for (const char* text : {"", "-5", "50us", " 7", "off"})
+    EXPECT_EQ(ParseSpinSetting(text), kBriefSpin) << text;
+  EXPECT_EQ(ParseSpinSetting(nullptr), kBriefSpin);
 }
 
 }  // namespace

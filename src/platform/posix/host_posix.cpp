@@ -1,10 +1,19 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <cstdlib>
+
 #include "platform/host.h"
 
 namespace vxbus {
 namespace platform {
+
+bool ReadEnvironmentVariable(const char* name, std::string* value) {
+  const char* text = std::getenv(name);
+  if (text == nullptr) return false;
+  *value = text;
+  return true;
+}
 
 bool GetHostName(char* buffer, std::size_t size) {
   return ::gethostname(buffer, size) == 0;

@@ -17,6 +17,7 @@
 #include <cstring>
 #include <new>
 
+#include "platform/posix/gather_posix.h"
 #include "platform/posix/poll_posix.h"
 
 namespace vxbus {
@@ -340,6 +341,14 @@ IoResult WriteLocalPipe(LocalPipe* pipe, const void* bytes, std::uint32_t length
     return Status(errno == EPIPE || errno == ECONNRESET ? IoStatus::kClosed : IoStatus::kFailed, 0,
                   errno);
   }
+}
+
+IoResult WriteLocalPipeGathered(LocalPipe* pipe, const BytePiece* pieces, std::size_t count) {
+  if (pipe == nullptr) return Status(IoStatus::kFailed, 0, EBADF);
+  ssize_t sent = posix::SendPieces(pipe->writeFd, pieces, count, 0);
+  if (sent >= 0) return Status(IoStatus::kOk, sent);
+  return Status(errno == EPIPE || errno == ECONNRESET ? IoStatus::kClosed : IoStatus::kFailed, 0,
+                errno);
 }
 
 }  // namespace platform

@@ -11,6 +11,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include "platform/posix/gather_posix.h"
 #include "platform/posix/poll_posix.h"
 
 namespace vxbus {
@@ -240,6 +241,11 @@ IoResult Receive(SocketHandle socket, void* buffer, std::size_t length) {
 IoResult Send(SocketHandle socket, const void* bytes, std::size_t length) {
   ssize_t count = ::send(Fd(socket), bytes, length, MSG_NOSIGNAL);
   return count >= 0 ? Done(count) : FromErrno();
+}
+
+IoResult SendGathered(SocketHandle socket, const BytePiece* pieces, std::size_t count) {
+  ssize_t sent = posix::SendPieces(Fd(socket), pieces, count, 0);
+  return sent >= 0 ? Done(sent) : FromErrno();
 }
 
 // A shutdown of the receiving half wakes every poll on the descriptor and

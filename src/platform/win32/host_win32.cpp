@@ -5,6 +5,14 @@
 namespace vxbus {
 namespace platform {
 
+bool ReadEnvironmentVariable(const char* name, std::string* value) {
+  char text[256];
+  const DWORD length = ::GetEnvironmentVariableA(name, text, sizeof text);
+  if (length == 0 || length >= sizeof text) return false;  // unset, or too long to be a setting
+  value->assign(text, length);
+  return true;
+}
+
 // gethostname is a Winsock call: it fails unless the socket library runs.
 bool GetHostName(char* buffer, std::size_t size) {
   return ::gethostname(buffer, static_cast<int>(size)) == 0;

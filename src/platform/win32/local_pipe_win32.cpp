@@ -334,5 +334,16 @@ IoResult WriteLocalPipe(LocalPipe* pipe, const void* bytes, std::uint32_t length
   return Status(IoStatus::kOk, written);
 }
 
+// Named pipes have no gathered write: the caller's batch is already one
+// piece, and a large piece behind it goes out in a write of its own.
+IoResult WriteLocalPipeGathered(LocalPipe* pipe, const BytePiece* pieces, std::size_t count) {
+  for (std::size_t i = 0; i < count; ++i) {
+    if (pieces[i].length == 0) continue;
+    const std::size_t length = std::min<std::size_t>(pieces[i].length, 0x7FFFFFFF);
+    return WriteLocalPipe(pipe, pieces[i].data, static_cast<std::uint32_t>(length));
+  }
+  return Status(IoStatus::kOk, 0);
+}
+
 }  // namespace platform
 }  // namespace vxbus

@@ -3,6 +3,7 @@
 #include <winsock2.h>
 #include <ws2tcpip.h>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <mutex>
@@ -296,6 +297,23 @@ IoResult Send(SocketHandle socket, const void* bytes, std::size_t length) {
   int part = length > INT_MAX ? INT_MAX : static_cast<int>(length);
   int count = ::send(Native(socket), static_cast<const char*>(bytes), part, 0);
   return count >= 0 ? Done(count) : FromLastError();
+}
+
+// WSASend gathers without an overlapped structure: on a non-blocking socket
+// it takes what fits now, as send does.
+IoResult SendGathered(SocketHandle socket, const BytePiece* pieces, std::size_t count) {
+  constexpr std::size_t kMaxPieces = 16;
+  WSABUF buffers[kMaxPieces];
+  if (count > kMaxPieces) count = kMaxPieces;
+  for (std::size_t i = 0; i < count; ++i) {
+    buffers[i].buf = static_cast<char*>(const_cast<void*>(pieces[i].data));
+    buffers[i].len = static_cast<ULONG>(std::min<std::size_t>(pieces[i].length, INT_MAX));
+  }
+  DWORD sent = 0;
+  if (::WSASend(Native(socket), buffers, static_cast<DWORD>(count), &sent, 0, nullptr, nullptr) !=
+      0)
+    return FromLastError();
+  return Done(sent);
 }
 
 // A shutdown of the receiving half sends nothing to the peer and makes a
