@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The physical limit: the same traffic over plain TCP sockets, or unix-domain
 // sockets with BENCH_TRANSPORT=local, with a frame of our own (kind word,
 // length word, payload) and no library at all. The receiver reads through one

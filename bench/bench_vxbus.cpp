@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // vxbus through its public interface only: a server application with four
 // slots, and a client application that calls and notifies them, over TCP or,
 // with BENCH_TRANSPORT=local, over the local pipes.

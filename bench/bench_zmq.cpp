@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // ZeroMQ, the messaging library that vxbus is held against: REQ/REP
 // for calls and PUSH/PULL for one-way messages. The first byte of a request
 // says what it is; the rest is payload, so every message has the same size as

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The measuring half that every benchmark shares: the sizes, the loops, the
 // statistics, the second process and the report lines. Each peer kind (vxbus,
 // raw TCP, ZeroMQ) only says how one call, one notification, one connect and

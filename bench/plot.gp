@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Draws the data files that table.awk wrote, one panel per group of measures,
 # each in its own unit, with a bar per run.
 #   gnuplot -e "dir='build/bench'; output='bench.svg'" plot.gp

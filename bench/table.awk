@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Joins the result lines of the benchmark runs into one table, checks the
 # goals of the performance work, and writes one data file per group of
 # measures for plot.gp.

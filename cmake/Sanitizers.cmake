@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # One switch for the sanitizer builds that every change touching threads must pass.
 if(VXBUS_SANITIZE STREQUAL "address")
   add_compile_options(-fsanitize=address,undefined -fno-omit-frame-pointer

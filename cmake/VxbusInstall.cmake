@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Install rules, in four components that match the Debian packages that
 # scripts/package.sh makes from them:
 #   runtime  the shared library and its SONAME link           (libvxbus0)

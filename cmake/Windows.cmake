@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # What a Windows build adds: every program and the DLL in one folder, as
 # Windows finds a DLL next to the program that loads it, together with the
 # compiler's runtime DLLs.

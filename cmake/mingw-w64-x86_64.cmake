@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Cross-build for 64-bit Windows with MinGW-w64 on a Linux host. The posix
 # flavour of the compiler is needed: its standard library has std::thread.
 # Test programs run through Wine, which CTest starts for each of them.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The client of the demo: it connects to the server with the shared secret,
 // calls a slot, sends a notification, follows a signal, and leaves.
 #include <string>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the two applications of the demo agree on, and how each one talks to
 // the person watching.
 #ifndef VXBUS_EXAMPLES_DEMO_COMMON_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Two applications on one bus, each in its own process: a server with slots
 // and a signal, and a client that uses them.
 //

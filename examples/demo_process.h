@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The little that the demo needs of the operating system beyond the library:
 // a free port, and this same program started again as a second process.
 #ifndef VXBUS_EXAMPLES_DEMO_PROCESS_H_

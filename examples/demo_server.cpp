@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The server of the demo: it offers three slots and one signal, serves one
 // client, and shuts down once that client has gone.
 #include <cstdio>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A guided tour of parameter lists: build one with every kind of value, read
 // it back through the plain functions and through VX::ParamListHolder, and
 // print it. Explanations go to standard output, list dumps to standard error.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A channel over fixed bytes for the harnesses: reads take from the input
 // and fail once it runs out; writes are kept, so a harness can compare what
 // the library writes with what it read.

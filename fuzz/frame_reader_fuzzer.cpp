@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The frame reader of a session, fed whole frames by the fuzzer through the
 // channel interface: calls, one-way calls and replies, read one after the
 // other until the reader ends the session. One call with id 1 waits for its

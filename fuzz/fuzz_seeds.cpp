@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writes the seed corpus of every harness, made by the library itself so the
 // seeds follow the current format and no binary files live in the tree:
 //   vxbus_fuzz_seeds <dir>    writes <dir>/<harness>/<seed> files

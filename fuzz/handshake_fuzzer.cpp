@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The accepting side of the handshake, with the connecting peer's bytes from
 // the fuzzer and the challenge from the real random source. The first input
 // byte chooses whether the 16 bytes read as the answer are replaced with the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A list image from a peer, walked as an application walks it: every record
 // by the walkers, every value by the getters of its name and of every type,
 // every element in place, then dumped by both printers and changed by

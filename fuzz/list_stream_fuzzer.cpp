@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The stream reader of lists, as the frame reader drives it: the first 8
 // bytes are the root's pair from a frame header, the rest is the stream.
 // A stream that reads back whole must be written again byte for byte.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 /// \file
 /// vxbus: a small brokerless message bus between the processes of one installation.
 ///

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds the benchmarks in Release, runs vxbus, raw sockets and ZeroMQ side by
 # side over loopback TCP and over the machine's local channel, prints a table
 # and the goals, and writes a plot, all under build/bench/. Takes about fifteen

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds the library and runs the demo: a server and a client, each in its own
 # process, talking over TCP.
 #   bash scripts/demo.sh --pipes              the same conversation over local pipes

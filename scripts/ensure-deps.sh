@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Installs what a build needs on Debian 12 when it is missing.
 #   bash scripts/ensure-deps.sh               the gcc build and the test suite
 #   bash scripts/ensure-deps.sh fuzz          and clang with libFuzzer for fuzz/

@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds the libFuzzer harnesses of fuzz/ with clang (ASan and UBSan
 # throughout) and runs each for SECONDS seconds (default 60).
 #   bash scripts/fuzz.sh [SECONDS]

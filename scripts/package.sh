@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds the four Debian packages into build-package/, each from the install
 # component of the same content (cmake/VxbusInstall.cmake):
 #   libvxbus0      the shared library

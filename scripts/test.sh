@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Builds the library and runs the whole test suite.
 #   scripts/test.sh            plain build
 #   scripts/test.sh address    AddressSanitizer with UBSan

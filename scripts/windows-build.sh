@@ -1,4 +1,5 @@
 #!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
 # Cross-builds the library, its tests and the examples for 64-bit Windows in
 # build-windows/, and readies the Wine prefix that runs them.
 #   scripts/windows-build.sh [targets...]    all targets when none are named

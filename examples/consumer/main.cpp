@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The smallest program on an installed vxbus: start the library, build a list
 // with a nested list, read it back, and stop.
 #include <cstdio>

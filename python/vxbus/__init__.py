@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """vxbus from Python: parameter lists as mappings, calls, notifications,
 slots and signals, over the C interface of libvxbus (ctypes only).
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The C functions of libvxbus, declared for ctypes.
 
 The library is looked for in $VXBUS_LIBRARY, then beside this module (a

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Joining the bus: one Bus per process, a Peer per connection.
 
 Slot functions and notify callbacks run on the library's threads; ctypes

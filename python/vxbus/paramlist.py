@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Parameter lists as Python mappings.
 
 Types map to Python as follows, both ways:

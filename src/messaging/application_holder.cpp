@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A name for one peer, forwarding to the exported functions. It holds no
 // session: destroying any copy disconnects that peer for every copy.
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Blocking calls and notifications to a slot of a peer.
 #include <utility>
 

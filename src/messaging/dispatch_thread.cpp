@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "messaging/dispatch_thread.h"
 
 #include <mutex>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one thread of a process that runs slot functions.
 #ifndef VXBUS_MESSAGING_DISPATCH_THREAD_H_
 #define VXBUS_MESSAGING_DISPATCH_THREAD_H_

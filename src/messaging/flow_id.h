@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The mark that the flow variants put into the caller's list. Nothing in the
 // library reads it: it is for the applications at both ends.
 #ifndef VXBUS_MESSAGING_FLOW_ID_H_

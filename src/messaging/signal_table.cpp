@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "messaging/signal_table.h"
 
 #include <algorithm>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The process's signals and, for each, its subscribers in order of subscription.
 #ifndef VXBUS_MESSAGING_SIGNAL_TABLE_H_
 #define VXBUS_MESSAGING_SIGNAL_TABLE_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Subscribing to a peer's signals over its two built-in slots, and emitting.
 #include "messaging/signals.h"
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two built-in slots through which peers subscribe to this process's signals.
 #ifndef VXBUS_MESSAGING_SIGNALS_H_
 #define VXBUS_MESSAGING_SIGNALS_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "messaging/slot_table.h"
 
 namespace vxbus {

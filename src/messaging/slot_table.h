@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The process-wide table of slots: numbered functions that every peer may
 // call. The dispatch thread is its only reader.
 #ifndef VXBUS_MESSAGING_SLOT_TABLE_H_

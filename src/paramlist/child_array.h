@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The growable array of smart pointers in which a list keeps its nested lists
 // alive. Storage comes from the private heap.
 #ifndef VXBUS_PARAMLIST_CHILD_ARRAY_H_

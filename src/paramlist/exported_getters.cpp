@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Exported getters. Each looks its name up and answers only for the one type
 // it reads; anything else is answered as a missing parameter. Pointers point
 // into the image and live until the list's next change.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Exported setters: -1 for a null list or when the private heap refuses the
 // room for the record (the list is then as it was), otherwise 0. Nothing
 // about names, sizes, counts or data pointers is tested here.

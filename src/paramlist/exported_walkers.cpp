@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Exported walking and removing functions.
 #include "paramlist/handle.h"
 #include "vxbus.h"

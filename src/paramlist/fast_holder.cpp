@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "paramlist/fast_holder.h"
 
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A parameter list: one flat image of records, the count of its records and
 // the nested lists it keeps alive.
 #ifndef VXBUS_PARAMLIST_FAST_HOLDER_H_

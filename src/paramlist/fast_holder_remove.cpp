@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Removal of records, and the bookkeeping that keeps the child indexes of the
 // remaining records pointing at the right entries of `children`.
 #include <cstdint>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Every Set: the whole new record is reserved in one growth of the image, the
 // old record of that name goes, header and value are appended, and the record
 // counts. Setting an existing name therefore moves it to the end. Room comes

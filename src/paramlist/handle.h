@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A handle is the address of the list object itself; these are the only
 // conversions between the two.
 #ifndef VXBUS_PARAMLIST_HANDLE_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Readable dumps of a list and its nested lists, for an application's
 // diagnostics. The library never calls these itself.
 #include <algorithm>

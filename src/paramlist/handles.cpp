@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Creating, sharing, closing, cloning and copying lists through handles.
 #include <cstring>
 #include <new>

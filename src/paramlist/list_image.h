@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The flat byte image under a parameter list: 32-bit bookkeeping, no inline
 // bytes, and a capacity that is always exactly the last need.
 #ifndef VXBUS_PARAMLIST_LIST_IMAGE_H_

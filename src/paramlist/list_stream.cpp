@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The stream form of a tree of lists: images in pre-order, and between two
 // images the pair (used size, child count) of the second. The root's own pair
 // travels in the frame header.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // VX::ParamListHolder: a value type owning one reference to a list. Nearly
 // every member forwards to the exported list functions; what each adds is the
 // reference bookkeeping.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The process-wide allocator behind the library's private heap.
 #ifndef VXBUS_PLATFORM_HEAP_H_
 #define VXBUS_PLATFORM_HEAP_H_

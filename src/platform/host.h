@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Facts about the machine, and the start and end of the socket library.
 #ifndef VXBUS_PLATFORM_HOST_H_
 #define VXBUS_PLATFORM_HOST_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one way results cross the platform seam: a small status that the logic
 // acts on, plus the system's own code, which is only ever logged.
 #ifndef VXBUS_PLATFORM_IO_RESULT_H_

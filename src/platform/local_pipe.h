@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Local pipes: two one-way byte streams between two processes of one machine,
 // under two names, here called "in" and "out". The listener reads "in" and
 // writes "out"; the connecting process does the opposite. The names are

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The operating system's cryptographically secure random source.
 #ifndef VXBUS_PLATFORM_RANDOM_SOURCE_H_
 #define VXBUS_PLATFORM_RANDOM_SOURCE_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // IPv4 stream sockets: the operations that the socket channel and the TCP
 // listener need, and nothing above them.
 #ifndef VXBUS_PLATFORM_SOCKET_H_

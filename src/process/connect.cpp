@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Opening and closing sessions to peers.
 #include "session/application.h"
 #include "session/application_registry.h"

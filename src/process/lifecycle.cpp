@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Start and stop of the library in a process.
 //
 // Initialise calls are counted and only the first does the work; only the

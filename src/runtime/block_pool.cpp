@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "runtime/block_pool.h"
 
 #include <cstdint>

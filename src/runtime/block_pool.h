@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Small fixed-size blocks of the private heap, kept for reuse once freed.
 //
 // Messages, lists and queue nodes are made on one thread and let go on

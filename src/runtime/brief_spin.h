@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A short, bounded look before a thread goes to sleep on a hand-off.
 #ifndef VXBUS_RUNTIME_BRIEF_SPIN_H_
 #define VXBUS_RUNTIME_BRIEF_SPIN_H_

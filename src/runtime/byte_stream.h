@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The ordered byte stream that lists write themselves to and read themselves
 // from. The transport's channels implement it; nothing here knows what a
 // socket, a pipe or a frame is.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Words in lists, frames and the handshake are little-endian exactly as the
 // host holds them, with no conversion: a load or store is an unaligned copy.
 #ifndef VXBUS_RUNTIME_LITTLE_ENDIAN_H_

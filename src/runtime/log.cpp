@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "runtime/log.h"
 
 namespace vxbus {

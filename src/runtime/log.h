@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Delivery of the library's fixed log texts to the application's one sink.
 //
 // Every site runs the three tests of LogEnabled before any text is composed,

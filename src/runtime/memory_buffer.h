@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Growable byte buffer with N inline bytes, which are also the growth slack.
 #ifndef VXBUS_RUNTIME_MEMORY_BUFFER_H_
 #define VXBUS_RUNTIME_MEMORY_BUFFER_H_

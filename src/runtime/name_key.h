@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Key of the session registry: borrowed text for look-ups, owned text in the map.
 #ifndef VXBUS_RUNTIME_NAME_KEY_H_
 #define VXBUS_RUNTIME_NAME_KEY_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "runtime/object_counters.h"
 
 #include "vxbus.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Process-wide counters reported by DEBUG_VXObjectCount.
 #ifndef VXBUS_RUNTIME_OBJECT_COUNTERS_H_
 #define VXBUS_RUNTIME_OBJECT_COUNTERS_H_

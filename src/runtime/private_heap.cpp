@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "runtime/private_heap.h"
 
 #include <atomic>

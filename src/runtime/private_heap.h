@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The library's private heap: lists, buffers, messages and queue nodes live here.
 #ifndef VXBUS_RUNTIME_PRIVATE_HEAP_H_
 #define VXBUS_RUNTIME_PRIVATE_HEAP_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "runtime/process_state.h"
 
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The limits record in force and the few things that exist once per process.
 // All of it is constructed at load and survives VXShutdown.
 #ifndef VXBUS_RUNTIME_PROCESS_STATE_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "vxbus.h"
 
 namespace MTObjects {

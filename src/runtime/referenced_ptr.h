@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The intrusive smart pointer over MTReferencedTypeBase.
 #ifndef VXBUS_RUNTIME_REFERENCED_PTR_H_
 #define VXBUS_RUNTIME_REFERENCED_PTR_H_

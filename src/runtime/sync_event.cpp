@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "runtime/sync_event.h"
 
 #include "runtime/brief_spin.h"

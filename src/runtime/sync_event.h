@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A one-way latch: once set it stays set for the life of the object.
 #ifndef VXBUS_RUNTIME_SYNC_EVENT_H_
 #define VXBUS_RUNTIME_SYNC_EVENT_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "session/app_id_tokens.h"
 
 #include <cstdlib>

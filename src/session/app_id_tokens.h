@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Splitting an appID ("host:port/name") into its pieces.
 #ifndef VXBUS_SESSION_APP_ID_TOKENS_H_
 #define VXBUS_SESSION_APP_ID_TOKENS_H_

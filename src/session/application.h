@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One connected peer: its channel, its two threads, its queue of outgoing
 // messages and its table of calls waiting for replies.
 #ifndef VXBUS_SESSION_APPLICATION_H_

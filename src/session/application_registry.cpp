@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "session/application_registry.h"
 
 namespace vxbus {

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The process-wide registry of established sessions, keyed by the peer's appID.
 #ifndef VXBUS_SESSION_APPLICATION_REGISTRY_H_
 #define VXBUS_SESSION_APPLICATION_REGISTRY_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "session/back_pressure.h"
 
 #include "runtime/process_state.h"

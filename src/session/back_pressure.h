@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bounds on the two kinds of message queue: a session's send queue and the
 // process's dispatch queue, in bytes as VXMessageQueue counts them.
 //

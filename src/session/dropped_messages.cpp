@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "session/dropped_messages.h"
 
 #include <mutex>

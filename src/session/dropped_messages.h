@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Messages that were queued and never delivered: they are counted in the
 // log, so that a loss is never silent.
 #ifndef VXBUS_SESSION_DROPPED_MESSAGES_H_

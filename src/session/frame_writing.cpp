@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Writing frames onto a session's channel: in batches from the writer
 // thread, or one frame directly from the thread that made it while the
 // writer is idle.

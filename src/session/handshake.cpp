@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The exchange that opens every connection, on both sides:
 //   1 C->A appID   2 A->C appID   3 A->C challenge (1024 bytes)
 //   4 C->A answer (MD5 of secret block and challenge)

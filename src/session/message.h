@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The unit that crosses between two applications after the handshake.
 #ifndef VXBUS_SESSION_MESSAGE_H_
 #define VXBUS_SESSION_MESSAGE_H_

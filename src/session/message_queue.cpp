@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "session/message_queue.h"
 
 #include <chrono>

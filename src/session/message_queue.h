@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Hands messages from any number of producers to exactly one consumer.
 //
 // Producers prepend to a shared stack with one compare-and-swap and never

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "session/pending_calls.h"
 
 #include "runtime/object_counters.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The calls of one session that wait for their replies, keyed by message id.
 #ifndef VXBUS_SESSION_PENDING_CALLS_H_
 #define VXBUS_SESSION_PENDING_CALLS_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Reading one frame off a session's channel.
 #include <cstring>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Turns a channel that a connection thread accepted into a session.
 #ifndef VXBUS_SESSION_SESSION_ACCEPTOR_H_
 #define VXBUS_SESSION_SESSION_ACCEPTOR_H_

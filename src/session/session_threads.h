@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the layers around the session threads need of them: the end hook, a
 // wait for all of them, and their poll periods. The threads themselves are
 // members of the session (application.h).

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "session/slot_call_message.h"
 
 #include <cstring>

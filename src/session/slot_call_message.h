@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one concrete message: calls, notifications, signal traffic and the
 // replies to all of them. A received request is turned into its own reply.
 #ifndef VXBUS_SESSION_SLOT_CALL_MESSAGE_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transport/app_id_block.h"
 
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The block in which each side of the handshake names itself: a 4-byte
 // length N, then the appID text, its end byte and zero bytes up to N.
 #ifndef VXBUS_TRANSPORT_APP_ID_BLOCK_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The challenge that the accepting side of the handshake sends, and the
 // answer that proves the connecting side holds the shared secret.
 #ifndef VXBUS_TRANSPORT_CHALLENGE_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transport/connection_threads.h"
 
 #include "runtime/log.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The two process-wide threads that take in peers, and what they listen on.
 #ifndef VXBUS_TRANSPORT_CONNECTION_THREADS_H_
 #define VXBUS_TRANSPORT_CONNECTION_THREADS_H_

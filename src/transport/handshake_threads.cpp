@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transport/handshake_threads.h"
 
 #include <algorithm>

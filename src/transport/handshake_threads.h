@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The handshakes that a TCP listener has under way, each on a thread of its
 // own, so that a peer that stays silent or trickles its bytes holds up only
 // its own thread and never the admission of the next one.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transport/md5.h"
 
 #include <cstring>

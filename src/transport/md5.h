@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // MD5 message digest (RFC 1321). The handshake proves knowledge of the shared
 // secret with it; nothing else in the library hashes.
 #ifndef VXBUS_TRANSPORT_MD5_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transport/pipe_channel.h"
 
 #include <limits>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The channel over a pair of local pipes, for two processes on one machine.
 // The listener reads "<base>_in" and writes "<base>_out"; the connecting
 // process writes "_in" and reads "_out".

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Serves the pipe listener: each round makes a fresh pair of pipes, waits for
 // one client, runs its handshake here and goes round again. An idle round
 // lasts the accept wait by itself, so no pause is needed between rounds.

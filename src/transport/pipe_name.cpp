@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "transport/pipe_name.h"
 
 #include "platform/local_pipe.h"

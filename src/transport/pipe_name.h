@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The name under which a pipe is made on this system. A name too long for
 // the system is mapped, the same way on every side, onto one of the longest
 // length it takes, so that long names work wherever short ones do.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The channel over one connected IPv4 TCP socket.
 #ifndef VXBUS_TRANSPORT_SOCKET_CHANNEL_H_
 #define VXBUS_TRANSPORT_SOCKET_CHANNEL_H_

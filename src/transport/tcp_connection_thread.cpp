@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Listens on one TCP address and takes peers in as they come, each
 // handshake on a thread of its own within the caps of HandshakeThreads. A
 // listener that cannot bind retries every second for as long as the process

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The byte channel under every session: a reliable, ordered stream in both
 // directions with full-length, time-limited reads and writes, and the two
 // addresses that name its ends.

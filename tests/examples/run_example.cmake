@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Runs one example program and holds it to its exit status and to lines that
 # its output must contain.
 #

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Holds the library's exported symbols, as the build dumps them next to this
 // test, against vxbus.h and exported_symbols.txt, the list a reader can check.
 #include <cxxabi.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # cmake -DBUILD_DIR=... -DCONSUMER_DIR=... -DWORK_DIR=... -DCXX=... -DPKG_CONFIG=...
 #       [-DFLAGS=...] -P install_consumer.cmake
 set(prefix ${WORK_DIR}/prefix)

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 # Reads the layer order from SOURCE_DIR/README.md (lines "N. `folder/` ...")
 # and checks every '#include "folder/..."' of SOURCE_DIR against it.
 get_filename_component(SOURCE_DIR "${SOURCE_DIR}" ABSOLUTE)

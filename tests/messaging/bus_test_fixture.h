@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What the two-process tests of this layer share: this process runs as the
 // application "tester" on no TCP port, and once it has shut down after a
 // test no session, no message and no extra list may be left.

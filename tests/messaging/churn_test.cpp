@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Many short sessions with one peer, over TCP and over pipes: once they have
 // ended, neither process holds a descriptor, a thread or an object more
 // than before.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A peer whose work waits in a slot of this process that is held shut: a
 // peer killed meanwhile ends its session at once, costs nothing afterwards and
 // holds up no next peer; a flooding peer is held within both queue bounds and

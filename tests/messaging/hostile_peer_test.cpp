@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A peer against a client that passes the handshake and then sends streams no
 // library would write. Each may end its own session and nothing more: the peer
 // keeps its other sessions, takes the next client at once, and leaks nothing.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // This Linux process and a Windows process, run by Wine on the same machine,
 // on one bus over loopback TCP: the wire is the same on both systems.
 #include <fstream>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Two processes over a pair of local pipes. A listener has no pipes out
 // between two rounds or during a handshake, and a connect then fails at
 // once: clients try again, and so do these tests, within a bound.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // This process and peers started as separate processes, over loopback TCP:
 // handshakes, calls, notifications and signals both ways, and the holder class.
 #include <algorithm>

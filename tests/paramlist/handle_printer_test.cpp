@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The texts of the handle printer, byte for byte.
 #include <gtest/gtest.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Nested lists and their holders: references, renumbering of child ids, clone
 // and copy, and the holder answers that applications depend on as they stand.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The byte image of every stored type, its growth, and the exported getters
 // whose odd answers applications depend on.
 #include <gtest/gtest.h>

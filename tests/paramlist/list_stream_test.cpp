@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The stream form of a tree of lists on a channel: wire bytes, the order of
 // images and pairs, and damage found on the way in.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Helpers for the list tests: byte patterns, handles that close themselves,
 // and a fixture that checks every test gives back all the lists it made.
 #ifndef VXBUS_TESTS_PARAMLIST_LIST_TEST_SUPPORT_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Start and stop of the library, with peers as separate processes on
 // loopback. Every test ends with the library shut down and its settings back.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """The Python binding against a C++ application in a second process
 (`vxctl serve`), and `vxctl` as the C++ client of a Python application.
 

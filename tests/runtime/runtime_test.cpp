@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The private heap, the pool of small blocks, reference counts, the object
 // counters, the limits record, the version and the texts of return codes.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The queue to one consumer: its order, its byte accounting, producers that
 // wait for room, and the waits built on it. Sessions over a real channel,
 // marked established by hand: frames byte for byte, their order when the

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/channel_pair.h"
 
 #include <atomic>

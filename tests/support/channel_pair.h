@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Two connected channel ends inside one process, for tests of what runs on
 // top of a channel.
 #ifndef VXBUS_TESTS_SUPPORT_CHANNEL_PAIR_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Keeps the log lines the library delivers, from any of its threads.
 #ifndef VXBUS_TESTS_SUPPORT_LOG_CAPTURE_H_
 #define VXBUS_TESTS_SUPPORT_LOG_CAPTURE_H_

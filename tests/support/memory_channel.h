@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // An in-memory byte channel for tests: what is written can be read back, in
 // order, and every written byte is kept for comparison with expected wire
 // bytes. Reads never wait: too few bytes queued is a failed read.

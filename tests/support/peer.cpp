@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "support/peer.h"
 
 #include <gtest/gtest.h>

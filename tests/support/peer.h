@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A running vxbus_test_peer: a second application on this machine.
 #ifndef VXBUS_TESTS_SUPPORT_PEER_H_
 #define VXBUS_TESTS_SUPPORT_PEER_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The Win32 twin. Anonymous pipes cannot be waited on with a bound, so a
 // thread of the parent reads the child's output as it comes.
 #include <windows.h>

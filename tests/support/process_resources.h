@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // What this process holds of the system, for leak tests: open descriptors,
 // running threads and resident memory; -1 where the system can't tell.
 #ifndef VXBUS_TESTS_SUPPORT_PROCESS_RESOURCES_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A second application for tests, driven line by line over standard input
 // and reporting what happens to it on standard output. It uses only the
 // exported interface of the shared library, as any application would.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Bounded waits for tests: never sleep to synchronise, wait on an event.
 #ifndef VXBUS_TESTS_SUPPORT_WAIT_H_
 #define VXBUS_TESTS_SUPPORT_WAIT_H_

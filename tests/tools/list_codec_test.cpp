@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The parts of vxctl that read input from outside: JSON, the typed argument
 // syntax, and list images and streams, which must refuse damage, not crash.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """Helpers for tests that drive programs: start one, read its lines with a
 bound, free TCP ports. Standard library only."""
 

@@ -1,3 +1,4 @@
+# SPDX-License-Identifier: MIT
 """vxctl against a second process, `vxctl serve` or the test peer, that is
 called, notified, listened to and asked for its bus info.
 Run as: python3 vxctl_test.py VXCTL TEST_PEER"""

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Socket and pipe channels over real loopback connections and pipe pairs, and
 // the pipe connection thread: its stop without a pipe name, and its shutdown.
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The blocks of the handshake: MD5 against the RFC's suite, the challenge and
 // its answer, and the blocks that carry application ids.
 #include <gtest/gtest.h>

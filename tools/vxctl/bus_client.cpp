@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "bus_client.h"
 
 #include <unistd.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // vxctl's own application on the bus and its one connection to a target.
 #ifndef VXCTL_BUS_CLIENT_H_
 #define VXCTL_BUS_CLIENT_H_

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // call and notify: one request to one slot of a peer.
 #include <unistd.h>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // dump: print a list saved in its stream form (for instance by call --save).
 #include <iostream>
 

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // listen: subscribe to signals of a peer and print every notification.
 #include <atomic>
 #include <iostream>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // serve: an application with slots that echo and print what arrives, and
 // signals that it emits on command, for trying a client against.
 #include <unistd.h>

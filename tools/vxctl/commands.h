@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The subcommands of vxctl. Each takes the parsed command line, reports
 // problems on standard error and returns an ExitCode.
 #ifndef VXCTL_COMMANDS_H_

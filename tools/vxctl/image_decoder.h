@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Decodes the flat image of one list (the records of vxbus.h, back to back)
 // into a List. Every offset, length and count is checked against the image
 // before it is used, so the image may come from an untrusted file.

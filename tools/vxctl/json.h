@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A small JSON reader and writer for vxctl, bounded in size and depth since
 // it reads what users and scripts hand in. Numbers are integers only: lists
 // hold no fractions.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Moves lists between the library's handles and the List model.
 #ifndef VXCTL_LIST_BRIDGE_H_
 #define VXCTL_LIST_BRIDGE_H_

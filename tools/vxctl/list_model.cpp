@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "list_model.h"
 
 #include <algorithm>

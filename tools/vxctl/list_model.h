@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A parameter list as plain C++ values, the form in which vxctl moves lists
 // between text, JSON, files and the library. Types are the stored type bytes
 // of vxbus.h (PT_STRING ... PT_BINARY, with PT_ARRAY for arrays).

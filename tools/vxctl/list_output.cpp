@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "list_output.h"
 
 #include "list_bridge.h"

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // How vxctl prints a list: in its readable form (list_text.h), or as one line
 // of JSON.
 #ifndef VXCTL_LIST_OUTPUT_H_

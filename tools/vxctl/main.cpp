@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // vxctl: calls, notifies, listens to and serves vxbus applications from the
 // shell. See vxctl(1) and `vxctl COMMAND --help`.
 #include <cstring>

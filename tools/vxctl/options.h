@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The command line of vxctl: a subcommand, its options and its operands.
 #ifndef VXCTL_OPTIONS_H_
 #define VXCTL_OPTIONS_H_

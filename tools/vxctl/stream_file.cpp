@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "stream_file.h"
 
 #include <cstring>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // A list saved in its stream form, as it travels in a frame: the pair of the
 // root (its image size and its number of nested lists, two 32-bit
 // little-endian words), then the root's image, then for every nested list in

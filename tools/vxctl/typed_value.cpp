@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "typed_value.h"
 
 #include "vxbus.h"

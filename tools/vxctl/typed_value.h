@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The one syntax by which vxctl names a parameter and its type, shared by
 // command-line arguments and JSON members: "name" lets the value pick its type
 // (integer, text, object, array), "name:TYPE" says it. TYPE is one of

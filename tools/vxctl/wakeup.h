@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Wakes vxctl's main thread: from Ctrl-C or SIGTERM, and from the library's
 // threads when something the main thread waits for has happened. Or, while
 // the main thread is blocked where no wake-up reaches it (inside a call of

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Small blocks come from malloc. Large ones (list images of megabytes) are
 // mapped apart, aligned to huge pages and advised to use them, so that the
 // first touch of a fresh block faults once per 2 MiB instead of once per

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Local pipes as Unix-domain stream sockets in the Linux abstract namespace.
 // Each direction is one connection, so the two streams stay one-way as on
 // every other platform. The listening sockets live for one accept round only:

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // One poll() on one descriptor, shared by the POSIX socket and pipe code.
 // poll() stands where other platforms use select(), which cannot watch a
 // descriptor numbered 1024 or higher.

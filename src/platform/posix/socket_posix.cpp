@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 #include "platform/socket.h"
 
 #include <arpa/inet.h>

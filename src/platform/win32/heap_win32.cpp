@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The private heap: one growable, serialised Win32 heap with the
 // low-fragmentation front end, made when the library is loaded and never
 // destroyed.

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Local pipes as two one-way Win32 named pipes in the machine's local
 // namespace, "\\.\pipe\<name>". The reading end of each side is
 // overlapped, so that a read can be bounded in time and cancelled, and so are

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // The system's preferred generator through BCrypt; it needs no handle and is
 // safe from any thread.
 #include <windows.h>

@@ -1,3 +1,4 @@
+// SPDX-License-Identifier: MIT
 // Winsock behind the socket seam. select() waits on one socket at a time,
 // which Winsock allows for any handle value.
 #include <winsock2.h>
