@@ -12,6 +12,8 @@ import sys
 import threading
 import unittest
 
+import binding_under_test
+
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tools"))
 from process_helpers import LIMIT, Program, free_tcp_port, run, with_secret  # noqa: E402
 
@@ -242,18 +244,8 @@ class BusTest(unittest.TestCase):
 
 def main():
     global VXCTL, vxbus
-    python_dir, library, VXCTL = sys.argv[1:4]
-    sanitizer = sys.argv[4] if len(sys.argv) > 4 else ""
-    del sys.argv[1:]
-    if sanitizer:
-        # The interpreter is not built with the sanitizer runtime, which must
-        # be the first library of the process: it cannot load this library.
-        print("skipped: a %s build of libvxbus cannot be loaded into python3" % sanitizer)
-        sys.exit(77)
-    os.environ["VXBUS_LIBRARY"] = library
-    sys.path.insert(0, python_dir)
-    import vxbus as module
-    vxbus = module
+    python_dir, library, VXCTL = binding_under_test.arguments()
+    vxbus = binding_under_test.load(python_dir, library)
     unittest.main(verbosity=2)
 
 

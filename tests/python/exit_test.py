@@ -13,6 +13,8 @@ import sys
 import textwrap
 import unittest
 
+import binding_under_test
+
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tools"))
 from process_helpers import LIMIT, Program, free_tcp_port, with_secret  # noqa: E402
 
@@ -135,12 +137,7 @@ class ExitTest(unittest.TestCase):
 
 def main():
     global PYTHON_DIR, LIBRARY, VXCTL
-    PYTHON_DIR, LIBRARY, VXCTL = sys.argv[1:4]
-    sanitizer = sys.argv[4] if len(sys.argv) > 4 else ""
-    del sys.argv[1:]
-    if sanitizer:
-        print("skipped: a %s build of libvxbus cannot be loaded into python3" % sanitizer)
-        sys.exit(77)
+    PYTHON_DIR, LIBRARY, VXCTL = binding_under_test.arguments()
     unittest.main(verbosity=2)
 
 

@@ -18,6 +18,8 @@ import threading
 import time
 import unittest
 
+import binding_under_test
+
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tools"))
 from process_helpers import LIMIT, Program, free_tcp_port  # noqa: E402
 
@@ -213,16 +215,8 @@ class WaitingTest(unittest.TestCase):
 
 def main():
     global PYTHON_DIR, TEST_PEER, vxbus
-    PYTHON_DIR, library, TEST_PEER = sys.argv[1:4]
-    sanitizer = sys.argv[4] if len(sys.argv) > 4 else ""
-    del sys.argv[1:]
-    if sanitizer:
-        print("skipped: a %s build of libvxbus cannot be loaded into python3" % sanitizer)
-        sys.exit(77)
-    os.environ["VXBUS_LIBRARY"] = library
-    sys.path.insert(0, PYTHON_DIR)
-    import vxbus as module
-    vxbus = module
+    PYTHON_DIR, library, TEST_PEER = binding_under_test.arguments()
+    vxbus = binding_under_test.load(PYTHON_DIR, library)
     unittest.main(verbosity=2)
 
 

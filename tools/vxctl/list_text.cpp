@@ -2,25 +2,11 @@
 #include "list_text.h"
 
 #include "json.h"
+#include "typed_value.h"
 #include "vxbus.h"
 
 namespace vxctl {
 namespace {
-
-const char* TypeName(int type) {
-  switch (type & ~PT_ARRAY) {
-    case PT_STRING:
-      return "string";
-    case PT_INT32:
-      return "int32";
-    case PT_INT64:
-      return "int64";
-    case PT_BINARY:
-      return "hex";
-    default:
-      return "list";
-  }
-}
 
 std::string Hex(const std::string& bytes) {
   static const char kDigits[] = "0123456789abcdef";
@@ -76,7 +62,7 @@ void AppendList(const List& list, int depth, std::string& out) {
   for (const auto& p : list.params) {
     const Value& v = p.second;
     const int type = v.type & ~PT_ARRAY;
-    out += indent + Name(p.first) + ":" + TypeName(v.type);
+    out += indent + Name(p.first) + ":" + TypeNameOf(v.type);
     if (!(v.type & PT_ARRAY)) {
       AppendScalar(type, v, 0, depth, out);
       continue;

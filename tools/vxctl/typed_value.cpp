@@ -205,6 +205,8 @@ std::string ValueToJson(const Value& v, std::string& suffix) {
   return "[" + Join(parts) + "]";
 }
 
+}  // namespace
+
 std::string TypeNameOf(int type) {
   switch (type & ~PT_ARRAY) {
     case PT_STRING:
@@ -219,8 +221,6 @@ std::string TypeNameOf(int type) {
       return "list";
   }
 }
-
-}  // namespace
 
 TypedKey SplitKey(const std::string& key) {
   TypedKey out;

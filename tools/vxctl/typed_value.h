@@ -51,6 +51,10 @@ bool ListFromJson(const Json& object, int depth, List& out, std::string& error);
 // infer back to the same type.
 std::string ListToJson(const List& list);
 
+// The name vxctl gives a value's type in its keys ("string", "int32", "int64",
+// "hex", "list"), without the array mark.
+std::string TypeNameOf(int type);
+
 }  // namespace vxctl
 
 #endif  // VXCTL_TYPED_VALUE_H_
