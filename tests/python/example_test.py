@@ -64,9 +64,8 @@ def main():
                          stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True,
                          timeout=3 * LIMIT)
     conversation = CONVERSATIONS[os.path.basename(args.example)]
-    lines = run.stdout.splitlines()
     at = 0
-    for line in lines:  # every expected line, in this order, and nothing lost
+    for line in run.stdout.splitlines():  # every expected line, in this order, and nothing lost
         if at < len(conversation) and line.startswith(conversation[at]):
             at += 1
     if run.returncode != 0 or at < len(conversation):

@@ -55,12 +55,10 @@ class ExitTest(unittest.TestCase):
             if only:  # and nothing else: no exception ignored in a callback, say
                 self.assertEqual(err.strip(), want_error)
 
-    def test_a_bus_left_running_ends_with_the_script(self):
+    def test_a_bus_left_running_or_a_raise_keeps_the_exit_status(self):
         self.script("""
             vxbus.Bus("idle")  # held by no one
             """, 0)
-
-    def test_raising_inside_with_or_on_a_wrong_secret_keeps_the_exit_status(self):
         self.script("""
             with vxbus.Bus("raiser", port=PORT) as bus:
                 bus.ready()

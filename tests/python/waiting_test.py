@@ -11,7 +11,6 @@ import builtins
 import os
 import signal
 import socket
-import subprocess
 import sys
 import textwrap
 import threading
@@ -26,17 +25,6 @@ from process_helpers import LIMIT, Program, free_tcp_port  # noqa: E402
 PYTHON_DIR = TEST_PEER = None
 vxbus = None
 SHORT = 0.1  # seconds: a deadline that slot 8 always misses
-
-
-def wait_until(condition, limit=LIMIT):
-    """Polls `condition` until it holds or `limit` passes; true when it held.
-    (Lists are let go on whichever library thread drops them last.)"""
-    deadline = time.monotonic() + limit
-    while not condition():
-        if time.monotonic() >= deadline:
-            return condition()
-        time.sleep(0.001)
-    return True
 
 
 def start_peer():
@@ -67,20 +55,15 @@ class WaitingTest(unittest.TestCase):
         (session,) = self.bus.info()["sessions"]
         return session
 
-    def assert_late_replies_let_go(self):
-        """After the held slot is released, its late replies reach us before
-        the echo's: they are read and let go, and the peer goes on."""
-        self.peer.send("release")
-        with self.shop.call(1, {"after": "release"}, timeout=LIMIT) as reply:
-            self.assertEqual(reply["after"], "release")
-        self.assertEqual(self.session()["pendingCalls"], 0)
-        self.assert_lists_let_go()
-
     def assert_lists_let_go(self):
-        self.assertTrue(wait_until(
-            lambda: self.bus.info()["counters"]["paramLists"] == self.lists_before),
-            "lists alive: %d, before: %d" % (self.bus.info()["counters"]["paramLists"],
-                                              self.lists_before))
+        """Waits, within LIMIT, for the count of lists alive to come back: they
+        are let go on whichever library thread drops them last."""
+        def alive():
+            return self.bus.info()["counters"]["paramLists"]
+        deadline = time.monotonic() + LIMIT
+        while alive() != self.lists_before and time.monotonic() < deadline:
+            time.sleep(0.001)
+        self.assertEqual(alive(), self.lists_before, "lists alive, and before")
 
     def test_every_kind_of_wait_keeps_its_deadline_and_the_peer_goes_on(self):
         def timed_out(error):
@@ -114,7 +97,13 @@ class WaitingTest(unittest.TestCase):
         asyncio.run(both_async())
 
         self.assertEqual(self.session()["pendingCalls"], 5)  # given up on, not forgotten
-        self.assert_late_replies_let_go()
+        # Once released, the late replies reach us before the echo's: they
+        # are read and let go, and the peer goes on.
+        self.peer.send("release")
+        with self.shop.call(1, {"after": "release"}, timeout=LIMIT) as reply:
+            self.assertEqual(reply["after"], "release")
+        self.assertEqual(self.session()["pendingCalls"], 0)
+        self.assert_lists_let_go()
 
     def attempt(self, slot, timeout):
         try:
