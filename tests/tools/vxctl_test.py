@@ -8,7 +8,6 @@ import os
 import re
 import signal
 import socket
-import stat
 import struct
 import sys
 import tempfile
@@ -34,48 +33,62 @@ EVERY_TYPE = {
 }
 
 
-class VxctlTest(unittest.TestCase):
+def vxctl(*args, secret=SECRET, stdin_data=None):
+    return run([VXCTL] + list(args), env=with_secret(secret), stdin_data=stdin_data)
+
+
+class FilesCase(unittest.TestCase):
+    """A test with a temporary directory to write files into."""
+
     def setUp(self):
+        self.tmp = self.enterContext(tempfile.TemporaryDirectory())
+
+    def file(self, name, data):
+        path = os.path.join(self.tmp, name)
+        with open(path, "wb") as f:
+            f.write(data)
+        return path
+
+
+class VxctlTest(FilesCase):
+    def setUp(self):
+        super().setUp()
         self.port = free_tcp_port()
         self.target = "127.0.0.1:%d" % self.port
         self.server = Program([VXCTL, "serve", "shop", "--port", str(self.port),
                                "--signal", "shipped"], env=with_secret(SECRET))
         self.addCleanup(self.server.stop)
-        self.server.expect("ready ")
-        self.tmp = self.enterContext(tempfile.TemporaryDirectory())
-
-    def vxctl(self, *args, secret=SECRET, stdin_data=None):
-        return run([VXCTL] + list(args), env=with_secret(secret), stdin_data=stdin_data)
+        self.server_id = self.server.expect("ready ")[len("ready "):]
 
     def test_call_and_notify_reach_the_slots_and_the_reply_prints_and_saves(self):
-        code, out, err = self.vxctl("call", self.target, "1", "id=7", "name=Ada",
+        code, out, err = vxctl("call", self.target, "1", "id=7", "name=Ada",
                                     "big:int64=5", "raw:hex=0aff")
         self.assertEqual(code, 0, err)
         self.assertEqual(out.splitlines(), ["id:int32 = 7", 'name:string = "Ada"',
                                             "big:int64 = 5", "raw:hex = 0aff"])
 
         saved = os.path.join(self.tmp, "reply.bin")
-        code, out, err = self.vxctl("call", self.target, "1", "--json", "--save", saved,
+        code, out, err = vxctl("call", self.target, "1", "--json", "--save", saved,
                                     stdin_data=json.dumps(EVERY_TYPE).encode())
         self.assertEqual(code, 0, err)
         self.assertEqual(json.loads(out), EVERY_TYPE)
-        code, dumped, err = self.vxctl("dump", saved, "--json")
+        code, dumped, err = vxctl("dump", saved, "--json")
         self.assertEqual((code, json.loads(dumped)), (0, EVERY_TYPE), err)
 
-        code, out, err = self.vxctl("notify", self.target, "2", "note=fragile")
+        code, out, err = vxctl("notify", self.target, "2", "note=fragile")
         self.assertEqual((code, out), (0, ""), err)
         self.server.expect("slot 2 from ")
         self.server.expect('note:string = "fragile"')
 
     def test_bytes_print_as_hex_and_numbers_stay_decimal_after_a_binary_array(self):
-        code, out, err = self.vxctl("call", self.target, "1", "raw:hex=000102ff0a",
+        code, out, err = vxctl("call", self.target, "1", "raw:hex=000102ff0a",
                                     'blobs:hex[]=["0a",""]', "n=255", 'sub:json={"m":[16]}')
         self.assertEqual(code, 0, err)
         self.assertEqual(out, "raw:hex = 000102ff0a\nblobs:hex[] (2)\n  [0] = 0a\n  [1] =\n"
                               "n:int32 = 255\nsub:list\n  m:int32[] (1)\n    [0] = 16\n")
 
     def test_arguments_build_the_same_list_as_json(self):
-        code, out, err = self.vxctl(
+        code, out, err = vxctl(
             "call", self.target, "1", "--json", "id=7", "title:str=hello", "big:int64=1099511627776",
             "negative=-1", "blob:hex=00ff0a", "empty:bin=", 'sub:json={"s":"hi","deeper":{"n":1}}',
             "none:list=null", 'words:json=["a","","ccc"]', "numbers:json=[1,2,4294967295]",
@@ -83,10 +96,8 @@ class VxctlTest(unittest.TestCase):
             'lists:json=[{"x":1},null,{"y":"z"}]', "noWords:string[]=[]", "noLists:list[]=[]")
         self.assertEqual(code, 0, err)
         self.assertEqual(json.loads(out), EVERY_TYPE)
-        blob = os.path.join(self.tmp, "blob")
-        with open(blob, "wb") as f:
-            f.write(b"\x00\x01 \xfe")
-        code, out, err = self.vxctl("call", self.target, "1", "--json", "b:bin=@" + blob)
+        blob = self.file("blob", b"\x00\x01 \xfe")
+        code, out, err = vxctl("call", self.target, "1", "--json", "b:bin=@" + blob)
         self.assertEqual((code, json.loads(out)), (0, {"b:hex": "000120fe"}), err)
 
     def test_each_failure_gives_one_line_and_its_exit_code(self):
@@ -122,7 +133,7 @@ class VxctlTest(unittest.TestCase):
         ]
         for args, secret, want_code, want_line in cases:
             with self.subTest(args=args):
-                code, _, err = self.vxctl(*args, secret=secret)
+                code, _, err = vxctl(*args, secret=secret)
                 self.assertEqual(code, want_code, err)
                 self.assertEqual(len(err.splitlines()), 1, err)
                 self.assertIn(want_line, err)
@@ -135,7 +146,7 @@ class VxctlTest(unittest.TestCase):
         listener.expect("vxctl: listening", stream="err")
         self.server.send('emit shipped order=4711 carrier:str=Parcel')
         self.assertEqual(json.loads(listener.expect("{")),
-                         {"signal": "shipped", "from": self.server.lines[0][len("ready "):],
+                         {"signal": "shipped", "from": self.server_id,
                           "list": {"order": 4711, "carrier": "Parcel"}})
         listener.proc.send_signal(signal.SIGINT)
         self.assertEqual(listener.finish(), 0)
@@ -146,11 +157,11 @@ class VxctlTest(unittest.TestCase):
         self.addCleanup(listener.stop)
         listener.expect("vxctl: listening", stream="err")
         listening = self.server.expect("connected ")[len("connected "):]
-        code, out, err = self.vxctl("info", self.target)
+        code, out, err = vxctl("info", self.target)
         self.assertEqual(code, 0, err)
         lines = out.splitlines()
-        self.assertEqual(lines[:4], ["application  " + self.server.lines[0][len("ready "):],
-                                     "version      " + version_of_the_library(),
+        self.assertEqual(lines[:4], ["application  " + self.server_id,
+                                     "version      " + run([VXCTL, "--version"])[1].split()[-1],
                                      "slots        1 2 65535 4294967294 4294967295",
                                      "signals      1"])
         self.assertEqual(lines[5].split(), ["shipped", listening, "(slot", "1000)"])
@@ -159,12 +170,12 @@ class VxctlTest(unittest.TestCase):
         self.assertEqual(rows[listening][1:3], ["tcp", "127.0.0.1:" + rows[listening][2].split(":")[1]])
         self.assertTrue(lines[10].startswith("counters     applications 2, messages "), lines[10])
 
-        code, out, err = self.vxctl("info", self.target, "--json")
+        code, out, err = vxctl("info", self.target, "--json")
         self.assertEqual(code, 0, err)
         sessions = json.loads(out)["sessions"]
         self.assertIn(listening, [s["appId"] for s in sessions])
         self.assertEqual({s["channel"] for s in sessions}, {"tcp"})
-        code, _, err = self.vxctl("info", self.target, "--slot", "2")  # prints, answers empty
+        code, _, err = vxctl("info", self.target, "--slot", "2")  # prints, answers empty
         self.assertEqual(code, 5, err)
         self.assertIn("its bus info is not served there", err)
 
@@ -175,13 +186,7 @@ class VxctlTest(unittest.TestCase):
         watcher.expect("counters ", count=2)  # a table, and a second one a second later
         watcher.proc.send_signal(signal.SIGINT)
         self.assertEqual(watcher.finish(), 0)
-        self.assertEqual(watcher.errors, ["vxctl: watching " + self.server.lines[0][len("ready "):] +
-                                          "; Ctrl-C stops"])
-
-
-def version_of_the_library():
-    code, out, _ = run([VXCTL, "--version"])
-    return out.split()[-1]
+        self.assertEqual(watcher.errors, ["vxctl: watching " + self.server_id + "; Ctrl-C stops"])
 
 
 class DeadlineTest(unittest.TestCase):
@@ -196,23 +201,20 @@ class DeadlineTest(unittest.TestCase):
         self.addCleanup(self.peer.stop)
         self.peer.expect("ready ")
 
-    def vxctl(self, *args):
-        return run([VXCTL] + list(args), env=with_secret(SECRET))
-
     def test_a_slow_slot_times_out_with_6_and_the_peer_still_answers(self):
         # The notification waits behind the held call: the peer runs one slot at a time.
         for command in ("call", "notify"):
             with self.subTest(command=command):
-                code, out, err = self.vxctl(command, self.target, "8", "--timeout", "0.3")
+                code, out, err = vxctl(command, self.target, "8", "--timeout", "0.3")
                 self.assertEqual((code, out), (6, ""), err)
                 self.assertRegex(err, r"^vxctl: timed out: no (reply|word) from slot 8 of \S+/slow "
                                       r"within --timeout 0.3 s")
         self.peer.expect("holding")
         self.peer.send("release")
         self.peer.expect("released")
-        code, out, err = self.vxctl("call", self.target, "1", "--timeout", "10", "a=1")
+        code, out, err = vxctl("call", self.target, "1", "--timeout", "10", "a=1")
         self.assertEqual((code, out.splitlines()[0]), (0, "a:int32 = 1"), err)
-        code, out, err = self.vxctl("info", self.target, "--slot", "1")  # echoes, adds servedBy
+        code, out, err = vxctl("info", self.target, "--slot", "1")  # echoes, adds servedBy
         self.assertEqual((code, out), (1, ""), err)
         self.assertIn("answered with a list that is not bus info", err)
         self.peer.send("quit")
@@ -225,12 +227,12 @@ class DeadlineTest(unittest.TestCase):
             target = "127.0.0.1:%d" % silent.getsockname()[1]
             for command in (["call", target, "1"], ["info", target], ["listen", target, "s"]):
                 with self.subTest(command=command[0]):
-                    code, _, err = self.vxctl(*command, "--timeout", "0.2")
+                    code, _, err = vxctl(*command, "--timeout", "0.2")
                     self.assertEqual((code, err), (6, "vxctl: timed out connecting to %s "
                                                       "(--timeout 0.2 s)\n" % target))
 
     def test_version_names_the_tool_and_the_library(self):
-        code, out, err = self.vxctl("--version")
+        code, out, err = vxctl("--version")
         self.assertEqual(code, 0, err)
         match = re.fullmatch(r"vxctl (\d+\.\d+\.\d+), library (\d+\.\d+\.\d+)\n", out)
         self.assertTrue(match, out)
@@ -248,17 +250,11 @@ def listening_address(port):
     return None
 
 
-class SafetyTest(unittest.TestCase):
+class SafetyTest(FilesCase):
     """What a careless user or a hostile input must not do to vxctl."""
 
-    def setUp(self):
-        self.tmp = self.enterContext(tempfile.TemporaryDirectory())
-
     def test_input_past_the_read_size_is_refused_before_it_is_held(self):
-        exact, over = os.path.join(self.tmp, "exact"), os.path.join(self.tmp, "over")
-        for path, size in ((exact, 60000), (over, 65537)):
-            with open(path, "wb") as f:
-                f.write(b"\x5a" * size)
+        exact, over = self.file("exact", b"\x5a" * 60000), self.file("over", b"\x5a" * 65537)
         nowhere = "127.0.0.1:%d" % free_tcp_port()
         for source, want in [("/dev/zero", "'/dev/zero' is larger than 65536 bytes"),
                              (over, "'%s' is larger than 65536 bytes" % over),
@@ -268,18 +264,14 @@ class SafetyTest(unittest.TestCase):
                                     "x:bin=@" + source])
                 self.assertEqual(code, 3 if source == exact else 2, err)
                 self.assertIn(want, err)
-        values = os.path.join(self.tmp, "values.json")
-        with open(values, "w") as f:
-            f.write('{"a":[' + ",".join(["1"] * (1 << 20)) + "]}")
+        values = self.file("values.json", b'{"a":[' + b",".join([b"1"] * (1 << 20)) + b"]}")
         code, _, err = run([VXCTL, "call", nowhere, "1", "@" + values])
         self.assertEqual(code, 2, err)
         self.assertIn("more than 1048576 values", err)
 
     def test_a_secret_file_must_be_a_regular_file_not_readable_by_others(self):
-        fifo, loose = os.path.join(self.tmp, "fifo"), os.path.join(self.tmp, "loose")
+        fifo, loose = os.path.join(self.tmp, "fifo"), self.file("loose", SECRET.encode() + b"\n")
         os.mkfifo(fifo)  # no writer: opening it to read would wait for ever
-        with open(loose, "w") as f:
-            f.write(SECRET + "\n")
         nowhere = "127.0.0.1:%d" % free_tcp_port()
         code, _, err = run([VXCTL, "call", nowhere, "1", "--secret-file", fifo])
         self.assertEqual((code, err), (2, "vxctl: the secret file '%s' is not a regular file\n" % fifo))
@@ -305,9 +297,7 @@ class SafetyTest(unittest.TestCase):
 
     def test_serve_binds_loopback_unless_told_and_warns_without_a_secret(self):
         environment = {k: v for k, v in os.environ.items() if k != "VXBUS_SECRET"}
-        blob = os.path.join(self.tmp, "blob")
-        with open(blob, "wb") as f:
-            f.write(b"\x5a" * 60000)
+        blob = self.file("blob", b"\x5a" * 60000)
         for extra, env, where, warned in [
                 ([], environment, "127.0.0.1", True),
                 (["--bind", "0.0.0.0", "--max-read-size", "65536"], with_secret(SECRET), "0.0.0.0", False)]:
@@ -336,14 +326,11 @@ NESTED = (pair(24, 1) + bytes.fromhex("07696400 00000002 07000000  07737562 0000
           + pair(8, 0) + bytes.fromhex("03730001 68690000"))
 
 
-class DumpTest(unittest.TestCase):
+class DumpTest(FilesCase):
     """dump reads files that anyone may have written."""
 
     def dump(self, data, *args):
-        with tempfile.NamedTemporaryFile(delete=False) as f:
-            f.write(data)
-        self.addCleanup(os.unlink, f.name)
-        return run([VXCTL, "dump", f.name] + list(args))
+        return run([VXCTL, "dump", self.file("list.bin", data)] + list(args))
 
     def test_the_stream_of_a_nested_list_prints(self):
         code, out, err = self.dump(NESTED)

@@ -80,50 +80,44 @@ class BridgeCase(unittest.TestCase):
         for line in proc.errors:
             self.assertNotIn("Sanitizer", line, proc.args[:1])
 
-    def nats_server(self, port=0, cluster=None, route=None):
-        """A NATS server and its URL; with port=0 on a free port."""
+    def on_a_free_port(self, port, launch, busy=""):
+        """launch(port); with port=0 launch(a free port), taken again if another
+        process was faster, which the failure tells by holding `busy`."""
         for _ in range(3):
-            listen = port or free_tcp_port()
+            try:
+                return launch(port or free_tcp_port())
+            except AssertionError as failure:
+                if port or busy not in str(failure):
+                    raise
+        raise AssertionError("no free port for " + launch.__name__)
+
+    def nats_server(self, port=0, cluster=None, route=None):
+        """A NATS server and its URL."""
+        def nats_server(listen):
             args = [NATS_SERVER, "-a", "127.0.0.1", "-p", str(listen)]
             if cluster:
                 args += ["--cluster_name", "vx", "--cluster", "nats://127.0.0.1:%d" % cluster,
                          "--routes", "nats://127.0.0.1:%d" % route]
             server = self.start(args)
-            try:
-                server.expect_in("Server is ready")
-                return server, "nats://127.0.0.1:%d" % listen
-            except AssertionError:
-                if port:
-                    raise
-        raise AssertionError("no free port for nats-server")
+            server.expect_in("Server is ready")
+            return server, "nats://127.0.0.1:%d" % listen
+        return self.on_a_free_port(port, nats_server)
 
     def serve_b(self, port=0):
-        """Application B (`vxctl serve`, slot 1 echoes, slot 2 prints), and its
-        port; with port=0 a free one, taken again if another process was faster."""
-        for _ in range(3):
-            listen = port or free_tcp_port()
-            b = self.start([VXCTL, "serve", "appb", "--port", str(listen), "--signal", "shipped"])
-            try:
-                b.expect("ready ")
-                return b, listen
-            except AssertionError:
-                if port or not any("did not open" in line for line in b.errors):
-                    raise
-        raise AssertionError("no free port for B")
+        """Application B (`vxctl serve`, slot 1 echoes, slot 2 prints), and its port."""
+        def application_b(listen):
+            app = self.start([VXCTL, "serve", "appb", "--port", str(listen), "--signal", "shipped"])
+            app.expect("ready ")
+            return app, listen
+        return self.on_a_free_port(port, application_b, busy="did not open")
 
     def bridge(self, name, nats, *args, port=None):
-        """A bridge, and its appID. With port=0 it listens on a free port,
-        taken again should another process have taken it first."""
-        for _ in range(3):
-            listen = port if port != 0 else free_tcp_port()
+        """A bridge, and its appID; with port=None it takes no --port."""
+        def bridge(listen):
             command = [BRIDGE, "--nats", nats, "--name", name] + list(args)
-            bridge = self.start(command + (["--port", str(listen)] if listen else []))
-            try:
-                return bridge, bridge.expect("ready ").split()[1]
-            except AssertionError:
-                if port != 0 or not any("did not open" in line for line in bridge.errors):
-                    raise
-        raise AssertionError("no free port for " + name)
+            process = self.start(command + (["--port", str(listen)] if listen else []))
+            return process, process.expect("ready ").split()[1]
+        return bridge(None) if port is None else self.on_a_free_port(port, bridge, busy="did not open")
 
     def vxctl(self, *args):
         return run([VXCTL] + list(args), env=with_secret(SECRET))
@@ -331,8 +325,7 @@ class Failures(BridgeCase):
             code, _, err = run([BRIDGE] + args, env=with_secret(SECRET))
             self.assertEqual(code, 2, (args, err))
             self.assertIn(message, err, args)
-        env = dict(os.environ)
-        env.pop("VXBUS_SECRET", None)
+        env = {k: v for k, v in os.environ.items() if k != "VXBUS_SECRET"}
         code, _, err = run([BRIDGE] + base + ["--import", "a=1"], env=env)
         self.assertEqual((code, "no secret" in err), (2, True), err)
         code, out, _ = run([BRIDGE, "--help"])
@@ -341,18 +334,14 @@ class Failures(BridgeCase):
                      "--nats-tls-ca", "--secret-file", "65535"):
             self.assertIn(flag, out)
 
-    def test_wrong_local_secret_is_refused_with_code_4(self):
-        _, pb = self.serve_b()
-        code, _, err = run([BRIDGE, "--nats", "nats://127.0.0.1:%d" % free_tcp_port(), "--name",
-                            "x", "--export", "a=127.0.0.1:%d,1" % pb],
-                           env=with_secret("not the secret"))
-        self.assertEqual(code, 4, err)
-        self.assertIn("127.0.0.1:%d refused the bridge: wrong secret" % pb, err)
-
-    def test_a_missing_nats_server_is_retried_until_it_comes(self):
+    def test_a_wrong_local_secret_ends_with_4_and_a_missing_nats_server_is_retried(self):
         nats_port = free_tcp_port()
         _, pb = self.serve_b()
         url = "nats://127.0.0.1:%d" % nats_port
+        code, _, err = run([BRIDGE, "--nats", url, "--name", "x", "--export", "a=127.0.0.1:%d,1" % pb],
+                           env=with_secret("not the secret"))
+        self.assertEqual(code, 4, err)
+        self.assertIn("127.0.0.1:%d refused the bridge: wrong secret" % pb, err)
         bridge, _ = self.bridge("bridgeb", url, "--json", "--export",
                                 "svc.echo=127.0.0.1:%d,1" % pb)
         bridge.expect_in("cannot reach NATS at %s: nothing answered; retrying" % url)
@@ -420,11 +409,4 @@ class Json(BridgeCase):
 
 if __name__ == "__main__":
     BRIDGE, VXCTL, PEER, PROBE, NATS_SERVER = sys.argv[1:6]
-    groups = sys.argv[6:]
-    del sys.argv[1:]
-    suite = unittest.TestSuite()
-    loader = unittest.TestLoader()
-    for group in groups or ["TwoInstallations", "Cluster", "Restarts", "Failures", "Json"]:
-        suite.addTests(loader.loadTestsFromTestCase(globals()[group]))
-    result = unittest.TextTestRunner(verbosity=2).run(suite)
-    sys.exit(0 if result.wasSuccessful() else 1)
+    unittest.main(argv=sys.argv[:1] + sys.argv[6:], verbosity=2)  # the rest name groups
