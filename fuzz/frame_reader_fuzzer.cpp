@@ -8,13 +8,13 @@
 
 #include "byte_channel.h"
 #include "runtime/process_state.h"
-#include "session/application.h"
+#include "session/session.h"
 #include "session/slot_call_message.h"
 
 using vxbus::ChannelRef;
 using vxbus::MessageRef;
+using vxbus::Session;
 using vxbus::SessionRef;
-using vxbus::VXAPPImpl;
 using vxbus::VXSlotCallMessage;
 using vxbus::fuzz::ByteChannel;
 
@@ -29,8 +29,8 @@ SessionRef* g_session = nullptr;
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
   vxbus::g_limits.limits.MAX_READ_SIZE = 1 << 20;  // see list_stream_fuzzer.cpp
-  g_session = new SessionRef(new VXAPPImpl);
-  VXAPPImpl& session = **g_session;
+  g_session = new SessionRef(new Session);
+  Session& session = **g_session;
   session.MarkEstablished("fuzz:1/peer");
   return 0;
 }
@@ -40,7 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   session->AttachChannel(ChannelRef(new ByteChannel(data, size)));
 
   vxbus::g_lastMessageId = 0;  // the waiting call gets id 1
-  MessageRef waiting(new VXSlotCallMessage(vxbus::IVXMessage::EventRef(new MTObjects::ISyncEvent),
+  MessageRef waiting(new VXSlotCallMessage(vxbus::IVXMessage::EventRef(new MTObjects::Latch),
                                            session, 1, VX_INVALID_PARAMLIST, nullptr, nullptr));
   session->PendingCalls().Insert(waiting);
 

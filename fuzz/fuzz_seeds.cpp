@@ -9,10 +9,10 @@
 #include <vector>
 
 #include "byte_channel.h"
-#include "paramlist/fast_holder.h"
 #include "paramlist/handle.h"
+#include "paramlist/param_list.h"
 #include "runtime/process_state.h"
-#include "session/application.h"
+#include "session/session.h"
 #include "session/slot_call_message.h"
 #include "transport/app_id_block.h"
 #include "transport/challenge.h"
@@ -98,7 +98,7 @@ Bytes ImageSeed(HVXPARAMLIST list) {
 
 // A session whose frames land in `sink`.
 SessionRef SinkSession(ByteChannel* sink) {
-  SessionRef session(new vxbus::VXAPPImpl);
+  SessionRef session(new vxbus::Session);
   session->AttachChannel(ChannelRef(sink));
   session->MarkEstablished("fuzz:1/peer");
   return session;
@@ -112,8 +112,8 @@ Bytes FrameSeed(HVXPARAMLIST list) {
   MessageRef oneWay(
       new VXSlotCallMessage(vxbus::IVXMessage::EventRef(), session, 7, list, nullptr, nullptr));
   oneWay->Send();
-  MessageRef call(new VXSlotCallMessage(vxbus::IVXMessage::EventRef(new MTObjects::ISyncEvent),
-                                        session, 3, list, nullptr, nullptr));
+  MessageRef call(new VXSlotCallMessage(vxbus::IVXMessage::EventRef(new MTObjects::Latch), session,
+                                        3, list, nullptr, nullptr));
   call->Send();
   const unsigned char callHeader[16] = {1, 0, 0, 0, 1, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0};
   MessageRef received(new VXSlotCallMessage(session, callHeader));
@@ -133,7 +133,7 @@ Bytes HandshakeSeed(HVXPARAMLIST) {
   vxbus::WriteAppId(*acceptor, "fuzz:1/acceptor");
   const Bytes input = acceptor->Written();
   auto* channel = new ByteChannel(input.data(), input.size());
-  SessionRef session(new vxbus::VXAPPImpl);
+  SessionRef session(new vxbus::Session);
   ChannelRef channelRef(channel);
   session->AttachChannel(channelRef);
   vxbus::g_ownAppId = "seed:2/connector";

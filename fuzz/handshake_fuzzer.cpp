@@ -9,12 +9,12 @@
 
 #include "byte_channel.h"
 #include "runtime/process_state.h"
-#include "session/application.h"
+#include "session/session.h"
 #include "transport/challenge.h"
 
 using vxbus::ChannelRef;
+using vxbus::Session;
 using vxbus::SessionRef;
-using vxbus::VXAPPImpl;
 
 namespace {
 
@@ -56,7 +56,7 @@ extern "C" int LLVMFuzzerInitialize(int*, char***) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size < 1) return 0;
-  SessionRef session(new VXAPPImpl);
+  SessionRef session(new Session);
   auto* channel = new AnsweringChannel(data + 1, size - 1, (data[0] & 1) != 0);
   session->AttachChannel(ChannelRef(channel));
   session->RunAcceptExchange();

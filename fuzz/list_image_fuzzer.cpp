@@ -13,12 +13,12 @@
 #include <vector>
 
 #include "byte_channel.h"
-#include "paramlist/fast_holder.h"
 #include "paramlist/handle.h"
+#include "paramlist/param_list.h"
 
 using vxbus::ChannelRef;
-using vxbus::FastHolderImpl;
 using vxbus::ListFromHandle;
+using vxbus::ParamList;
 using vxbus::fuzz::ByteChannel;
 
 namespace {

@@ -7,12 +7,12 @@
 #include <cstring>
 
 #include "byte_channel.h"
-#include "paramlist/fast_holder.h"
+#include "paramlist/param_list.h"
 #include "runtime/process_state.h"
 
 using vxbus::ChannelRef;
-using vxbus::FastHolderImpl;
 using vxbus::ListRef;
+using vxbus::ParamList;
 using vxbus::fuzz::ByteChannel;
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
@@ -28,7 +28,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::memcpy(pair, data, 8);
   auto* input = new ByteChannel(data + 8, size - 8);
   ChannelRef in(input);
-  ListRef root(new FastHolderImpl);
+  ListRef root(new ParamList);
   std::uint32_t next[2] = {};
   if (root->ReadList(in.get(), pair[0], pair[1], false, &next[0], &next[1]) < 0) return 0;
 

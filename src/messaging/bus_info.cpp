@@ -11,7 +11,7 @@
 #include "messaging/signal_table.h"
 #include "messaging/slot_table.h"
 #include "runtime/process_state.h"
-#include "session/application_registry.h"
+#include "session/session_registry.h"
 #include "vxbus.h"
 
 using namespace vxbus;
@@ -89,9 +89,9 @@ void SetSessions(HVXPARAMLIST info) {
   std::vector<NewList> owned(sessions.size());
   std::vector<HVXPARAMLIST> handles;
   for (std::size_t i = 0; i < sessions.size(); ++i) {
-    VXAPPImpl& session = *sessions[i];
+    Session& session = *sessions[i];
     HVXPARAMLIST entry = owned[i].get();
-    const VXAPPImpl::Traffic traffic = session.GetTraffic();
+    const Session::Traffic traffic = session.GetTraffic();
     const auto connected =
         std::chrono::duration_cast<std::chrono::milliseconds>(now - session.EstablishedAt());
     VXSetStringValue(entry, "appId", session.Name().c_str());

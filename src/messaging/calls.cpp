@@ -5,8 +5,8 @@
 #include "messaging/call_sending.h"
 #include "messaging/flow_id.h"
 #include "paramlist/handle.h"
-#include "session/application_registry.h"
 #include "session/back_pressure.h"
+#include "session/session_registry.h"
 #include "session/slot_call_message.h"
 #include "vxbus.h"
 
@@ -25,7 +25,7 @@ MessageRef SendCall(const char* applicationName, std::uint32_t slotId, HVXPARAML
     std::lock_guard<std::recursive_mutex> lock(g_applications.Mutex());
     session = g_applications.FindLocked(applicationName);
     if (!session.IsValid()) return MessageRef();
-    IVXMessage::EventRef event(new MTObjects::ISyncEvent);
+    IVXMessage::EventRef event(new MTObjects::Latch);
     message = new VXSlotCallMessage(event, session, slotId, list, nullptr, nullptr);
     writeHere = session->ClaimIdleWriter();
     if (!writeHere) session->QueueFrame(message);
@@ -61,7 +61,7 @@ _tag_VX_ERROR VXNotify(const char* applicationName, std::uint32_t slotId, HVXPAR
   // The message takes over the look-up's reference, and ours to the message
   // holds the session until we return: the message's count is this thread's
   // own, while the session's is shared with its writer.
-  VXAPPImpl& session = *found;
+  Session& session = *found;
   MessageRef message(new VXSlotCallMessage(IVXMessage::EventRef(), std::move(found), slotId, list,
                                            callback, userData));
   const std::uint64_t bytes = VXMessageQueue::MessageBytes(message);

@@ -9,9 +9,9 @@
 #include "messaging/call_sending.h"
 #include "messaging/deadline_timer.h"
 #include "messaging/timed_notification.h"
-#include "session/application_registry.h"
 #include "session/back_pressure.h"
 #include "session/message_queue.h"
+#include "session/session_registry.h"
 #include "vxbus.h"
 
 using namespace vxbus;
@@ -37,7 +37,7 @@ _tag_VX_ERROR VXNotifyWithTimeout(const char* applicationName, std::uint32_t slo
       DeadlineClock::now() + std::chrono::milliseconds(timeoutMs);
   SessionRef found = g_applications.Find(applicationName);
   if (!found.IsValid()) return VX_ERROR_NO_APPLICATION;
-  VXAPPImpl& session = *found;
+  Session& session = *found;
   TimedNotificationRef message(
       new TimedNotification(std::move(found), slotId, list, callback, userData, deadline));
   const _tag_VX_ERROR room = AwaitSendRoom(session, message);

@@ -6,14 +6,14 @@
 #include <thread>
 
 #include "messaging/slot_table.h"
-#include "paramlist/fast_holder.h"
 #include "paramlist/handle.h"
+#include "paramlist/param_list.h"
 #include "runtime/log.h"
 #include "runtime/printable_name.h"
 #include "runtime/process_state.h"
-#include "session/application.h"
-#include "session/application_registry.h"
 #include "session/message_queue.h"
+#include "session/session.h"
+#include "session/session_registry.h"
 
 namespace vxbus {
 namespace {
@@ -34,7 +34,7 @@ void RunSlot(IVXMessage& message) {
 // A small reply is written here when the session's writer is idle, which
 // spares a hand-off; a large one goes to the writer, so that the next slot
 // need not wait for it.
-void SendReply(VXAPPImpl& session, const MessageRef& reply) {
+void SendReply(Session& session, const MessageRef& reply) {
   const ListRef& output = reply->GetOutputList();
   const bool small = !output.IsValid() || output->Used() <= kDirectReplyBytes;
   if (small && session.ClaimIdleWriter())

@@ -3,7 +3,7 @@
 
 #include <algorithm>
 
-#include "session/application.h"
+#include "session/session.h"
 
 namespace vxbus {
 
@@ -11,7 +11,7 @@ namespace vxbus {
 // its subscriptions out of it.
 VXSignalTable& g_signalTable = *new VXSignalTable;
 
-void VXSignalTable::RemoveSession(const VXAPPImpl* session) {
+void VXSignalTable::RemoveSession(const Session* session) {
   std::lock_guard<std::recursive_mutex> lock(mutex);
   for (auto& entry : signals) {
     auto& list = entry.second;

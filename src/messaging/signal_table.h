@@ -24,7 +24,7 @@ struct VXSignalTable {
   std::recursive_mutex mutex;
 
   // Drops every subscription of `session`, compared as an object, not by name.
-  void RemoveSession(const VXAPPImpl* session);
+  void RemoveSession(const Session* session);
 };
 
 extern VXSignalTable& g_signalTable;

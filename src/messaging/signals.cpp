@@ -5,8 +5,8 @@
 #include <cstring>
 
 #include "messaging/signal_table.h"
-#include "session/application.h"
-#include "session/application_registry.h"
+#include "session/session.h"
+#include "session/session_registry.h"
 
 namespace vxbus {
 namespace {

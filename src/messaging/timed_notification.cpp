@@ -2,8 +2,8 @@
 #include "messaging/timed_notification.h"
 
 #include "messaging/deadline_timer.h"
-#include "paramlist/fast_holder.h"
-#include "session/application.h"
+#include "paramlist/param_list.h"
+#include "session/session.h"
 
 namespace vxbus {
 

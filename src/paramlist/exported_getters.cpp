@@ -8,15 +8,15 @@
 #include "runtime/little_endian.h"
 #include "vxbus.h"
 
-using vxbus::FastHolderImpl;
 using vxbus::HandleFromList;
 using vxbus::ListFromHandle;
+using vxbus::ParamList;
 
 namespace {
 
 // The value of `name` when it has the type `type`, else null.
 const _tag_VXPARAMVALUE* ValueOf(HVXPARAMLIST list, const char* name, int type) {
-  const FastHolderImpl* l = ListFromHandle(list);
+  const ParamList* l = ListFromHandle(list);
   if (l == nullptr) return nullptr;
   const _tag_VXPARAMINFO* record = l->Find(name);
   if (record == nullptr) return nullptr;
@@ -74,9 +74,9 @@ HVXPARAMLIST VXGetHandleValue(HVXPARAMLIST list, const char* name) {
   const _tag_VXPARAMVALUE* v = ValueOf(list, name, PT_PARAMHANDLE);
   if (v == nullptr) return VX_INVALID_PARAMLIST;
   std::uint32_t id = vxbus::Load32(v->Bytes() + 1);
-  const FastHolderImpl* l = ListFromHandle(list);
+  const ParamList* l = ListFromHandle(list);
   if (id >= l->ChildCount() || l->Child(id) == nullptr) return VX_INVALID_PARAMLIST;
-  FastHolderImpl* child = l->Child(id);
+  ParamList* child = l->Child(id);
   MTObjects::ReferenceAccess::AddRef(child);
   return HandleFromList(child);
 }

@@ -3,21 +3,21 @@
 #include "paramlist/handle.h"
 #include "vxbus.h"
 
-using vxbus::FastHolderImpl;
 using vxbus::ListFromHandle;
+using vxbus::ParamList;
 
 const _tag_VXPARAMINFO* VXGetFirstParam(HVXPARAMLIST list) {
-  const FastHolderImpl* l = ListFromHandle(list);
+  const ParamList* l = ListFromHandle(list);
   return l == nullptr ? nullptr : l->First();
 }
 
 const _tag_VXPARAMINFO* VXGetNextParam(HVXPARAMLIST list, const _tag_VXPARAMINFO* info) {
-  const FastHolderImpl* l = ListFromHandle(list);
+  const ParamList* l = ListFromHandle(list);
   return l == nullptr ? nullptr : l->Next(info);
 }
 
 const _tag_VXPARAMINFO* VXParamInfo(HVXPARAMLIST list, const char* name) {
-  const FastHolderImpl* l = ListFromHandle(list);
+  const ParamList* l = ListFromHandle(list);
   return l == nullptr ? nullptr : l->Find(name);
 }
 
@@ -25,7 +25,7 @@ const _tag_VXPARAMINFO* VXParamInfo(HVXPARAMLIST list, const char* name) {
 // the cursor stays on the first record, so the result is the second record
 // (or null when there is only one) whatever the index.
 const _tag_VXPARAMINFO* VXParamByIndex(HVXPARAMLIST list, std::uint32_t index) {
-  const FastHolderImpl* l = ListFromHandle(list);
+  const ParamList* l = ListFromHandle(list);
   if (l == nullptr) return nullptr;
   const _tag_VXPARAMINFO* cursor = l->First();
   if (cursor == nullptr) return nullptr;
@@ -35,20 +35,20 @@ const _tag_VXPARAMINFO* VXParamByIndex(HVXPARAMLIST list, std::uint32_t index) {
 }
 
 const _tag_VXPARAMINFO* VXRemoveParamByInfo(HVXPARAMLIST list, const _tag_VXPARAMINFO* info) {
-  FastHolderImpl* l = ListFromHandle(list);
+  ParamList* l = ListFromHandle(list);
   return l == nullptr ? nullptr : l->RemoveByInfo(info);
 }
 
 // A missing name is not an error.
 _tag_VX_ERROR VXRemoveValue(HVXPARAMLIST list, const char* name) {
-  FastHolderImpl* l = ListFromHandle(list);
+  ParamList* l = ListFromHandle(list);
   if (l == nullptr) return VX_ERROR_FAILED;
   l->RemoveByName(name);
   return VX_SUCCESS;
 }
 
 _tag_VX_ERROR VXRemoveAllValues(HVXPARAMLIST list) {
-  FastHolderImpl* l = ListFromHandle(list);
+  ParamList* l = ListFromHandle(list);
   if (l == nullptr) return VX_ERROR_FAILED;
   l->Clear();
   return VX_SUCCESS;

@@ -4,18 +4,18 @@
 #ifndef VXBUS_PARAMLIST_HANDLE_H_
 #define VXBUS_PARAMLIST_HANDLE_H_
 
-#include "paramlist/fast_holder.h"
+#include "paramlist/param_list.h"
 #include "vxbus.h"
 
 namespace vxbus {
 
-using ListRef = MTObjects::MTReferencedPtr<FastHolderImpl>;
+using ListRef = MTObjects::MTReferencedPtr<ParamList>;
 
-inline FastHolderImpl* ListFromHandle(HVXPARAMLIST handle) {
-  return static_cast<FastHolderImpl*>(handle.value);
+inline ParamList* ListFromHandle(HVXPARAMLIST handle) {
+  return static_cast<ParamList*>(handle.value);
 }
 
-inline HVXPARAMLIST HandleFromList(FastHolderImpl* list) {
+inline HVXPARAMLIST HandleFromList(ParamList* list) {
   HVXPARAMLIST handle = {list};
   return handle;
 }

@@ -9,10 +9,10 @@
 #include "vxbus.h"
 
 using MTObjects::ReferenceAccess;
-using vxbus::FastHolderImpl;
 using vxbus::HandleFromList;
 using vxbus::ListFromHandle;
 using vxbus::ListRef;
+using vxbus::ParamList;
 
 extern "C" VXBUS_API const HVXPARAMLIST VX_INVALID_PARAMLIST = {nullptr};
 
@@ -24,7 +24,7 @@ using Scratch = vxbus::VXMemoryBufferTpl<512>;
 
 // Sets one record of `from` on `to` under the record's own name. A type byte
 // that no setter takes causes no Set; the walk's next step then reports it.
-void CopyRecord(const FastHolderImpl& from, const _tag_VXPARAMINFO* record, FastHolderImpl& to) {
+void CopyRecord(const ParamList& from, const _tag_VXPARAMINFO* record, ParamList& to) {
   const char* name = record->name;
   const _tag_VXPARAMVALUE* value = record->GetValue();
   const unsigned char* t = value->Bytes();
@@ -100,28 +100,28 @@ void CopyRecord(const FastHolderImpl& from, const _tag_VXPARAMINFO* record, Fast
 }  // namespace
 
 HVXPARAMLIST VXCreateParamList(void) {
-  FastHolderImpl* list = new FastHolderImpl;
+  ParamList* list = new ParamList;
   if (list == nullptr) return VX_INVALID_PARAMLIST;
   ReferenceAccess::AddRef(list);
   return HandleFromList(list);
 }
 
 HVXPARAMLIST VXReferenceHandle(HVXPARAMLIST list) {
-  if (FastHolderImpl* l = ListFromHandle(list)) ReferenceAccess::AddRef(l);
+  if (ParamList* l = ListFromHandle(list)) ReferenceAccess::AddRef(l);
   return list;
 }
 
 std::int32_t VXCloseHandle(HVXPARAMLIST list) {
-  if (FastHolderImpl* l = ListFromHandle(list)) ReferenceAccess::Release(l);
+  if (ParamList* l = ListFromHandle(list)) ReferenceAccess::Release(l);
   return 0;
 }
 
 // Same contents in a new image of exactly the source's size; the nested lists
 // are shared, so the ids in the copied image stay right.
 HVXPARAMLIST VXCloneHandle(HVXPARAMLIST list) {
-  const FastHolderImpl* from = ListFromHandle(list);
+  const ParamList* from = ListFromHandle(list);
   if (from == nullptr) return VX_INVALID_PARAMLIST;
-  ListRef clone(new FastHolderImpl);
+  ListRef clone(new ParamList);
   if (!clone) return VX_INVALID_PARAMLIST;
   clone->AppendExact(from->Data(), from->Used());
   for (std::uint32_t i = 0; i < from->ChildCount(); ++i)
@@ -134,11 +134,11 @@ HVXPARAMLIST VXCloneHandle(HVXPARAMLIST list) {
 // source's order. A null or same destination is refused: the walk would
 // write into the list it reads.
 std::int32_t VXCopyHandle(HVXPARAMLIST source, HVXPARAMLIST destination) {
-  const FastHolderImpl* from = ListFromHandle(source);
+  const ParamList* from = ListFromHandle(source);
   if (from == nullptr) return 0;
   const _tag_VXPARAMINFO* record = from->First();
   if (record == nullptr) return 0;
-  FastHolderImpl* to = ListFromHandle(destination);
+  ParamList* to = ListFromHandle(destination);
   if (to == nullptr || to == from) return 0;
   for (; record != nullptr; record = from->Next(record))
     CopyRecord(*from, record, *to);
@@ -147,17 +147,17 @@ std::int32_t VXCopyHandle(HVXPARAMLIST source, HVXPARAMLIST destination) {
 
 // Borrowed: no reference is added.
 HVXPARAMLIST VXGetHandleById(HVXPARAMLIST list, std::uint32_t id) {
-  const FastHolderImpl* l = ListFromHandle(list);
+  const ParamList* l = ListFromHandle(list);
   if (l == nullptr || id >= l->ChildCount()) return VX_INVALID_PARAMLIST;
   return HandleFromList(l->Child(id));
 }
 
 std::uint32_t VXGetHandleSize(HVXPARAMLIST list) {
-  const FastHolderImpl* l = ListFromHandle(list);
+  const ParamList* l = ListFromHandle(list);
   return l == nullptr ? 0 : l->Used();
 }
 
 std::uint32_t VXGetParamCount(HVXPARAMLIST list) {
-  const FastHolderImpl* l = ListFromHandle(list);
+  const ParamList* l = ListFromHandle(list);
   return l == nullptr ? 0 : l->Count();
 }

@@ -25,18 +25,15 @@ inline std::uint32_t HeaderLength(std::uint32_t nameLength) {
   return (nameLength + 6u) & ~3u;
 }
 
-template <std::uint32_t N>
-class VXMemoryBufferTpl2 {
-  // Only the list image exists, and it has neither inline bytes nor slack.
-  static_assert(N == 0, "the list image is the only instance");
-
+// Neither inline bytes nor slack: a list's bytes are exactly its image.
+class ListImage {
  public:
   using NoDataExeption = ::NoDataExeption;
 
-  VXMemoryBufferTpl2() : used(0), capacity(0), data(nullptr) {}
-  ~VXMemoryBufferTpl2() { FreeImage(data, capacity); }
-  VXMemoryBufferTpl2(const VXMemoryBufferTpl2&) = delete;
-  VXMemoryBufferTpl2& operator=(const VXMemoryBufferTpl2&) = delete;
+  ListImage() : used(0), capacity(0), data(nullptr) {}
+  ~ListImage() { FreeImage(data, capacity); }
+  ListImage(const ListImage&) = delete;
+  ListImage& operator=(const ListImage&) = delete;
 
   // Makes room for n more bytes. Grows to exactly the need, never shrinks.
   // The sum is 32-bit and unchecked: callers keep images far below 4 GiB.

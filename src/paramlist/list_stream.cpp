@@ -4,7 +4,7 @@
 // travels in the frame header.
 #include <cstdint>
 
-#include "paramlist/fast_holder.h"
+#include "paramlist/param_list.h"
 #include "runtime/process_state.h"
 
 namespace vxbus {
@@ -17,7 +17,7 @@ struct SizePair {
 };
 static_assert(sizeof(SizePair) == 8, "a pair is two words on the wire");
 
-SizePair PairOf(const FastHolderImpl& list) {
+SizePair PairOf(const ParamList& list) {
   return SizePair{list.Used(), list.ChildCount()};
 }
 
@@ -26,8 +26,8 @@ SizePair PairOf(const FastHolderImpl& list) {
 // The duty to write the pair of whatever follows this subtree is handed down
 // the last branch, so each image is followed by exactly one pair unless it
 // ends the stream.
-std::int32_t FastHolderImpl::WriteList(IByteStream* channel, bool hasNext, std::uint32_t nextSize,
-                                       std::uint32_t nextChildCount) {
+std::int32_t ParamList::WriteList(IByteStream* channel, bool hasNext, std::uint32_t nextSize,
+                                  std::uint32_t nextChildCount) {
   std::int32_t total = channel->Write(data, used);
   if (body_.children.Empty()) {
     if (!hasNext || total < 0) return total;
@@ -37,7 +37,7 @@ std::int32_t FastHolderImpl::WriteList(IByteStream* channel, bool hasNext, std::
   }
   if (total < 0) return total;
 
-  RefPtrArray<FastHolderImpl>& children = body_.children;
+  RefPtrArray<ParamList>& children = body_.children;
   const std::uint32_t last = children.Size() - 1;
   SizePair first = PairOf(*children[0]);
   if (channel->Write(&first, sizeof first) < 0) return -1;
@@ -56,7 +56,7 @@ std::int32_t FastHolderImpl::WriteList(IByteStream* channel, bool hasNext, std::
 // Grows the image to exactly the need and reads behind `used`. On failure
 // `used` stays, the larger allocation too. A length that the channel would
 // refuse is refused before anything is reserved for it.
-std::int32_t FastHolderImpl::ReadOntoImage(IByteStream* channel, std::uint32_t length) {
+std::int32_t ParamList::ReadOntoImage(IByteStream* channel, std::uint32_t length) {
   if (length > g_limits.limits.MAX_READ_SIZE) return -1;
   if (!Reserve(length)) return -1;
   std::int32_t r = channel->Read(data + used, length);
@@ -67,16 +67,15 @@ std::int32_t FastHolderImpl::ReadOntoImage(IByteStream* channel, std::uint32_t l
 // Each image is read together with the pair behind it in one channel read;
 // the pair passes through the image and is taken off again. Called on an
 // empty list: bytes are appended and Recount adds to the count.
-std::int32_t FastHolderImpl::ReadList(IByteStream* channel, std::uint32_t size,
-                                      std::uint32_t childCount, bool hasNext,
-                                      std::uint32_t* nextSize, std::uint32_t* nextChildCount) {
+std::int32_t ParamList::ReadList(IByteStream* channel, std::uint32_t size, std::uint32_t childCount,
+                                 bool hasNext, std::uint32_t* nextSize,
+                                 std::uint32_t* nextChildCount) {
   return ReadNested(channel, size, childCount, hasNext, nextSize, nextChildCount, 0);
 }
 
-std::int32_t FastHolderImpl::ReadNested(IByteStream* channel, std::uint32_t size,
-                                        std::uint32_t childCount, bool hasNext,
-                                        std::uint32_t* nextSize, std::uint32_t* nextChildCount,
-                                        std::uint32_t depth) {
+std::int32_t ParamList::ReadNested(IByteStream* channel, std::uint32_t size,
+                                   std::uint32_t childCount, bool hasNext, std::uint32_t* nextSize,
+                                   std::uint32_t* nextChildCount, std::uint32_t depth) {
   if (depth > VX_MAX_LIST_NESTING) return -1;
   const bool pairFollows = childCount > 0 || hasNext;
   if (pairFollows && size > UINT32_MAX - sizeof(SizePair)) return -1;  // would wrap
@@ -90,7 +89,7 @@ std::int32_t FastHolderImpl::ReadNested(IByteStream* channel, std::uint32_t size
       // child count that the stream does not back costs no memory.
       body_.children.Clear();
       for (std::uint32_t i = 0; i < childCount; ++i) {
-        ListRef child(new FastHolderImpl);
+        ListRef child(new ParamList);
         if (!child) return -1;
         body_.children.Push(child);
         const bool lastChild = i + 1 == childCount;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Opening and closing sessions to peers.
-#include "session/application.h"
-#include "session/application_registry.h"
+#include "session/session.h"
+#include "session/session_registry.h"
 #include "transport/pipe_channel.h"
 #include "transport/socket_channel.h"
 
@@ -13,7 +13,7 @@ namespace {
 _tag_VX_ERROR ConnectOver(const ChannelRef& channel, char* appIdBuffer,
                           std::uint32_t appIdBufferSize, const unsigned char* secret,
                           std::int32_t secretLength) {
-  SessionRef session(new VXAPPImpl);
+  SessionRef session(new Session);
   return static_cast<_tag_VX_ERROR>(
       session->ConnectApplication(channel, appIdBuffer, appIdBufferSize, secret, secretLength));
 }

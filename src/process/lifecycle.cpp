@@ -19,10 +19,10 @@
 #include "platform/socket.h"
 #include "runtime/log.h"
 #include "runtime/process_state.h"
-#include "session/application_registry.h"
 #include "session/dropped_messages.h"
 #include "session/message_queue.h"
 #include "session/session_acceptor.h"
+#include "session/session_registry.h"
 #include "session/session_threads.h"
 #include "transport/connection_threads.h"
 #include "transport/pipe_channel.h"
@@ -40,7 +40,7 @@ std::thread& g_dispatchThread = *new std::thread;
 
 constexpr char kAnyAddress[] = "0.0.0.0";
 
-void ForgetSubscriptions(VXAPPImpl* session) {
+void ForgetSubscriptions(Session* session) {
   g_signalTable.RemoveSession(session);
 }
 

@@ -28,8 +28,8 @@ char g_hostName[1024];
 // process exits.
 std::string& g_ownAppId = *new std::string;
 
-MTObjects::MTReferencedPtr<MTObjects::ISyncEvent> tcpListenerGate(new MTObjects::ISyncEvent);
-MTObjects::MTReferencedPtr<MTObjects::ISyncEvent> pipeListenerGate(new MTObjects::ISyncEvent);
+MTObjects::MTReferencedPtr<MTObjects::Latch> tcpListenerGate(new MTObjects::Latch);
+MTObjects::MTReferencedPtr<MTObjects::Latch> pipeListenerGate(new MTObjects::Latch);
 
 std::atomic<VXConnectListener> g_connectListener{nullptr};
 std::atomic<VXDisconnectListener> g_disconnectListener{nullptr};

@@ -8,8 +8,8 @@
 #include <mutex>
 #include <string>
 
+#include "runtime/latch.h"
 #include "runtime/referenced_ptr.h"
-#include "runtime/sync_event.h"
 #include "vxbus.h"
 
 namespace vxbus {
@@ -22,8 +22,8 @@ extern char g_hostName[1024];
 extern std::string& g_ownAppId;
 
 // Gates of the two connection threads; opened once, never reset.
-extern MTObjects::MTReferencedPtr<MTObjects::ISyncEvent> tcpListenerGate;
-extern MTObjects::MTReferencedPtr<MTObjects::ISyncEvent> pipeListenerGate;
+extern MTObjects::MTReferencedPtr<MTObjects::Latch> tcpListenerGate;
+extern MTObjects::MTReferencedPtr<MTObjects::Latch> pipeListenerGate;
 
 // Set with release and read with acquire, so that what an application set up
 // before installing a listener is visible inside it.

@@ -7,7 +7,7 @@ namespace vxbus {
 
 namespace {
 
-bool Stopping(const VXAPPImpl& session) {
+bool Stopping(const Session& session) {
   return g_shuttingDown.load(std::memory_order_relaxed) || session.StopRequested();
 }
 
@@ -25,11 +25,11 @@ std::uint64_t DispatchShareLimitBytes() {
   return DispatchQueueLimitBytes() / kDispatchSharesPerQueue;
 }
 
-_tag_VX_ERROR AwaitSendRoom(VXAPPImpl& session, const MessageRef& message) {
+_tag_VX_ERROR AwaitSendRoom(Session& session, const MessageRef& message) {
   return AwaitSendRoom(session, VXMessageQueue::MessageBytes(message));
 }
 
-_tag_VX_ERROR AwaitSendRoom(VXAPPImpl& session, std::uint64_t bytes) {
+_tag_VX_ERROR AwaitSendRoom(Session& session, std::uint64_t bytes) {
   const std::uint64_t limit = SendQueueLimitBytes();
   if (session.sendQueue_.HasRoom(bytes, limit)) return VX_SUCCESS;
   const std::int32_t limitMs = g_limits.limits.IO_TIMEOUT_MS;
@@ -46,11 +46,11 @@ _tag_VX_ERROR AwaitSendRoom(VXAPPImpl& session, std::uint64_t bytes) {
   }
 }
 
-bool AwaitDispatchRoom(VXAPPImpl& session, const MessageRef& message) {
+bool AwaitDispatchRoom(Session& session, const MessageRef& message) {
   return AwaitDispatchRoom(session, VXMessageQueue::MessageBytes(message));
 }
 
-bool AwaitDispatchRoom(VXAPPImpl& session, std::uint64_t bytes) {
+bool AwaitDispatchRoom(Session& session, std::uint64_t bytes) {
   const RoomBounds bounds{DispatchQueueLimitBytes(), &session.DispatchShare(),
                           DispatchShareLimitBytes()};
   for (;;) {

@@ -12,7 +12,7 @@
 
 #include <cstdint>
 
-#include "session/application.h"
+#include "session/session.h"
 #include "vxbus.h"
 
 namespace vxbus {
@@ -31,9 +31,9 @@ std::uint64_t DispatchShareLimitBytes();
 // VX_ERROR_NO_APPLICATION when the session stopped or the library began to
 // shut down meanwhile. While the dispatch thread waits here, readers may
 // fill the dispatch queue past its limit, as its slot may wait on them.
-_tag_VX_ERROR AwaitSendRoom(VXAPPImpl& session, const MessageRef& message);
+_tag_VX_ERROR AwaitSendRoom(Session& session, const MessageRef& message);
 // The same for a message that counts `bytes` (VXMessageQueue::MessageBytes).
-_tag_VX_ERROR AwaitSendRoom(VXAPPImpl& session, std::uint64_t bytes);
+_tag_VX_ERROR AwaitSendRoom(Session& session, std::uint64_t bytes);
 
 // For a session's reader, before it queues a request for the dispatch
 // thread. Blocks while the session's share or the whole dispatch queue has
@@ -42,9 +42,9 @@ _tag_VX_ERROR AwaitSendRoom(VXAPPImpl& session, std::uint64_t bytes);
 // send). False when the session stopped, the library began to shut down, or
 // the peer ended its stream meanwhile: Stop and VXShutdown wake the wait, and
 // the peer's end is looked for every kPeerEndLookMs.
-bool AwaitDispatchRoom(VXAPPImpl& session, const MessageRef& message);
+bool AwaitDispatchRoom(Session& session, const MessageRef& message);
 // The same for a message that counts `bytes` (VXMessageQueue::MessageBytes).
-bool AwaitDispatchRoom(VXAPPImpl& session, std::uint64_t bytes);
+bool AwaitDispatchRoom(Session& session, std::uint64_t bytes);
 constexpr std::int32_t kPeerEndLookMs = 200;
 
 }  // namespace vxbus

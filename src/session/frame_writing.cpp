@@ -5,27 +5,27 @@
 #include <utility>
 
 #include "runtime/process_state.h"
-#include "session/application.h"
+#include "session/session.h"
 
 namespace vxbus {
 
-bool VXAPPImpl::WriterStopping() const {
+bool Session::WriterStopping() const {
   return g_shuttingDown.load(std::memory_order_relaxed) || stopRequested_.load();
 }
 
-void VXAPPImpl::QueueFrame(MessageRef message) {
+void Session::QueueFrame(MessageRef message) {
   const std::uint64_t bytes = VXMessageQueue::MessageBytes(message);
   QueueFrame(std::move(message), bytes);
 }
 
-void VXAPPImpl::QueueFrame(MessageRef message, std::uint64_t bytes) {
+void Session::QueueFrame(MessageRef message, std::uint64_t bytes) {
   queuedFrames_.fetch_add(1);
   sendQueue_.Push(std::move(message), bytes);
   // Nobody takes frames from a closed queue; they would hold the session.
   if (sendQueueClosed_.load()) sendQueue_.DropPushed();
 }
 
-bool VXAPPImpl::ClaimIdleWriter() {
+bool Session::ClaimIdleWriter() {
   if (queuedFrames_.load() != 0 || !writeMutex_.try_lock()) return false;
   // Under the lock, no count means every queued frame has been written.
   if (queuedFrames_.load() == 0 && !writingEnded_ && !WriterStopping()) return true;
@@ -33,7 +33,7 @@ bool VXAPPImpl::ClaimIdleWriter() {
   return false;
 }
 
-void VXAPPImpl::WriteClaimed(const MessageRef& message) {
+void Session::WriteClaimed(const MessageRef& message) {
   std::lock_guard<std::mutex> lock(writeMutex_, std::adopt_lock);
   channel_->BeginWriteBatch();
   FrameBatch batch;
@@ -43,7 +43,7 @@ void VXAPPImpl::WriteClaimed(const MessageRef& message) {
   sendQueue_.Wake();  // the writer ends as it would after its own failure
 }
 
-bool VXAPPImpl::WriteQueuedBatch(std::int32_t limitMs) {
+bool Session::WriteQueuedBatch(std::int32_t limitMs) {
   MessageRef message;
   sendQueue_.Pop(message, limitMs);
   if (!message) return true;
@@ -67,12 +67,12 @@ bool VXAPPImpl::WriteQueuedBatch(std::int32_t limitMs) {
   return false;
 }
 
-void VXAPPImpl::EndWriting() {
+void Session::EndWriting() {
   std::lock_guard<std::mutex> lock(writeMutex_);
   writingEnded_ = true;
 }
 
-bool VXAPPImpl::WriteFrame(const MessageRef& message, FrameBatch* batch) {
+bool Session::WriteFrame(const MessageRef& message, FrameBatch* batch) {
   if (!message.IsValid()) return true;
   const bool isCall = message->GetState() == kStateCall;
   // Entered before the first byte goes out, so no reply can overtake it.
@@ -96,7 +96,7 @@ bool VXAPPImpl::WriteFrame(const MessageRef& message, FrameBatch* batch) {
 
 // When the batch fails as a whole, its first call counts as the one that
 // could not be written.
-bool VXAPPImpl::EndFrameBatch(bool allWritten, const FrameBatch& batch) {
+bool Session::EndFrameBatch(bool allWritten, const FrameBatch& batch) {
   const bool flushed = channel_->EndWriteBatch() >= 0;
   if (!allWritten) return false;
   if (flushed || !batch.hasCall) return true;
@@ -104,7 +104,7 @@ bool VXAPPImpl::EndFrameBatch(bool allWritten, const FrameBatch& batch) {
   return false;
 }
 
-void VXAPPImpl::FailUnwrittenCall(std::uint32_t id) {
+void Session::FailUnwrittenCall(std::uint32_t id) {
   MessageRef failed;
   pendingCalls_->Take(id, failed);
   if (!failed.IsValid()) return;

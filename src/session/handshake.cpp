@@ -11,8 +11,8 @@
 #include "runtime/printable_name.h"
 #include "runtime/process_state.h"
 #include "session/app_id_tokens.h"
-#include "session/application.h"
-#include "session/application_registry.h"
+#include "session/session.h"
+#include "session/session_registry.h"
 #include "session/session_threads.h"
 #include "transport/app_id_block.h"
 #include "transport/challenge.h"
@@ -36,12 +36,12 @@ bool SplitHostAndPort(const std::string& appId, std::string& host, std::string& 
   return tokens.Next(':', host) && tokens.Next('/', port);
 }
 
-void CallUnknownConnectListener(const VXAPPImpl* session) {
+void CallUnknownConnectListener(const Session* session) {
   VXUnknownConnectListener listener = g_unknownConnectListener.load(std::memory_order_acquire);
   if (listener) listener(session->LocalAddress().c_str(), session->RemoteAddress().c_str());
 }
 
-void CallAuthFailedListener(const VXAPPImpl* session, const std::string& appId) {
+void CallAuthFailedListener(const Session* session, const std::string& appId) {
   VXAuthFailedListener listener = g_authFailedListener.load(std::memory_order_acquire);
   if (listener)
     listener(session->LocalAddress().c_str(), session->RemoteAddress().c_str(), appId.c_str());
@@ -77,7 +77,7 @@ bool ChallengeAnswered(ITransportChannel& link, const std::string& source) {
 
 }  // namespace
 
-bool VXAPPImpl::AcceptApplication(const ChannelRef& newChannel) {
+bool Session::AcceptApplication(const ChannelRef& newChannel) {
   AttachChannel(newChannel);
   // Without a channel no thread is started, so there is nothing to release.
   if (!channel_.IsValid()) return false;
@@ -87,7 +87,7 @@ bool VXAPPImpl::AcceptApplication(const ChannelRef& newChannel) {
   return established_;
 }
 
-void VXAPPImpl::RunAcceptExchange() {
+void Session::RunAcceptExchange() {
   ITransportChannel& link = *channel_;
   std::string appId = ReadAppId(link);
   if (appId.empty()) {
@@ -121,9 +121,9 @@ void VXAPPImpl::RunAcceptExchange() {
   MarkEstablished(appId);
 }
 
-std::int32_t VXAPPImpl::ConnectApplication(const ChannelRef& newChannel, char* appIdBuffer,
-                                           std::uint32_t appIdBufferSize,
-                                           const unsigned char* secret, std::int32_t secretLength) {
+std::int32_t Session::ConnectApplication(const ChannelRef& newChannel, char* appIdBuffer,
+                                         std::uint32_t appIdBufferSize, const unsigned char* secret,
+                                         std::int32_t secretLength) {
   std::int32_t result = VX_ERROR_FAILED;
   // Nothing is sent when the secret is too long.
   StartThreads();
@@ -136,8 +136,8 @@ std::int32_t VXAPPImpl::ConnectApplication(const ChannelRef& newChannel, char* a
   return result;
 }
 
-std::int32_t VXAPPImpl::RunConnectExchange(char* appIdBuffer, std::uint32_t appIdBufferSize,
-                                           const unsigned char* secret, std::int32_t secretLength) {
+std::int32_t Session::RunConnectExchange(char* appIdBuffer, std::uint32_t appIdBufferSize,
+                                         const unsigned char* secret, std::int32_t secretLength) {
   ITransportChannel& link = *channel_;
   WriteAppId(link, g_ownAppId);
   std::string appId = ReadAppId(link);

@@ -4,10 +4,10 @@
 #include <atomic>
 #include <cstring>
 
-#include "paramlist/fast_holder.h"
+#include "paramlist/param_list.h"
 #include "runtime/object_counters.h"
 #include "runtime/private_heap.h"
-#include "session/application.h"
+#include "session/session.h"
 
 namespace vxbus {
 

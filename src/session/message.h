@@ -8,16 +8,16 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "runtime/latch.h"
 #include "runtime/referenced_ptr.h"
-#include "runtime/sync_event.h"
 #include "vxbus.h"
 
 namespace vxbus {
 
-class FastHolderImpl;
-class VXAPPImpl;
-using ListRef = MTObjects::MTReferencedPtr<FastHolderImpl>;
-using SessionRef = MTObjects::MTReferencedPtr<VXAPPImpl>;
+class ParamList;
+class Session;
+using ListRef = MTObjects::MTReferencedPtr<ParamList>;
+using SessionRef = MTObjects::MTReferencedPtr<Session>;
 
 // States of a message; the second word of every frame.
 enum MessageState : std::uint32_t {
@@ -32,7 +32,7 @@ extern std::atomic<std::uint32_t> g_lastMessageId;
 class IVXMessage : public MTObjects::MTReferencedTypeBase {
  public:
   // The wait object of one blocking call. Never reset: one event, one call.
-  using EventRef = MTObjects::MTReferencedPtr<MTObjects::ISyncEvent>;
+  using EventRef = MTObjects::MTReferencedPtr<MTObjects::Latch>;
 
   // Takes the next process-wide id; the first id of a process is 1 and the
   // counter wraps from 4294967295 to 0.

@@ -5,11 +5,11 @@
 #include <new>
 #include <utility>
 
-#include "paramlist/fast_holder.h"
+#include "paramlist/param_list.h"
 #include "runtime/block_pool.h"
 #include "runtime/brief_spin.h"
 #include "runtime/private_heap.h"
-#include "session/application.h"
+#include "session/session.h"
 
 namespace vxbus {
 
@@ -43,8 +43,8 @@ const PooledSizes& Pooled() {
 }
 
 // The list object, its image and its array of children, without the children.
-std::uint64_t OwnListBytes(const FastHolderImpl& list) {
-  std::uint64_t bytes = Pooled().Held(sizeof(FastHolderImpl));
+std::uint64_t OwnListBytes(const ParamList& list) {
+  std::uint64_t bytes = Pooled().Held(sizeof(ParamList));
   if (list.capacity != 0)
     bytes += list.capacity > kLargestPooledBlock ? PrivateBlockBytes(list.capacity)
                                                  : Pooled().Held(list.capacity);
@@ -54,18 +54,18 @@ std::uint64_t OwnListBytes(const FastHolderImpl& list) {
 
 // A whole tree of lists, walked without recursion: a list built here may
 // nest deeper than a received one can.
-std::uint64_t ListBytes(const FastHolderImpl* root) {
+std::uint64_t ListBytes(const ParamList* root) {
   if (root == nullptr) return 0;
   std::uint64_t bytes = OwnListBytes(*root);
   if (root->ChildCount() == 0) return bytes;  // the common case needs no stack
-  std::vector<const FastHolderImpl*> pending{root};
+  std::vector<const ParamList*> pending{root};
   bytes = 0;
   while (!pending.empty()) {
-    const FastHolderImpl* list = pending.back();
+    const ParamList* list = pending.back();
     pending.pop_back();
     bytes += OwnListBytes(*list);
     for (std::uint32_t i = 0; i < list->ChildCount(); ++i)
-      if (const FastHolderImpl* child = list->Child(i)) pending.push_back(child);
+      if (const ParamList* child = list->Child(i)) pending.push_back(child);
   }
   return bytes;
 }

@@ -91,7 +91,7 @@ class VXMessageQueue {
   // microseconds and a wake-up is on the path of a call, as on the dispatch
   // queue; elsewhere it only takes a core from the threads that do the work.
   // A queue that `takesTurns` keeps its messages in one lane per share (the
-  // session of the message, QueueShare of VXAPPImpl) and serves the lanes
+  // session of the message, QueueShare of Session) and serves the lanes
   // in turn, looking for new arrivals before every pop; its producers ask
   // room under their share's bound as well as the whole queue's.
   explicit VXMessageQueue(bool spins = false, bool takesTurns = false)

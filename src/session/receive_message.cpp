@@ -3,18 +3,18 @@
 #include <cstring>
 
 #include "runtime/little_endian.h"
-#include "session/application.h"
+#include "session/session.h"
 #include "session/slot_call_message.h"
 
 namespace vxbus {
 
 // `rest`: what the frame's Receive read behind the first 16 header bytes.
-void VXAPPImpl::CountReceived(std::int32_t rest) {
+void Session::CountReceived(std::int32_t rest) {
   framesReceived_.Add(1);
   bytesReceived_.Add(16 + static_cast<std::uint32_t>(rest));
 }
 
-bool VXAPPImpl::ReceiveMessage(MessageRef& out, MTObjects::ReferenceBlock<VXAPPImpl>* refs) {
+bool Session::ReceiveMessage(MessageRef& out, MTObjects::ReferenceBlock<Session>* refs) {
   out.Reset();
   unsigned char header[16] = {0xFF, 0xFF, 0xFF, 0xFF};
   // Only this first read may wait for as long as the peer stays silent; the

@@ -3,8 +3,8 @@
 
 #include <new>
 
-#include "session/application.h"
-#include "session/application_registry.h"
+#include "session/session.h"
+#include "session/session_registry.h"
 
 namespace vxbus {
 namespace {
@@ -31,7 +31,7 @@ class Acceptor final : public IChannelAcceptor {
   // lives on in its own threads, after a failure they end it.
   Outcome Accept(const ChannelRef& channel) override {
     AcceptingScope accepting;
-    SessionRef session(new (std::nothrow) VXAPPImpl);
+    SessionRef session(new (std::nothrow) Session);
     if (!session) return Outcome::kNoSession;
     return session->AcceptApplication(channel) ? Outcome::kStarted : Outcome::kFailed;
   }

@@ -5,9 +5,9 @@
 #include "runtime/printable_name.h"
 #include "runtime/process_state.h"
 #include "session/app_id_tokens.h"
-#include "session/application_registry.h"
 #include "session/back_pressure.h"
 #include "session/dropped_messages.h"
+#include "session/session_registry.h"
 
 namespace vxbus {
 
@@ -50,11 +50,11 @@ LiveThreads& LiveSessionThreads() {
   return *threads;
 }
 
-void LogNotInitialized(const VXAPPImpl& session) {
+void LogNotInitialized(const Session& session) {
   VX_LOG(kLogWarning, "Application '", PrintableName(session.Name()), "' is not initialized");
 }
 
-void CallConnectListener(const VXAPPImpl& session) {
+void CallConnectListener(const Session& session) {
   VXConnectListener listener = g_connectListener.load(std::memory_order_acquire);
   if (!listener) return;
   AppIdParts parts = SplitAppId(session.Name());
@@ -63,7 +63,7 @@ void CallConnectListener(const VXAPPImpl& session) {
            parts.hasName ? parts.name.c_str() : nullptr);
 }
 
-void CallDisconnectListener(const VXAPPImpl& session) {
+void CallDisconnectListener(const Session& session) {
   VXDisconnectListener listener = g_disconnectListener.load(std::memory_order_acquire);
   if (!listener) return;
   AppIdParts parts = SplitAppId(session.Name());
@@ -73,7 +73,7 @@ void CallDisconnectListener(const VXAPPImpl& session) {
 
 }  // namespace
 
-void VXAPPImpl::RunReader() {
+void Session::RunReader() {
   readerGo_.Wait();
   if (!established_) {
     EndReading();
@@ -87,7 +87,7 @@ void VXAPPImpl::RunReader() {
   CallConnectListener(*this);
 
   {
-    MTObjects::ReferenceBlock<VXAPPImpl> messageRefs(this);
+    MTObjects::ReferenceBlock<Session> messageRefs(this);
     for (;;) {
       if (g_shuttingDown.load(std::memory_order_relaxed)) break;
       if (stopRequested_.load()) break;
@@ -124,7 +124,7 @@ void VXAPPImpl::RunReader() {
   sendQueue_.Wake();
 }
 
-void VXAPPImpl::RunWriter() {
+void Session::RunWriter() {
   writerGo_.Wait();
   writerUp_.Set();
   if (!established_) {
@@ -157,8 +157,8 @@ void VXAPPImpl::RunWriter() {
 // The frame of both threads: each holds the session for its whole run and
 // reports its end to the session, then, after every reference of its own is
 // gone, to the count of live threads.
-template <void (VXAPPImpl::*Body)()>
-void VXAPPImpl::RunThread(VXAPPImpl* raw) {
+template <void (Session::*Body)()>
+void Session::RunThread(Session* raw) {
   t_onSessionThread = true;
   {
     SessionRef session(raw);
@@ -168,14 +168,14 @@ void VXAPPImpl::RunThread(VXAPPImpl* raw) {
   LiveSessionThreads().Ended();
 }
 
-void VXAPPImpl::StartThreads() {
+void Session::StartThreads() {
   LiveSessionThreads().Started();
-  readerThread_ = std::thread(RunThread<&VXAPPImpl::RunReader>, this);
+  readerThread_ = std::thread(RunThread<&Session::RunReader>, this);
   readerId_.store(readerThread_.get_id());
   LiveSessionThreads().Started();
   // Nothing ever joins a writer; letting it go at once means no thread
   // object is left joinable when its session outlives the thread.
-  std::thread(RunThread<&VXAPPImpl::RunWriter>, this).detach();
+  std::thread(RunThread<&Session::RunWriter>, this).detach();
 }
 
 void SetSessionEndHook(SessionEndHook hook) {
@@ -186,7 +186,7 @@ bool WaitForSessionThreadsToEnd(std::chrono::milliseconds limit) {
   return LiveSessionThreads().WaitForNone(limit);
 }
 
-void VXAPPImpl::ReleaseThreads() {
+void Session::ReleaseThreads() {
   VX_LOG(kLogInfo, "Start management threads for ", PrintableName(name_));
   readerGo_.Set();
   writerGo_.Set();

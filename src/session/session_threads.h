@@ -7,13 +7,13 @@
 
 #include <chrono>
 
-#include "session/application.h"
+#include "session/session.h"
 
 namespace vxbus {
 
 // Called on a session's reader as the session ends, before the disconnect
 // listener, so that the layers above can forget it. Set once at load.
-using SessionEndHook = void (*)(VXAPPImpl* session);
+using SessionEndHook = void (*)(Session* session);
 void SetSessionEndHook(SessionEndHook hook);
 
 // Waits until no session thread runs any more; false when `limit` passed first.

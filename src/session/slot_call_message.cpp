@@ -3,19 +3,19 @@
 
 #include <cstring>
 
-#include "paramlist/fast_holder.h"
 #include "paramlist/handle.h"
+#include "paramlist/param_list.h"
 #include "runtime/block_pool.h"
 #include "runtime/little_endian.h"
 #include "runtime/memory_buffer.h"
 #include "runtime/private_heap.h"
-#include "session/application.h"
+#include "session/session.h"
 
 namespace vxbus {
 
 namespace {
 ListRef NewListUnlessOneWay(std::uint32_t state) {
-  return state == kStateOneWay ? ListRef() : ListRef(new FastHolderImpl);
+  return state == kStateOneWay ? ListRef() : ListRef(new ParamList);
 }
 }  // namespace
 
@@ -32,8 +32,8 @@ std::int32_t VXSlotCallBody::Write(ITransportChannel& channel, bool isRequest,
   // cost two atomic operations on a count the caller's thread also touches.
   const ListRef& held = isRequest ? input : output;
   ListRef empty;
-  if (!held.IsValid()) empty = new FastHolderImpl;
-  FastHolderImpl* list = held.IsValid() ? held.get() : empty.get();
+  if (!held.IsValid()) empty = new ParamList;
+  ParamList* list = held.IsValid() ? held.get() : empty.get();
 
   VXMemoryBufferTpl<128> header;
   header.Append32(messageId);
@@ -80,7 +80,7 @@ VXSlotCallMessage::VXSlotCallMessage(EventRef event, SessionRef session, std::ui
 
 VXSlotCallMessage::VXSlotCallMessage(SessionRef session, const unsigned char* header)
     : IVXMessage(EventRef(), std::move(session), Load32(header), Load32(header + 4), header + 8),
-      body_(ListRef(new FastHolderImpl), ListRef()),
+      body_(ListRef(new ParamList), ListRef()),
       received_(1),
       callback_(nullptr),
       userData_(nullptr) {

@@ -30,10 +30,10 @@ void AcceptAndLog(const ChannelRef& channel, const char* linePrefix) {
   }
 }
 
-MTObjects::MTReferencedPtr<ConnThreadInfo> g_connThreadInfo(new ConnThreadInfo);
-MTObjects::MTReferencedPtr<ConnPipeThreadInfo> g_connPipeThreadInfo(new ConnPipeThreadInfo);
+MTObjects::MTReferencedPtr<TcpListenAddress> g_connThreadInfo(new TcpListenAddress);
+MTObjects::MTReferencedPtr<PipeListenName> g_connPipeThreadInfo(new PipeListenName);
 
-void ConnThreadInfo::Set(const char* bindAddress, std::uint16_t port) {
+void TcpListenAddress::Set(const char* bindAddress, std::uint16_t port) {
   platform::Ipv4Endpoint address;
   address.port = port;
   if (bindAddress == nullptr || !platform::ParseDottedAddress(bindAddress, &address.address))
@@ -43,17 +43,17 @@ void ConnThreadInfo::Set(const char* bindAddress, std::uint16_t port) {
   address_ = address;
 }
 
-platform::Ipv4Endpoint ConnThreadInfo::Address() {
+platform::Ipv4Endpoint TcpListenAddress::Address() {
   std::lock_guard<std::mutex> lock(mutex_);
   return address_;
 }
 
-void ConnPipeThreadInfo::SetPipeName(const char* pipeName) {
+void PipeListenName::SetPipeName(const char* pipeName) {
   std::lock_guard<std::mutex> lock(mutex_);
   pipeName_ = pipeName ? pipeName : "";
 }
 
-std::string ConnPipeThreadInfo::PipeName() {
+std::string PipeListenName::PipeName() {
   std::lock_guard<std::mutex> lock(mutex_);
   return pipeName_;
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The two process-wide threads that take in peers, and what they listen on.
-#ifndef VXBUS_TRANSPORT_CONNECTION_THREADS_H_
-#define VXBUS_TRANSPORT_CONNECTION_THREADS_H_
+#ifndef VXBUS_TRANSPORT_LISTEN_ADDRESSES_H_
+#define VXBUS_TRANSPORT_LISTEN_ADDRESSES_H_
 
 #include <mutex>
 #include <string>
@@ -13,7 +13,7 @@
 namespace vxbus {
 
 // Where the TCP listener binds. Port 0 means no TCP listener is wanted.
-class ConnThreadInfo : public MTObjects::MTReferencedTypeBase {
+class TcpListenAddress : public MTObjects::MTReferencedTypeBase {
  public:
   // An address text that is not a dotted IPv4 address means all local addresses.
   void Set(const char* bindAddress, std::uint16_t port);
@@ -29,7 +29,7 @@ class ConnThreadInfo : public MTObjects::MTReferencedTypeBase {
 };
 
 // The base name of the pipe listener; empty means no pipe listener.
-class ConnPipeThreadInfo : public MTObjects::MTReferencedTypeBase {
+class PipeListenName : public MTObjects::MTReferencedTypeBase {
  public:
   void SetPipeName(const char* pipeName);
   std::string PipeName();
@@ -68,8 +68,8 @@ IChannelAcceptor& ChannelAcceptor();
 // thread's lines starting with its own `linePrefix`.
 void AcceptAndLog(const ChannelRef& channel, const char* linePrefix);
 
-extern MTObjects::MTReferencedPtr<ConnThreadInfo> g_connThreadInfo;
-extern MTObjects::MTReferencedPtr<ConnPipeThreadInfo> g_connPipeThreadInfo;
+extern MTObjects::MTReferencedPtr<TcpListenAddress> g_connThreadInfo;
+extern MTObjects::MTReferencedPtr<PipeListenName> g_connPipeThreadInfo;
 
 // Both wait at their gates first and end on g_shuttingDown. The TCP thread
 // runs each handshake on a handshake thread (HandshakeThreads), within its
@@ -80,4 +80,4 @@ void PipeConnectionThread();
 
 }  // namespace vxbus
 
-#endif  // VXBUS_TRANSPORT_CONNECTION_THREADS_H_
+#endif  // VXBUS_TRANSPORT_LISTEN_ADDRESSES_H_

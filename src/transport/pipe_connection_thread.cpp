@@ -38,7 +38,7 @@ void ServeOneRound(bool& createFailureLogged) {
 void PipeConnectionThread() {
   pipeListenerGate->Wait();
   VX_LOG(kLogInfo, "ConnThread Pipe Startup");
-  MTObjects::MTReferencedPtr<ConnPipeThreadInfo> info(g_connPipeThreadInfo);
+  MTObjects::MTReferencedPtr<PipeListenName> info(g_connPipeThreadInfo);
   SetPipeNames(info->PipeName());
   if (listenerPipeInName.empty() || listenerPipeOutName.empty()) {
     VX_LOG(kLogInfo, "ConnThread Pipe stopped - pipes are not defined");

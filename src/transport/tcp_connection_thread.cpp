@@ -68,7 +68,8 @@ std::int64_t HandshakeDeadlineMs() {
 
 class TcpListener {
  public:
-  explicit TcpListener(MTObjects::MTReferencedPtr<ConnThreadInfo> info) : info_(std::move(info)) {}
+  explicit TcpListener(MTObjects::MTReferencedPtr<TcpListenAddress> info)
+      : info_(std::move(info)) {}
   ~TcpListener() {
     if (socket_ != platform::kInvalidSocket) platform::CloseSocket(socket_);
   }
@@ -78,7 +79,7 @@ class TcpListener {
   bool Open();
   void TakeOnePeer();
 
-  MTObjects::MTReferencedPtr<ConnThreadInfo> info_;
+  MTObjects::MTReferencedPtr<TcpListenAddress> info_;
   platform::SocketHandle socket_ = platform::kInvalidSocket;
   bool failureLogged_ = false;  // one line per run of failures, not one a second
   RefusalTally backedOff_{"Source in back-off after wrong secrets"};
@@ -181,7 +182,7 @@ void TcpListener::Run() {
 void TcpConnectionThread() {
   tcpListenerGate->Wait();
   VX_LOG(kLogInfo, "ConnThread Startup");
-  MTObjects::MTReferencedPtr<ConnThreadInfo> info(g_connThreadInfo);
+  MTObjects::MTReferencedPtr<TcpListenAddress> info(g_connThreadInfo);
   if (info->Address().port == 0) return;  // no listener wanted; no further line
   {
     TcpListener listener(info);

@@ -10,6 +10,7 @@
 
 #include "runtime/byte_stream.h"
 #include "runtime/referenced_ptr.h"
+#include "runtime/status.h"
 
 namespace vxbus {
 
@@ -35,6 +36,11 @@ class ITransportChannel : public IByteStream {
   // in a write or in EndWriteBatch (0 or -1). One writing thread only.
   virtual void BeginWriteBatch() {}
   virtual std::int32_t EndWriteBatch() { return 0; }
+
+  // Why the first read, write or wait that failed did so, with the system's
+  // code; Cause::kOk while nothing has failed. For the line that logs a
+  // session's end. Any thread, after the failing call has returned.
+  virtual Status FirstFailure() const { return Status::Ok(); }
 
  protected:
   bool IsObjectValid() const override { return true; }

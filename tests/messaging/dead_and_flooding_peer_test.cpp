@@ -18,8 +18,8 @@
 
 #include "bus_test_fixture.h"
 #include "runtime/log.h"
-#include "session/application_registry.h"
 #include "session/message_queue.h"
+#include "session/session_registry.h"
 #include "session/slot_call_message.h"
 #include "support/log_capture.h"
 #include "support/process_resources.h"

@@ -12,8 +12,8 @@
 #include "bus_test_fixture.h"
 #include "messaging/deadline_timer.h"
 #include "raw_client.h"
-#include "session/application.h"
-#include "session/application_registry.h"
+#include "session/session.h"
+#include "session/session_registry.h"
 #include "support/channel_pair.h"
 #include "support/log_capture.h"
 
@@ -31,14 +31,14 @@ const Bytes kIdRecord = {7, 'i', 'd', 0, 0, 0, 0, 2, 7, 0, 0, 0};
 class RawPeer {
  public:
   explicit RawPeer(const std::string& appId) : appId_(appId), pair_(MakeSocketChannelPair()) {
-    session_ = new VXAPPImpl;
+    session_ = new Session;
     session_->AttachChannel(pair_.first);
     session_->StartThreads();
     session_->MarkEstablished(appId);
     session_->ReleaseThreads();
   }
   const char* AppId() const { return appId_.c_str(); }
-  VXAPPImpl& Session() { return *session_; }
+  Session& TheSession() { return *session_; }
 
   // The next request frame, with an empty list: its id after checking the
   // layout (state 1, the slot, no list).

@@ -8,7 +8,7 @@
 
 #include "bus_test_fixture.h"
 #include "runtime/log.h"
-#include "session/application_registry.h"
+#include "session/session_registry.h"
 #include "support/channel_pair.h"
 #include "support/log_capture.h"
 #include "transport/pipe_channel.h"

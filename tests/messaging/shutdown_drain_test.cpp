@@ -5,8 +5,8 @@
 #include <chrono>
 
 #include "messaging/dispatch_thread.h"
-#include "session/application.h"
 #include "session/message_queue.h"
+#include "session/session.h"
 #include "session/slot_call_message.h"
 #include "vxbus.h"
 
@@ -16,9 +16,9 @@ namespace {
 // Guards the drain's completion of a call whose request failed to write as
 // the process shut down: without it that VXCall would wait for ever.
 TEST(ShutdownDrain, CompletesACallWhoseRequestFailedToWrite) {
-  SessionRef session(new VXAPPImpl);  // no threads: the queue is ours alone
+  SessionRef session(new Session);  // no threads: the queue is ours alone
   session->MarkEstablished("host:1/peer");
-  IVXMessage::EventRef completed(new MTObjects::ISyncEvent);
+  IVXMessage::EventRef completed(new MTObjects::Latch);
   MessageRef call(
       new VXSlotCallMessage(completed, session, 7, VX_INVALID_PARAMLIST, nullptr, nullptr));
   call->SetReplyState();  // as the writer hands over a call it could not write

@@ -12,7 +12,7 @@
 
 #include "bus_test_fixture.h"
 #include "messaging/signal_table.h"
-#include "session/application_registry.h"
+#include "session/session_registry.h"
 
 namespace vxbus {
 namespace testing {

@@ -18,7 +18,7 @@ using testing::HexPattern;
 using testing::ImageHex;
 using testing::ScopedList;
 
-class ListImage : public testing::LeakCheckedTest {};
+class ListImageTest : public testing::LeakCheckedTest {};
 
 const unsigned char kBytes[] = {0xaa, 0xbb, 1, 2, 3, 4, 5};
 const char* const kTexts[] = {"ab", nullptr, "xyz1"};
@@ -28,7 +28,7 @@ const _tag_BINARYITEM kItems[] = {{2, kBytes}, {0, nullptr}, {5, kBytes + 2}};
 const void* const kItemData[] = {kBytes, nullptr, kBytes + 2};
 const std::uint32_t kItemLengths[] = {2, 0, 5};
 
-TEST_F(ListImage, EveryTypeHasItsExactBytes) {
+TEST_F(ListImageTest, EveryTypeHasItsExactBytes) {
   using H = HVXPARAMLIST;
   const char* const binaryArray =
       "03 61 00 85 | 03 00 00 00 | 00 00 00 00 08 00 00 00 0c 00 00 00"
@@ -101,7 +101,7 @@ TEST_F(ListImage, EveryTypeHasItsExactBytes) {
 
 // Arguments that point into the list being set, a getter's result or a
 // record's own name, are read as they were before the Set began.
-TEST_F(ListImage, SettersReadArgumentsThatPointIntoTheSameList) {
+TEST_F(ListImageTest, SettersReadArgumentsThatPointIntoTheSameList) {
   ScopedList list;
   VXSetStringValue(list, "a", "first text");
   VXSetBinaryValue(list, "b", kBytes, 7);
@@ -144,7 +144,7 @@ TEST_F(ListImage, SettersReadArgumentsThatPointIntoTheSameList) {
 // The image grows from a small block into large ones, one record at a time;
 // each new record is first set from the one before, read out of the image
 // that the set moves.
-TEST_F(ListImage, GrowthKeepsEveryRecordAlsoWhenTheValueComesFromTheList) {
+TEST_F(ListImageTest, GrowthKeepsEveryRecordAlsoWhenTheValueComesFromTheList) {
   ScopedList list;
   auto get = [&list](int i) { return VXGetStringValue(list, ("k" + std::to_string(i)).c_str()); };
   std::vector<std::string> values = {"seed"};
@@ -164,7 +164,7 @@ TEST_F(ListImage, GrowthKeepsEveryRecordAlsoWhenTheValueComesFromTheList) {
 
 // Guards the checked growth of the image: a setter that the heap refuses the
 // room fails, and the list stays as it was, its old value of that name kept.
-TEST_F(ListImage, ASetterRefusedTheRoomToGrowFailsAndLeavesTheListAsItWas) {
+TEST_F(ListImageTest, ASetterRefusedTheRoomToGrowFailsAndLeavesTheListAsItWas) {
   ScopedList list;
   const std::vector<unsigned char> bytes(2u << 20, 0x5a);  // images this large skip the pool
   ASSERT_EQ(VXSetBinaryValue(list, "big", bytes.data(), 1u << 20), VX_SUCCESS);
@@ -182,7 +182,7 @@ TEST_F(ListImage, ASetterRefusedTheRoomToGrowFailsAndLeavesTheListAsItWas) {
   EXPECT_EQ(VXGetBinaryValue(list, "big")->length, 1u << 20);
 }
 
-TEST_F(ListImage, TheLongestNameFillsTheHeader) {
+TEST_F(ListImageTest, TheLongestNameFillsTheHeader) {
   ScopedList longest;
   const std::string name(253, 'n');
   VXSetInt32Value(longest, name.c_str(), 9);
@@ -197,7 +197,7 @@ TEST_F(ListImage, TheLongestNameFillsTheHeader) {
 // Kept as applications know them: the 64-bit array getter answers for the
 // 32-bit array only, and VXParamByIndex gives the second record whatever the
 // index.
-TEST_F(ListImage, KeptQuirksOfTheGetters) {
+TEST_F(ListImageTest, KeptQuirksOfTheGetters) {
   ScopedList l;
   const std::uint64_t qwords[] = {1, 2};
   const std::uint32_t dwords[] = {7, 8, 9};

@@ -21,7 +21,7 @@ using testing::ScopedList;
 using Bytes = std::vector<unsigned char>;
 
 // Same images, counts and shape, child for child.
-void ExpectSameTree(const FastHolderImpl* a, const FastHolderImpl* b) {
+void ExpectSameTree(const ParamList* a, const ParamList* b) {
   EXPECT_EQ(Hex(a->Data(), a->Used()), Hex(b->Data(), b->Used()));
   EXPECT_EQ(a->Count(), b->Count());
   ASSERT_EQ(a->ChildCount(), b->ChildCount());

@@ -50,7 +50,7 @@ class ScopedList {
   ScopedList& operator=(const ScopedList&) = delete;
 
   operator HVXPARAMLIST() const { return handle_; }  // NOLINT: used as a handle
-  FastHolderImpl* operator->() const { return ListFromHandle(handle_); }
+  ParamList* operator->() const { return ListFromHandle(handle_); }
 
  private:
   HVXPARAMLIST handle_;

@@ -14,11 +14,11 @@
 
 #include "runtime/block_pool.h"
 #include "runtime/brief_spin.h"
+#include "runtime/latch.h"
 #include "runtime/object_counters.h"
 #include "runtime/printable_name.h"
 #include "runtime/process_state.h"
 #include "runtime/referenced_ptr.h"
-#include "runtime/sync_event.h"
 #include "vxbus.h"
 
 namespace vxbus {
@@ -257,19 +257,19 @@ TEST(Limits, SecretChangedDuringAHandshakeIsNeverTorn) {
 // spinning: without it the waiter frees the latch while Set still holds its
 // mutex, which ThreadSanitizer reports.
 TEST(Latch, AWaiterMayDestroyTheLatchAsSoonAsItsWaitReturns) {
-  using MTObjects::ISyncEvent;
-  std::atomic<ISyncEvent*> handed{nullptr};
+  using MTObjects::Latch;
+  std::atomic<Latch*> handed{nullptr};
   std::atomic<bool> done{false};
   std::thread setter([&] {
     while (!done.load()) {
-      if (ISyncEvent* latch = handed.exchange(nullptr))
+      if (Latch* latch = handed.exchange(nullptr))
         latch->Set();
       else
         std::this_thread::yield();
     }
   });
   for (int i = 0; i < 20000; ++i) {
-    MTObjects::MTReferencedPtr<ISyncEvent> latch(new ISyncEvent);
+    MTObjects::MTReferencedPtr<Latch> latch(new Latch);
     handed.store(latch.get());
     EXPECT_TRUE(latch->Wait());
   }  // each latch is freed the moment its wait returns

@@ -12,15 +12,15 @@
 #include <thread>
 #include <vector>
 
-#include "paramlist/fast_holder.h"
 #include "paramlist/handle.h"
+#include "paramlist/param_list.h"
 #include "runtime/process_state.h"
-#include "session/application.h"
-#include "session/application_registry.h"
 #include "session/back_pressure.h"
 #include "session/message.h"
 #include "session/message_queue.h"
 #include "session/pending_calls.h"
+#include "session/session.h"
+#include "session/session_registry.h"
 #include "session/session_threads.h"
 #include "session/slot_call_message.h"
 #include "support/channel_pair.h"
@@ -110,7 +110,7 @@ TEST(QueueBytes, CountWhatIsHeldAndComeBackToZero) {
   MessageRef small = OneWay(10), large = OneWay(5000);
   const std::uint64_t smallBytes = VXMessageQueue::MessageBytes(small);
   const std::uint64_t largeBytes = VXMessageQueue::MessageBytes(large);
-  const std::uint64_t blocks = sizeof(VXSlotCallMessage) + sizeof(FastHolderImpl);
+  const std::uint64_t blocks = sizeof(VXSlotCallMessage) + sizeof(ParamList);
   EXPECT_GE(smallBytes, blocks + small->GetInputList()->Used());
   EXPECT_GE(largeBytes, blocks + large->GetInputList()->Used());
   EXPECT_LT(largeBytes, blocks + large->GetInputList()->Used() + 512);
@@ -141,7 +141,7 @@ TEST(QueueBytes, CountWhatIsHeldAndComeBackToZero) {
   VXSetBinaryValue(nested, "n", payload.data(), 3000);
   VXSetHandleValue(output, "nested", nested);
   VXCloseHandle(nested);
-  EXPECT_GE(VXMessageQueue::MessageBytes(reply), bare + sizeof(FastHolderImpl) + 3000);
+  EXPECT_GE(VXMessageQueue::MessageBytes(reply), bare + sizeof(ParamList) + 3000);
   {
     VXMessageQueue dying;
     dying.Push(reply);
@@ -154,7 +154,7 @@ TEST(QueueBytes, CountWhatIsHeldAndComeBackToZero) {
 // comes later is served within one round; a lane's rest can be taken at once.
 TEST(TurnTakingQueue, SessionsTakeTurnsAndKeepTheirOwnOrder) {
   VXMessageQueue queue(false, true);
-  SessionRef a(new VXAPPImpl), b(new VXAPPImpl), c(new VXAPPImpl);
+  SessionRef a(new Session), b(new Session), c(new Session);
   std::string served;
   auto pop = [&] {
     MessageRef out;
@@ -201,7 +201,7 @@ TEST(TurnTakingQueue, SessionsTakeTurnsAndKeepTheirOwnOrder) {
 TEST(TurnTakingQueue, AFullShareWaitsForItsOwnMessagesOnly) {
   VXMessageQueue queue(false, true);
   queue.SetConsumerThread(std::this_thread::get_id());
-  SessionRef greedy(new VXAPPImpl), honest(new VXAPPImpl);
+  SessionRef greedy(new Session), honest(new Session);
   const std::uint64_t each = VXMessageQueue::MessageBytes(OneWay(100, greedy));
   auto bounds = [&](const SessionRef& session, std::uint64_t whole) {
     return RoomBounds{whole * each, &session->DispatchShare(), 4 * each};
@@ -318,7 +318,7 @@ TEST(QueueBytes, StopAndAnAbsentConsumerEndTheWait) {
 // time limit, end as soon as the session stops under them.
 TEST(SessionRoom, SendRoomWaitsForTheTimeLimitAndAStopEndsBothWaits) {
   const VXLimits saved = g_limits;
-  SessionRef session(new VXAPPImpl);  // no threads: nothing drains its queues
+  SessionRef session(new Session);  // no threads: nothing drains its queues
   session->MarkEstablished("host:1/peer");
   MessageRef message = OneWay(2000, session);
   const auto full = static_cast<std::uint32_t>(VXMessageQueue::MessageBytes(message));
@@ -348,7 +348,7 @@ TEST(SessionRoom, SendRoomWaitsForTheTimeLimitAndAStopEndsBothWaits) {
 // are read and written by hand.
 SessionRef EstablishedSession(const ChannelRef& channel, const std::string& peerAppId,
                               bool threads = true) {
-  SessionRef session(new VXAPPImpl);
+  SessionRef session(new Session);
   session->AttachChannel(channel);
   if (threads) session->StartThreads();
   session->MarkEstablished(peerAppId);
@@ -519,7 +519,7 @@ class SessionTest : public ::testing::Test {
 // Guards the registry's erase by identity: a session that ends late must not
 // erase the newer session that took its name.
 TEST(SessionRegistry, AnEndingSessionNeverErasesANewerOneOfTheSameName) {
-  SessionRef older(new VXAPPImpl), newer(new VXAPPImpl);
+  SessionRef older(new Session), newer(new Session);
   g_applications.Assign("peer:1/same", older.get());
   g_applications.Assign("peer:1/same", newer.get());
   g_applications.Erase("peer:1/same", older.get());
@@ -558,7 +558,7 @@ TEST_F(SessionTest, LocalStopRunsBothListenersOnTheReaderWhichMayStopAgain) {
 
 TEST_F(SessionTest, UnestablishedSessionEndsAtOnceWithoutListenersOrEntry) {
   testing::ChannelPair pair = testing::MakeSocketChannelPair();
-  SessionRef session(new VXAPPImpl);
+  SessionRef session(new Session);
   session->AttachChannel(pair.first);
   session->StartThreads();
   session->ReleaseThreads();

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
-#include "runtime/sync_event.h"
+#include "runtime/latch.h"
 
 #include "runtime/brief_spin.h"
 
 namespace MTObjects {
 
-bool ISyncEvent::Wait() {
+bool Latch::Wait() {
   // A reply mostly comes within about one round trip; a short look first
   // spares the caller a sleep and the setter a wake-up.
   if (vxbus::SpinBriefly([this] { return signalled_.load(std::memory_order_acquire); })) {
@@ -19,7 +19,7 @@ bool ISyncEvent::Wait() {
   return true;
 }
 
-bool ISyncEvent::WaitFor(std::chrono::milliseconds limit) {
+bool Latch::WaitFor(std::chrono::milliseconds limit) {
   const auto deadline = std::chrono::steady_clock::now() + limit;
   std::unique_lock<std::mutex> lock(mutex_);
   return condition_.wait_until(lock, deadline,
@@ -29,7 +29,7 @@ bool ISyncEvent::WaitFor(std::chrono::milliseconds limit) {
 // The wake-up goes out before the mutex is let go: a waiter that returns
 // may destroy the event at once, and none returns before Set lets go. (A
 // wake after the unlock also hung a listener's stop now and then under Wine.)
-void ISyncEvent::Set() {
+void Latch::Set() {
   std::lock_guard<std::mutex> lock(mutex_);
   signalled_.store(true, std::memory_order_release);
   condition_.notify_all();

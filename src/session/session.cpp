@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include "session/application.h"
+#include "session/session.h"
 
 #include "runtime/object_counters.h"
 #include "transport/pipe_channel.h"
 
 namespace vxbus {
 
-VXAPPImpl::VXAPPImpl() : pendingCalls_(new VXPendingCalls) {
+Session::Session() : pendingCalls_(new VXPendingCalls) {
   ++g_liveApplications;
 }
 
@@ -14,7 +14,7 @@ VXAPPImpl::VXAPPImpl() : pendingCalls_(new VXPendingCalls) {
 // reader detaches itself; any other thread joins it, as a reader that no
 // longer holds its session has only its return left, and a thread that
 // another detaches while it exits corrupts one threads library's records.
-VXAPPImpl::~VXAPPImpl() {
+Session::~Session() {
   --g_liveApplications;
   pendingCalls_.reset();
   if (!readerThread_.joinable()) return;
@@ -24,11 +24,11 @@ VXAPPImpl::~VXAPPImpl() {
     readerThread_.join();
 }
 
-bool VXAPPImpl::IsObjectValid() const {
+bool Session::IsObjectValid() const {
   return established_.load() && !readerJoined_.load();
 }
 
-void VXAPPImpl::AttachChannel(const ChannelRef& channel) {
+void Session::AttachChannel(const ChannelRef& channel) {
   channel_ = channel;
   if (!channel_.IsValid()) return;
   remoteAddress_ = channel_->GetPeerAddress();
@@ -36,18 +36,18 @@ void VXAPPImpl::AttachChannel(const ChannelRef& channel) {
   channelKind_ = dynamic_cast<PipeChannel*>(channel_.get()) != nullptr ? "pipe" : "tcp";
 }
 
-void VXAPPImpl::MarkEstablished(const std::string& peerAppId) {
+void Session::MarkEstablished(const std::string& peerAppId) {
   name_ = peerAppId;
   establishedAt_ = std::chrono::steady_clock::now();
   established_ = true;
 }
 
-VXAPPImpl::Traffic VXAPPImpl::GetTraffic() const {
+Session::Traffic Session::GetTraffic() const {
   return Traffic{framesSent_.Load(), framesReceived_.Load(), bytesSent_.Load(),
                  bytesReceived_.Load()};
 }
 
-void VXAPPImpl::Stop() {
+void Session::Stop() {
   stopRequested_ = true;
   // Both threads are woken rather than left to notice the flag at the end
   // of their poll periods. The channel may be closing as the threads end.
@@ -62,7 +62,7 @@ void VXAPPImpl::Stop() {
 
 // The reader is told apart before the lock: a listener that stops its own
 // session while another thread joins it would otherwise wait on that thread.
-void VXAPPImpl::JoinReaderThread() {
+void Session::JoinReaderThread() {
   if (readerId_.load() == std::this_thread::get_id()) return;
   std::lock_guard<std::mutex> lock(joinMutex_);
   if (!readerThread_.joinable()) return;
@@ -70,7 +70,7 @@ void VXAPPImpl::JoinReaderThread() {
   readerJoined_.store(true);
 }
 
-void VXAPPImpl::ThreadEnded() {
+void Session::ThreadEnded() {
   if (--runningThreads_ != 0) return;
   pendingCalls_->Clear();
   // Closed now rather than with the last reference, which a message on its
@@ -85,7 +85,7 @@ void VXAPPImpl::ThreadEnded() {
 // Closed before the queue is emptied: a push that lands after the emptying
 // sees the flag (its compare-and-swap acquires what the emptying released)
 // and lets go of its own frame; one that lands before is emptied here.
-void VXAPPImpl::CloseSendQueue() {
+void Session::CloseSendQueue() {
   sendQueueClosed_.store(true);
   sendQueue_.Clear();
 }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // A one-way latch: once set it stays set for the life of the object.
-#ifndef VXBUS_RUNTIME_SYNC_EVENT_H_
-#define VXBUS_RUNTIME_SYNC_EVENT_H_
+#ifndef VXBUS_RUNTIME_LATCH_H_
+#define VXBUS_RUNTIME_LATCH_H_
 
 #include <atomic>
 #include <chrono>
@@ -12,9 +12,9 @@
 
 namespace MTObjects {
 
-class ISyncEvent : public MTReferencedTypeBase {
+class Latch : public MTReferencedTypeBase {
  public:
-  ISyncEvent() = default;
+  Latch() = default;
   bool Wait();  // no time-out; always true
   // Waits at most `limit`; true when the event is set.
   bool WaitFor(std::chrono::milliseconds limit);
@@ -31,4 +31,4 @@ class ISyncEvent : public MTReferencedTypeBase {
 
 }  // namespace MTObjects
 
-#endif  // VXBUS_RUNTIME_SYNC_EVENT_H_
+#endif  // VXBUS_RUNTIME_LATCH_H_

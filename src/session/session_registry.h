@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The process-wide registry of established sessions, keyed by the peer's appID.
-#ifndef VXBUS_SESSION_APPLICATION_REGISTRY_H_
-#define VXBUS_SESSION_APPLICATION_REGISTRY_H_
+#ifndef VXBUS_SESSION_SESSION_REGISTRY_H_
+#define VXBUS_SESSION_SESSION_REGISTRY_H_
 
 #include <atomic>
 #include <cstddef>
@@ -11,11 +11,11 @@
 #include <vector>
 
 #include "runtime/name_key.h"
-#include "session/application.h"
+#include "session/session.h"
 
 namespace vxbus {
 
-class ApplicationRegistry {
+class SessionRegistry {
  public:
   // Recursive; VXCall holds it across its look-up and its push.
   std::recursive_mutex& Mutex() { return mutex_; }
@@ -24,14 +24,14 @@ class ApplicationRegistry {
   // borrows the text, so a look-up allocates nothing.
   SessionRef Find(const char* appId);
   // The same for a caller that holds the mutex.
-  VXAPPImpl* FindLocked(const char* appId);
+  Session* FindLocked(const char* appId);
 
   // Makes the entry hold `session`, inserting an owning key or replacing the
   // reference of an existing one.
-  void Assign(const std::string& appId, VXAPPImpl* session);
+  void Assign(const std::string& appId, Session* session);
   // Erases the entry only while it still holds `session`: a session that
   // ends after a newer one of the same name took its place leaves that one.
-  void Erase(const std::string& appId, const VXAPPImpl* session);
+  void Erase(const std::string& appId, const Session* session);
   SessionRef First();
   // A new reference on every session registered at this moment.
   std::vector<SessionRef> Sessions();
@@ -46,8 +46,8 @@ class ApplicationRegistry {
   std::atomic<std::size_t> size_{0};
 };
 
-extern ApplicationRegistry& g_applications;
+extern SessionRegistry& g_applications;
 
 }  // namespace vxbus
 
-#endif  // VXBUS_SESSION_APPLICATION_REGISTRY_H_
+#endif  // VXBUS_SESSION_SESSION_REGISTRY_H_

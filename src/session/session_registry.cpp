@@ -1,24 +1,24 @@
 // SPDX-License-Identifier: MIT
-#include "session/application_registry.h"
+#include "session/session_registry.h"
 
 namespace vxbus {
 
 // Never destroyed: session threads of a process that exits without a
 // shutdown still leave it while the exit handlers run.
-ApplicationRegistry& g_applications = *new ApplicationRegistry;
+SessionRegistry& g_applications = *new SessionRegistry;
 
-VXAPPImpl* ApplicationRegistry::FindLocked(const char* appId) {
+Session* SessionRegistry::FindLocked(const char* appId) {
   if (appId == nullptr) return nullptr;
   auto it = map_.find(VXNameKey(appId));
   return it == map_.end() ? nullptr : it->second.get();
 }
 
-SessionRef ApplicationRegistry::Find(const char* appId) {
+SessionRef SessionRegistry::Find(const char* appId) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   return SessionRef(FindLocked(appId));
 }
 
-void ApplicationRegistry::Assign(const std::string& appId, VXAPPImpl* session) {
+void SessionRegistry::Assign(const std::string& appId, Session* session) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = map_.find(VXNameKey(appId.c_str()));
   if (it != map_.end()) {
@@ -29,7 +29,7 @@ void ApplicationRegistry::Assign(const std::string& appId, VXAPPImpl* session) {
   size_.store(map_.size(), std::memory_order_relaxed);
 }
 
-void ApplicationRegistry::Erase(const std::string& appId, const VXAPPImpl* session) {
+void SessionRegistry::Erase(const std::string& appId, const Session* session) {
   SessionRef dropped;  // released after the unlock
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = map_.find(VXNameKey(appId.c_str()));
@@ -39,12 +39,12 @@ void ApplicationRegistry::Erase(const std::string& appId, const VXAPPImpl* sessi
   size_.store(map_.size(), std::memory_order_relaxed);
 }
 
-SessionRef ApplicationRegistry::First() {
+SessionRef SessionRegistry::First() {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   return map_.empty() ? SessionRef() : map_.begin()->second;
 }
 
-std::vector<SessionRef> ApplicationRegistry::Sessions() {
+std::vector<SessionRef> SessionRegistry::Sessions() {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   std::vector<SessionRef> sessions;
   sessions.reserve(map_.size());

@@ -6,7 +6,7 @@
 #include <cstring>
 #include <utility>
 
-#include "paramlist/fast_holder.h"
+#include "paramlist/param_list.h"
 
 namespace vxbus {
 
@@ -20,11 +20,11 @@ namespace {
 class ArgumentGuard {
  public:
   template <class... Pointers>
-  explicit ArgumentGuard(FastHolderImpl& list, const Pointers*... arguments) : list_(list) {
+  explicit ArgumentGuard(ParamList& list, const Pointers*... arguments) : list_(list) {
     (Watch(arguments), ...);
   }
   ~ArgumentGuard() {
-    if (old_ != nullptr) FastHolderImpl::FreeImage(old_, oldCapacity_);
+    if (old_ != nullptr) ParamList::FreeImage(old_, oldCapacity_);
   }
   ArgumentGuard(const ArgumentGuard&) = delete;
   ArgumentGuard& operator=(const ArgumentGuard&) = delete;
@@ -34,7 +34,7 @@ class ArgumentGuard {
 
   void Watch(const void* argument) {
     if (old_ != nullptr || refused_ || !list_.Holds(argument)) return;
-    unsigned char* copy = FastHolderImpl::AllocateImage(list_.capacity);
+    unsigned char* copy = ParamList::AllocateImage(list_.capacity);
     if (copy == nullptr) {
       refused_ = true;
       return;
@@ -46,7 +46,7 @@ class ArgumentGuard {
   }
 
  private:
-  FastHolderImpl& list_;
+  ParamList& list_;
   unsigned char* old_ = nullptr;
   std::uint32_t oldCapacity_ = 0;
   bool refused_ = false;
@@ -58,7 +58,7 @@ std::uint32_t StringValueSize(const char* text) {
 
 }  // namespace
 
-bool FastHolderImpl::BeginRecord(const char* name, unsigned char type, std::uint32_t valueSize) {
+bool ParamList::BeginRecord(const char* name, unsigned char type, std::uint32_t valueSize) {
   const std::uint32_t nameLength = static_cast<std::uint32_t>(std::strlen(name));
   const std::uint32_t recordLength = HeaderLength(nameLength) + valueSize;
   const _tag_VXPARAMINFO* old = Find(name);
@@ -78,14 +78,14 @@ bool FastHolderImpl::BeginRecord(const char* name, unsigned char type, std::uint
   return true;
 }
 
-std::uint32_t FastHolderImpl::AppendTable(std::uint32_t count) {
+std::uint32_t ParamList::AppendTable(std::uint32_t count) {
   Append32(count);
   std::uint32_t table = used;
   InsertGap(used, 4 * count);
   return table;
 }
 
-bool FastHolderImpl::SetString(const char* name, const char* text) {
+bool ParamList::SetString(const char* name, const char* text) {
   ArgumentGuard guard(*this, name, text);
   if (!guard.Held() || !BeginRecord(name, PT_STRING, StringValueSize(text))) return false;
   AppendString(text);
@@ -93,7 +93,7 @@ bool FastHolderImpl::SetString(const char* name, const char* text) {
   return true;
 }
 
-bool FastHolderImpl::SetInt32(const char* name, std::uint32_t value) {
+bool ParamList::SetInt32(const char* name, std::uint32_t value) {
   ArgumentGuard guard(*this, name);
   if (!guard.Held() || !BeginRecord(name, PT_INT32, 4)) return false;
   Append32(value);
@@ -101,7 +101,7 @@ bool FastHolderImpl::SetInt32(const char* name, std::uint32_t value) {
   return true;
 }
 
-bool FastHolderImpl::SetInt64(const char* name, std::uint64_t value) {
+bool ParamList::SetInt64(const char* name, std::uint64_t value) {
   ArgumentGuard guard(*this, name);
   if (!guard.Held() || !BeginRecord(name, PT_INT64, 8)) return false;
   Append64(value);
@@ -109,7 +109,7 @@ bool FastHolderImpl::SetInt64(const char* name, std::uint64_t value) {
   return true;
 }
 
-bool FastHolderImpl::SetBinary(const char* name, const void* bytes, std::uint32_t length) {
+bool ParamList::SetBinary(const char* name, const void* bytes, std::uint32_t length) {
   ArgumentGuard guard(*this, name, bytes);
   if (!guard.Held() || !BeginRecord(name, PT_BINARY, 4 + Round4(length))) return false;
   Append32(length);
@@ -118,7 +118,7 @@ bool FastHolderImpl::SetBinary(const char* name, const void* bytes, std::uint32_
   return true;
 }
 
-bool FastHolderImpl::SetHandle(const char* name, const ListRef& list) {
+bool ParamList::SetHandle(const char* name, const ListRef& list) {
   // Held here because `list` may be an entry of our own children, which the
   // removal of the old record can release or move.
   ListRef keep(list);
@@ -135,8 +135,7 @@ bool FastHolderImpl::SetHandle(const char* name, const ListRef& list) {
   return true;
 }
 
-bool FastHolderImpl::SetStringArray(const char* name, const char* const* texts,
-                                    std::uint32_t count) {
+bool ParamList::SetStringArray(const char* name, const char* const* texts, std::uint32_t count) {
   ArgumentGuard guard(*this, name, texts);
   std::uint32_t size = 4 + 4 * count;
   for (std::uint32_t i = 0; i < count; ++i) {
@@ -154,7 +153,7 @@ bool FastHolderImpl::SetStringArray(const char* name, const char* const* texts,
   return true;
 }
 
-bool FastHolderImpl::SetInt32Array(const char* name, const void* values, std::uint32_t count) {
+bool ParamList::SetInt32Array(const char* name, const void* values, std::uint32_t count) {
   ArgumentGuard guard(*this, name, values);
   if (!guard.Held() || !BeginRecord(name, PT_ARRAY | PT_INT32, 4 + 4 * count)) return false;
   Append32(count);
@@ -163,7 +162,7 @@ bool FastHolderImpl::SetInt32Array(const char* name, const void* values, std::ui
   return true;
 }
 
-bool FastHolderImpl::SetInt64Array(const char* name, const void* values, std::uint32_t count) {
+bool ParamList::SetInt64Array(const char* name, const void* values, std::uint32_t count) {
   ArgumentGuard guard(*this, name, values);
   if (!guard.Held() || !BeginRecord(name, PT_ARRAY | PT_INT64, 4 + 8 * count)) return false;
   Append32(count);
@@ -173,7 +172,7 @@ bool FastHolderImpl::SetInt64Array(const char* name, const void* values, std::ui
 }
 
 template <class Item>
-bool FastHolderImpl::SetBinaryItems(const char* name, std::uint32_t count, Item item) {
+bool ParamList::SetBinaryItems(const char* name, std::uint32_t count, Item item) {
   ArgumentGuard guard(*this, name);
   std::uint32_t size = 4 + 4 * count;
   for (std::uint32_t i = 0; i < count; ++i) {
@@ -193,8 +192,8 @@ bool FastHolderImpl::SetBinaryItems(const char* name, std::uint32_t count, Item 
   return true;
 }
 
-bool FastHolderImpl::SetBinaryArray(const char* name, const _tag_BINARYITEM* items,
-                                    std::uint32_t count) {
+bool ParamList::SetBinaryArray(const char* name, const _tag_BINARYITEM* items,
+                               std::uint32_t count) {
   ArgumentGuard guard(*this, items);
   return guard.Held() && SetBinaryItems(name, count, [items](std::uint32_t i) {
            // Copied out first: the record is packed, so no reference may bind to it.
@@ -204,15 +203,15 @@ bool FastHolderImpl::SetBinaryArray(const char* name, const _tag_BINARYITEM* ite
          });
 }
 
-bool FastHolderImpl::SetBinaryArray(const char* name, const void* const* bytes,
-                                    const std::uint32_t* lengths, std::uint32_t count) {
+bool ParamList::SetBinaryArray(const char* name, const void* const* bytes,
+                               const std::uint32_t* lengths, std::uint32_t count) {
   ArgumentGuard guard(*this, bytes, lengths);
   return guard.Held() && SetBinaryItems(name, count, [bytes, lengths](std::uint32_t i) {
            return std::pair<const void*, std::uint32_t>(bytes[i], lengths[i]);
          });
 }
 
-bool FastHolderImpl::SetHandleArray(const char* name, const ListRef* lists, std::uint32_t count) {
+bool ParamList::SetHandleArray(const char* name, const ListRef* lists, std::uint32_t count) {
   ArgumentGuard guard(*this, name);
   std::uint32_t held = 0;
   for (std::uint32_t i = 0; i < count; ++i)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "paramlist/fast_holder.h"
+#include "paramlist/param_list.h"
 
 #include <cstring>
 
@@ -16,30 +16,30 @@ const _tag_VXPARAMINFO* AsRecord(const unsigned char* p) {
 
 }  // namespace
 
-FastHolderImpl::FastHolderImpl() {
+ParamList::ParamList() {
   body_.owner = this;
   ++g_liveParamLists;
 }
 
 // The counter goes down before anything is released, so a nested list that
 // dies with this one is counted out after its parent.
-FastHolderImpl::~FastHolderImpl() {
+ParamList::~ParamList() {
   --g_liveParamLists;
 }
 
-void* FastHolderImpl::operator new(std::size_t size) noexcept {
+void* ParamList::operator new(std::size_t size) noexcept {
   return PooledAllocate(size);
 }
 
-void FastHolderImpl::operator delete(void* pointer, std::size_t size) noexcept {
+void ParamList::operator delete(void* pointer, std::size_t size) noexcept {
   PooledFree(pointer, size);
 }
 
-const _tag_VXPARAMINFO* FastHolderImpl::First() const {
+const _tag_VXPARAMINFO* ParamList::First() const {
   return used == 0 ? nullptr : AsRecord(data);
 }
 
-const _tag_VXPARAMINFO* FastHolderImpl::Next(const _tag_VXPARAMINFO* record) const {
+const _tag_VXPARAMINFO* ParamList::Next(const _tag_VXPARAMINFO* record) const {
   if (record == nullptr) return nullptr;
   const auto* start = reinterpret_cast<const unsigned char*>(record);
   std::size_t end =
@@ -49,20 +49,20 @@ const _tag_VXPARAMINFO* FastHolderImpl::Next(const _tag_VXPARAMINFO* record) con
   return AsRecord(data + end);
 }
 
-const _tag_VXPARAMINFO* FastHolderImpl::Find(const char* name) const {
+const _tag_VXPARAMINFO* ParamList::Find(const char* name) const {
   for (const _tag_VXPARAMINFO* r = First(); r != nullptr; r = Next(r)) {
     if (r->name[0] == name[0] && std::strcmp(r->name, name) == 0) return r;
   }
   return nullptr;
 }
 
-void FastHolderImpl::Clear() {
+void ParamList::Clear() {
   body_.count = 0;
   body_.children.Clear();
   used = 0;
 }
 
-void FastHolderImpl::Recount() {
+void ParamList::Recount() {
   for (std::uint32_t offset = 0; offset < used; offset = CheckedNextOffset(offset)) {
     ++body_.count;
   }
@@ -72,7 +72,7 @@ void FastHolderImpl::Recount() {
 // the size computation reads, and every item of an array, is first shown to
 // lie below `used` in 64-bit arithmetic, so a damaged image ends the walk with
 // an exception instead of a read past the buffer or a wrapped length.
-std::uint32_t FastHolderImpl::CheckedNextOffset(std::uint32_t offset) const {
+std::uint32_t ParamList::CheckedNextOffset(std::uint32_t offset) const {
   const std::uint64_t limit = used;
   const std::uint64_t t = static_cast<std::uint64_t>(offset) + data[offset];
   if (t >= limit) throw NoDataExeption();

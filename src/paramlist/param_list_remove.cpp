@@ -5,13 +5,13 @@
 #include <cstring>
 #include <utility>
 
-#include "paramlist/fast_holder.h"
+#include "paramlist/param_list.h"
 #include "runtime/little_endian.h"
 #include "runtime/memory_buffer.h"
 
 namespace vxbus {
 
-const _tag_VXPARAMINFO* FastHolderImpl::Remove(const _tag_VXPARAMINFO* record) {
+const _tag_VXPARAMINFO* ParamList::Remove(const _tag_VXPARAMINFO* record) {
   if (record == nullptr) return nullptr;
   const auto* start = reinterpret_cast<const unsigned char*>(record);
   std::uint64_t offset = static_cast<std::uint64_t>(start - data);
@@ -25,13 +25,13 @@ const _tag_VXPARAMINFO* FastHolderImpl::Remove(const _tag_VXPARAMINFO* record) {
   return offset < used ? reinterpret_cast<const _tag_VXPARAMINFO*>(data + offset) : nullptr;
 }
 
-const _tag_VXPARAMINFO* FastHolderImpl::RemoveByName(const char* name) {
+const _tag_VXPARAMINFO* ParamList::RemoveByName(const char* name) {
   return Remove(Find(name));
 }
 
 // A record is this list's when its own name finds it; anything else, a
 // stale pointer included, changes nothing.
-const _tag_VXPARAMINFO* FastHolderImpl::RemoveByInfo(const _tag_VXPARAMINFO* record) {
+const _tag_VXPARAMINFO* ParamList::RemoveByInfo(const _tag_VXPARAMINFO* record) {
   if (record == nullptr) return nullptr;
   auto at = reinterpret_cast<std::uintptr_t>(record);
   auto begin = reinterpret_cast<std::uintptr_t>(data);
@@ -43,7 +43,7 @@ const _tag_VXPARAMINFO* FastHolderImpl::RemoveByInfo(const _tag_VXPARAMINFO* rec
 // Applies `renumber` to every child index in the image, in handle values and
 // in every entry of handle arrays, except those of the record at `skip`.
 template <class Renumber>
-void FastHolderImpl::RenumberChildIndexes(const unsigned char* skip, Renumber renumber) {
+void ParamList::RenumberChildIndexes(const unsigned char* skip, Renumber renumber) {
   for (const _tag_VXPARAMINFO* r = First(); r != nullptr; r = Next(r)) {
     auto* record = const_cast<unsigned char*>(reinterpret_cast<const unsigned char*>(r));
     if (record == skip) continue;
@@ -60,9 +60,9 @@ void FastHolderImpl::RenumberChildIndexes(const unsigned char* skip, Renumber re
 
 // Indexes that do not name an entry (only a damaged image has them) are left
 // alone rather than followed out of the array.
-void FastHolderImpl::ReleaseChildrenOf(const unsigned char* record) {
+void ParamList::ReleaseChildrenOf(const unsigned char* record) {
   const unsigned char* t = record + record[0];
-  RefPtrArray<FastHolderImpl>& children = body_.children;
+  RefPtrArray<ParamList>& children = body_.children;
   const std::uint32_t size = children.Size();
 
   if (*t == kTypeHandle) {

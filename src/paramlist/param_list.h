@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // A parameter list: one flat image of records, the count of its records and
 // the nested lists it keeps alive.
-#ifndef VXBUS_PARAMLIST_FAST_HOLDER_H_
-#define VXBUS_PARAMLIST_FAST_HOLDER_H_
+#ifndef VXBUS_PARAMLIST_PARAM_LIST_H_
+#define VXBUS_PARAMLIST_PARAM_LIST_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -15,8 +15,8 @@
 
 namespace vxbus {
 
-class FastHolderImpl;
-using ListRef = MTObjects::MTReferencedPtr<FastHolderImpl>;
+class ParamList;
+using ListRef = MTObjects::MTReferencedPtr<ParamList>;
 
 // Child index that refers to no list.
 constexpr std::uint32_t kNullIndex = 0xFFFFFFFFu;
@@ -27,14 +27,14 @@ constexpr unsigned char kTypeHandleArray = PT_ARRAY | PT_PARAMHANDLE;
 
 struct ListBody {
   std::uint32_t count = 0;
-  FastHolderImpl* owner = nullptr;
-  RefPtrArray<FastHolderImpl> children;
+  ParamList* owner = nullptr;
+  RefPtrArray<ParamList> children;
 };
 
-class FastHolderImpl : public MTObjects::MTReferencedTypeBase, public VXMemoryBufferTpl2<0> {
+class ParamList : public MTObjects::MTReferencedTypeBase, public ListImage {
  public:
-  FastHolderImpl();
-  ~FastHolderImpl() override;
+  ParamList();
+  ~ParamList() override;
 
   // Lists live on the private heap. A refused allocation makes `new` give
   // null instead of throwing, so creation can report it as a null handle.
@@ -47,7 +47,7 @@ class FastHolderImpl : public MTObjects::MTReferencedTypeBase, public VXMemoryBu
   std::uint32_t ChildCount() const { return body_.children.Size(); }
   std::uint32_t ChildCapacity() const { return body_.children.Capacity(); }
   // The nested list at position i (i below ChildCount()), with no reference added.
-  FastHolderImpl* Child(std::uint32_t i) const { return body_.children[i].get(); }
+  ParamList* Child(std::uint32_t i) const { return body_.children[i].get(); }
   const ListRef& ChildRef(std::uint32_t i) const { return body_.children[i]; }
   // Adds a reference of this list's own; clone and the reader use it.
   void AppendChild(const ListRef& child) { body_.children.Push(child); }
@@ -125,4 +125,4 @@ class FastHolderImpl : public MTObjects::MTReferencedTypeBase, public VXMemoryBu
 
 }  // namespace vxbus
 
-#endif  // VXBUS_PARAMLIST_FAST_HOLDER_H_
+#endif  // VXBUS_PARAMLIST_PARAM_LIST_H_

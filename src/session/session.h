@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 // One connected peer: its channel, its two threads, its queue of outgoing
 // messages and its table of calls waiting for replies.
-#ifndef VXBUS_SESSION_APPLICATION_H_
-#define VXBUS_SESSION_APPLICATION_H_
+#ifndef VXBUS_SESSION_SESSION_H_
+#define VXBUS_SESSION_SESSION_H_
 
 #include <atomic>
 #include <chrono>
@@ -12,7 +12,7 @@
 #include <string>
 #include <thread>
 
-#include "runtime/sync_event.h"
+#include "runtime/latch.h"
 #include "session/message.h"
 #include "session/message_queue.h"
 #include "session/pending_calls.h"
@@ -45,10 +45,10 @@ namespace vxbus {
 //   long its messages live on. The destructor joins nothing.
 // - From the moment the reader leaves its loop HasEnded is true, and the
 //   requests of the session still on their way to a slot are dropped.
-class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
+class Session : public MTObjects::MTReferencedTypeBase {
  public:
-  VXAPPImpl();
-  ~VXAPPImpl() override;
+  Session();
+  ~Session() override;
 
   // The handshake on a fresh channel, on either side.
   bool AcceptApplication(const ChannelRef& channel);
@@ -80,7 +80,7 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   // from it (the reader's loop: the dispatch thread releases one for every
   // message, and a count that both threads write for every frame bounces
   // between their cores); without, each takes one of its own.
-  bool ReceiveMessage(MessageRef& out, MTObjects::ReferenceBlock<VXAPPImpl>* refs = nullptr);
+  bool ReceiveMessage(MessageRef& out, MTObjects::ReferenceBlock<Session>* refs = nullptr);
 
   // Joins the reader unless it is the calling thread or already joined; two
   // callers that stop the same session at once are kept apart. Called on the
@@ -160,7 +160,7 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
 
  private:
   // VXNotify's wait for room in the send queue (back_pressure.h).
-  friend _tag_VX_ERROR AwaitSendRoom(VXAPPImpl& session, std::uint64_t bytes);
+  friend _tag_VX_ERROR AwaitSendRoom(Session& session, std::uint64_t bytes);
 
   struct FrameBatch {
     bool hasCall = false;
@@ -168,8 +168,8 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   };
 
   // The bodies of the two threads and their common frame (session_threads.cpp).
-  template <void (VXAPPImpl::*Body)()>
-  static void RunThread(VXAPPImpl* session);
+  template <void (Session::*Body)()>
+  static void RunThread(Session* session);
   void RunReader();
   void RunWriter();
   bool WriterStopping() const;
@@ -201,10 +201,10 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
   std::thread readerThread_;
   // The set-up gates: ReleaseThreads opens both go gates, and each thread
   // opens its up gate once it is past its first step.
-  MTObjects::ISyncEvent readerGo_;
-  MTObjects::ISyncEvent readerUp_;
-  MTObjects::ISyncEvent writerGo_;
-  MTObjects::ISyncEvent writerUp_;
+  MTObjects::Latch readerGo_;
+  MTObjects::Latch readerUp_;
+  MTObjects::Latch writerGo_;
+  MTObjects::Latch writerUp_;
   std::atomic<bool> stopRequested_{false};
   std::atomic<bool> established_{false};
 
@@ -229,4 +229,4 @@ class VXAPPImpl : public MTObjects::MTReferencedTypeBase {
 
 }  // namespace vxbus
 
-#endif  // VXBUS_SESSION_APPLICATION_H_
+#endif  // VXBUS_SESSION_SESSION_H_
