@@ -18,13 +18,13 @@ const _tag_VXPARAMINFO* AsRecord(const unsigned char* p) {
 
 ParamList::ParamList() {
   body_.owner = this;
-  ++g_liveParamLists;
+  ++Counters().liveParamLists;
 }
 
 // The counter goes down before anything is released, so a nested list that
 // dies with this one is counted out after its parent.
 ParamList::~ParamList() {
-  --g_liveParamLists;
+  --Counters().liveParamLists;
 }
 
 void* ParamList::operator new(std::size_t size) noexcept {

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Opening and closing sessions to peers.
+#include "runtime/process_state.h"
 #include "session/session.h"
 #include "session/session_registry.h"
 #include "transport/pipe_channel.h"
@@ -30,7 +31,8 @@ using namespace vxbus;
 _tag_VX_ERROR VXConnect(const char* host, std::int32_t port, char* appIdBuffer,
                         std::uint32_t appIdBufferSize, const unsigned char* secret,
                         std::int32_t secretLength) {
-  ChannelRef channel = ConnectSocketChannel(host, static_cast<std::uint16_t>(port));
+  ChannelRef channel =
+      ConnectSocketChannel(host, static_cast<std::uint16_t>(port), ChannelLimits::From(g_limits));
   return ConnectOver(channel, appIdBuffer, appIdBufferSize, secret, secretLength);
 }
 
@@ -40,8 +42,10 @@ _tag_VX_ERROR VXConnectEx(const char* pipeName, const char* host, std::int32_t p
                           char* appIdBuffer, std::uint32_t appIdBufferSize,
                           const unsigned char* secret, std::int32_t secretLength) {
   bool useTcp = IsSet(host) && port != 0 && !IsSet(pipeName);
-  ChannelRef channel = useTcp ? ConnectSocketChannel(host, static_cast<std::uint16_t>(port))
-                              : ConnectPipeChannel(pipeName ? pipeName : "");
+  ChannelRef channel =
+      useTcp ? ConnectSocketChannel(host, static_cast<std::uint16_t>(port),
+                                    ChannelLimits::From(g_limits))
+             : ConnectPipeChannel(pipeName ? pipeName : "", ChannelLimits::From(g_limits));
   return ConnectOver(channel, appIdBuffer, appIdBufferSize, secret, secretLength);
 }
 

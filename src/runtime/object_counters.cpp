@@ -45,23 +45,22 @@ std::uint32_t StripedCounter::load() const {
   }
 }
 
-StripedCounter g_liveApplications;
-StripedCounter g_liveMessages;
-std::atomic<std::uint32_t> g_lastPendingCallsSize{0};
-StripedCounter g_liveParamLists;
-StripedCounter g_transportSendCalls;
-StripedCounter g_transportReceiveCalls;
+ObjectCounters& Counters() {
+  static ObjectCounters& counters = *new ObjectCounters;
+  return counters;
+}
 
 }  // namespace vxbus
 
 // Each value is read on its own; together they are not one snapshot.
 VXObjectCounters DEBUG_VXObjectCount(void) {
+  const vxbus::ObjectCounters& counters = vxbus::Counters();
   VXObjectCounters c{};
-  c.applications = vxbus::g_liveApplications.load();
-  c.messages = vxbus::g_liveMessages.load();
-  c.pendingCalls = vxbus::g_lastPendingCallsSize.load();
-  c.paramLists = vxbus::g_liveParamLists.load();
-  c.sendCalls = vxbus::g_transportSendCalls.load();
-  c.receiveCalls = vxbus::g_transportReceiveCalls.load();
+  c.applications = counters.liveSessions.load();
+  c.messages = counters.liveMessages.load();
+  c.pendingCalls = counters.lastPendingCallsSize.load();
+  c.paramLists = counters.liveParamLists.load();
+  c.sendCalls = counters.transportSendCalls.load();
+  c.receiveCalls = counters.transportReceiveCalls.load();
   return c;
 }

@@ -40,12 +40,24 @@ class StripedCounter {
   Slot downs_[kSlots];
 };
 
-extern StripedCounter g_liveApplications;
-extern StripedCounter g_liveMessages;
-extern std::atomic<std::uint32_t> g_lastPendingCallsSize;
-extern StripedCounter g_liveParamLists;
-extern StripedCounter g_transportSendCalls;
-extern StripedCounter g_transportReceiveCalls;
+// The counts behind DEBUG_VXObjectCount, one set per process.
+struct ObjectCounters {
+  StripedCounter liveSessions;
+  StripedCounter liveMessages;
+  std::atomic<std::uint32_t> lastPendingCallsSize{0};
+  StripedCounter liveParamLists;
+  StripedCounter transportSendCalls;
+  StripedCounter transportReceiveCalls;
+};
+
+// Made on first use and never destroyed, as threads of the library may still
+// count while the process exits. Any thread.
+ObjectCounters& Counters();
+
+// Old names, until the session layer counts through Counters().
+inline StripedCounter& g_liveApplications = Counters().liveSessions;
+inline StripedCounter& g_liveMessages = Counters().liveMessages;
+inline std::atomic<std::uint32_t>& g_lastPendingCallsSize = Counters().lastPendingCallsSize;
 
 }  // namespace vxbus
 

@@ -12,15 +12,15 @@ std::size_t HandshakeThreads::CapForHandleLimit(std::size_t handleLimit) {
   return std::min(kMostRunning, std::max(kFewestRunning, handleLimit / 4));
 }
 
-HandshakeThreads::HandshakeThreads(std::size_t maxRunning) : maxRunning_(maxRunning) {}
+HandshakeThreads::HandshakeThreads(std::size_t maxRunning) : mostAtOnce_(maxRunning) {}
 
 HandshakeThreads::~HandshakeThreads() {
   std::list<Handshake> ending;
   {
     std::lock_guard<std::mutex> lock(mutex_);
-    for (Handshake& handshake : running_)
+    for (Handshake& handshake : underWay_)
       if (!handshake.done) CutOff(handshake);
-    ending.swap(running_);
+    ending.swap(underWay_);
   }
   // Joined without the lock: a thread takes it as its last step.
   for (Handshake& handshake : ending)
@@ -30,13 +30,13 @@ HandshakeThreads::~HandshakeThreads() {
 void HandshakeThreads::JoinEnded() {
   // A handshake marks itself done as its last step under the mutex, so the
   // join below waits for no more than the thread's return.
-  for (auto it = running_.begin(); it != running_.end();) {
+  for (auto it = underWay_.begin(); it != underWay_.end();) {
     if (!it->done) {
       ++it;
       continue;
     }
     it->thread.join();
-    it = running_.erase(it);
+    it = underWay_.erase(it);
   }
 }
 
@@ -50,25 +50,25 @@ void HandshakeThreads::CutOff(Handshake& handshake) {
 
 std::size_t HandshakeThreads::Counted() const {
   return static_cast<std::size_t>(std::count_if(
-      running_.begin(), running_.end(), [](const Handshake& h) { return !h.done && !h.cutOff; }));
+      underWay_.begin(), underWay_.end(), [](const Handshake& h) { return !h.done && !h.cutOff; }));
 }
 
 std::size_t HandshakeThreads::CountedFrom(std::uint32_t source) const {
   return static_cast<std::size_t>(std::count_if(
-      running_.begin(), running_.end(),
+      underWay_.begin(), underWay_.end(),
       [source](const Handshake& h) { return !h.done && !h.cutOff && h.source == source; }));
 }
 
 std::list<HandshakeThreads::Handshake>::iterator HandshakeThreads::RoomMaker(
     std::uint32_t newcomer) {
   std::map<std::uint32_t, std::size_t> held;
-  for (const Handshake& h : running_)
+  for (const Handshake& h : underWay_)
     if (!h.done && !h.cutOff) ++held[h.source];
   auto most = std::max_element(held.begin(), held.end(),
                                [](const auto& a, const auto& b) { return a.second < b.second; });
-  if (most == held.end() || most->second <= held[newcomer] + 1) return running_.end();
+  if (most == held.end() || most->second <= held[newcomer] + 1) return underWay_.end();
   // The list is in order of arrival, so the first one found is the oldest.
-  return std::find_if(running_.begin(), running_.end(), [&most](const Handshake& h) {
+  return std::find_if(underWay_.begin(), underWay_.end(), [&most](const Handshake& h) {
     return !h.done && !h.cutOff && h.source == most->first;
   });
 }
@@ -77,7 +77,7 @@ bool HandshakeThreads::HasRoom(std::uint32_t source) {
   std::lock_guard<std::mutex> lock(mutex_);
   JoinEnded();
   if (CountedFrom(source) >= kMostPerSource) return false;
-  return Counted() < maxRunning_ || RoomMaker(source) != running_.end();
+  return Counted() < mostAtOnce_ || RoomMaker(source) != underWay_.end();
 }
 
 bool HandshakeThreads::Run(std::uint32_t source, const ChannelRef& channel, std::int64_t deadlineMs,
@@ -85,12 +85,12 @@ bool HandshakeThreads::Run(std::uint32_t source, const ChannelRef& channel, std:
   std::lock_guard<std::mutex> lock(mutex_);
   JoinEnded();
   if (CountedFrom(source) >= kMostPerSource) return false;
-  if (Counted() >= maxRunning_) {
+  if (Counted() >= mostAtOnce_) {
     auto oldest = RoomMaker(source);
-    if (oldest == running_.end()) return false;
+    if (oldest == underWay_.end()) return false;
     CutOff(*oldest);
   }
-  auto slot = running_.emplace(running_.end());
+  auto slot = underWay_.emplace(underWay_.end());
   slot->source = source;
   slot->channel = channel;
   slot->deadline = Clock::now() + std::chrono::milliseconds(std::max<std::int64_t>(deadlineMs, 1));
@@ -108,7 +108,7 @@ bool HandshakeThreads::Run(std::uint32_t source, const ChannelRef& channel, std:
       slot->done = true;
     });
   } catch (const std::system_error&) {
-    running_.erase(slot);
+    underWay_.erase(slot);
     return false;
   }
   return true;
@@ -119,7 +119,7 @@ std::int64_t HandshakeThreads::CutOffOverdue() {
   JoinEnded();
   const Clock::time_point now = Clock::now();
   std::int64_t next = -1;
-  for (Handshake& h : running_) {
+  for (Handshake& h : underWay_) {
     if (h.done || h.cutOff) continue;
     if (now >= h.deadline) {
       CutOff(h);

@@ -82,9 +82,9 @@ class HandshakeThreads {
   // holds more than `newcomer` would after being let in; else the end.
   std::list<Handshake>::iterator RoomMaker(std::uint32_t newcomer);
 
-  const std::size_t maxRunning_;
+  const std::size_t mostAtOnce_;
   std::mutex mutex_;
-  std::list<Handshake> running_;
+  std::list<Handshake> underWay_;
 };
 
 }  // namespace vxbus

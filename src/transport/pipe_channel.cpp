@@ -5,14 +5,13 @@
 #include <new>
 
 #include "runtime/object_counters.h"
-#include "runtime/process_state.h"
 #include "transport/pipe_name.h"
 
 namespace vxbus {
 
 std::string listenerPipeInName;
 std::string listenerPipeOutName;
-std::atomic<std::uint32_t> g_pipeAcceptWaitMs{10000};
+std::atomic<std::uint32_t> g_pipeAcceptWaitMs{kPipeAcceptWaitMs};
 
 namespace {
 
@@ -24,16 +23,15 @@ constexpr std::uint32_t kLargestCount =
 
 // Each single wait of a read gets the whole limit; -1 waits without one, and
 // any other negative limit is read as unsigned, a very long wait.
-std::int64_t ReadWaitMs() {
-  const std::int32_t limit = g_limits.limits.IO_TIMEOUT_MS;
+std::int64_t ReadWaitMs(std::int32_t limit) {
   if (limit == -1) return platform::kWaitForever;
   return static_cast<std::int64_t>(static_cast<std::uint32_t>(limit));
 }
 
 ChannelRef MakeChannel(platform::LocalPipe* pipe, const std::string& peerName,
-                       const std::string& localName) {
+                       const std::string& localName, const ChannelLimits& limits) {
   if (pipe == nullptr) return ChannelRef();
-  auto* channel = new (std::nothrow) PipeChannel(pipe, peerName, localName);
+  auto* channel = new (std::nothrow) PipeChannel(pipe, peerName, localName, limits);
   if (channel == nullptr) {
     platform::CloseLocalPipe(pipe);
     return ChannelRef();
@@ -44,8 +42,8 @@ ChannelRef MakeChannel(platform::LocalPipe* pipe, const std::string& peerName,
 }  // namespace
 
 PipeChannel::PipeChannel(platform::LocalPipe* pipe, const std::string& peerName,
-                         const std::string& localName)
-    : pipe(pipe), peerAddress(peerName), localAddress(localName) {}
+                         const std::string& localName, const ChannelLimits& limits)
+    : pipe(pipe), peerAddress(peerName), localAddress(localName), limits_(limits) {}
 
 PipeChannel::~PipeChannel() {
   platform::CloseLocalPipe(pipe);
@@ -57,9 +55,9 @@ std::int32_t PipeChannel::Read(void* buffer, std::uint32_t length) {
 
 std::int32_t PipeChannel::ReadStoppable(void* buffer, std::uint32_t length,
                                         const std::atomic<bool>* stopFlag) {
-  if (length > g_limits.limits.MAX_READ_SIZE || length > kLargestCount) return -1;
+  if (length > limits_.maxReadSize || length > kLargestCount) return -1;
   if (length == 0) return 0;
-  readStopFlag_ = stopFlag;
+  stopFlagOfRead_ = stopFlag;
   const bool filled = readBuffer_.Fill(static_cast<unsigned char*>(buffer), length, *this).ok();
   return filled ? static_cast<std::int32_t>(length) : -1;
 }
@@ -67,8 +65,9 @@ std::int32_t PipeChannel::ReadStoppable(void* buffer, std::uint32_t length,
 // A reader that may wait for its stop flag looks at it only when a whole
 // wait has passed without data.
 platform::IoResult PipeChannel::ReceiveSome(void* buffer, std::uint32_t length) {
-  ++g_transportReceiveCalls;
-  return platform::ReadLocalPipe(pipe, buffer, length, ReadWaitMs(), readStopFlag_);
+  ++Counters().transportReceiveCalls;
+  return platform::ReadLocalPipe(pipe, buffer, length, ReadWaitMs(limits_.ioTimeoutMs),
+                                 stopFlagOfRead_);
 }
 
 std::int32_t PipeChannel::Write(const void* bytes, std::uint32_t length) {
@@ -91,7 +90,7 @@ bool PipeChannel::SendAll(const platform::BytePiece* pieces, std::size_t count) 
   for (std::size_t i = 0; i < count; ++i)
     left[i] = pieces[i];
   while (count > 0) {
-    ++g_transportSendCalls;
+    ++Counters().transportSendCalls;
     platform::IoResult written =
         count == 1 ? platform::WriteLocalPipe(pipe, left[0].data,
                                               static_cast<std::uint32_t>(left[0].length))
@@ -128,31 +127,32 @@ void SetPipeNames(const std::string& baseName) {
   listenerPipeOutName = baseName + kOutSuffix;
 }
 
-ChannelRef AcceptPipeChannel(const std::atomic<bool>* stop, int* createError) {
+ChannelRef AcceptPipeChannel(const ChannelLimits& limits, std::uint32_t acceptWaitMs,
+                             const std::atomic<bool>* stop, int* createError) {
   if (createError != nullptr) *createError = 0;
   if (listenerPipeInName.empty() || listenerPipeOutName.empty()) return ChannelRef();
   platform::LocalPipe* pipe = platform::AcceptLocalPipe(
-      SystemPipeName(listenerPipeInName), SystemPipeName(listenerPipeOutName),
-      g_pipeAcceptWaitMs.load(), g_pipeAcceptWaitMs.load(), stop, createError);
+      SystemPipeName(listenerPipeInName), SystemPipeName(listenerPipeOutName), acceptWaitMs,
+      acceptWaitMs, stop, createError);
   // The listener reads "_in" and writes "_out".
-  return MakeChannel(pipe, listenerPipeOutName, listenerPipeInName);
+  return MakeChannel(pipe, listenerPipeOutName, listenerPipeInName, limits);
 }
 
-void PausePipeListener(const std::atomic<bool>* stop) {
-  platform::IdleLocalPipeRound(g_pipeAcceptWaitMs.load(), stop);
+void PausePipeListener(std::uint32_t roundMs, const std::atomic<bool>* stop) {
+  platform::IdleLocalPipeRound(roundMs, stop);
 }
 
 void WakePipeListener() {
   platform::WakeLocalPipeAccept();
 }
 
-ChannelRef ConnectPipeChannel(const std::string& baseName) {
+ChannelRef ConnectPipeChannel(const std::string& baseName, const ChannelLimits& limits) {
   if (baseName.empty()) return ChannelRef();
   const std::string inName = baseName + kInSuffix;
   const std::string outName = baseName + kOutSuffix;
   // The connecting side writes "_in" and reads "_out".
   return MakeChannel(platform::ConnectLocalPipe(SystemPipeName(inName), SystemPipeName(outName)),
-                     inName, outName);
+                     inName, outName, limits);
 }
 
 }  // namespace vxbus

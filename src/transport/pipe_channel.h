@@ -10,6 +10,7 @@
 #include <string>
 
 #include "platform/local_pipe.h"
+#include "transport/channel_limits.h"
 #include "transport/stream_buffers.h"
 #include "transport/transport_channel.h"
 
@@ -20,14 +21,17 @@ extern std::string listenerPipeInName;
 extern std::string listenerPipeOutName;
 
 // How long AcceptPipeChannel waits for a client on "_in", and then again at
-// most for that client on "_out": 10 s. Only tests shorten it.
+// most for that client on "_out", unless a test asks for less.
+constexpr std::uint32_t kPipeAcceptWaitMs = 10000;
+// The wait of the pipe connection thread, until it takes it as an argument.
 extern std::atomic<std::uint32_t> g_pipeAcceptWaitMs;
 
 class PipeChannel : public ITransportChannel, private ReadBuffer::Source, private WriteBatch::Sink {
  public:
   // Takes ownership of the pipe pair. `peerName` names the pipe this side
-  // writes, `localName` the one it reads.
-  PipeChannel(platform::LocalPipe* pipe, const std::string& peerName, const std::string& localName);
+  // writes, `localName` the one it reads. Obeys `limits` for its life.
+  PipeChannel(platform::LocalPipe* pipe, const std::string& peerName, const std::string& localName,
+              const ChannelLimits& limits);
   ~PipeChannel() override;
 
   PipeChannel(const PipeChannel&) = delete;
@@ -55,9 +59,10 @@ class PipeChannel : public ITransportChannel, private ReadBuffer::Source, privat
   platform::LocalPipe* pipe;
   std::string peerAddress;
   std::string localAddress;
-  ReadBuffer readBuffer_;                            // reader only
-  const std::atomic<bool>* readStopFlag_ = nullptr;  // of the read under way
-  WriteBatch writeBatch_;                            // writer only
+  const ChannelLimits limits_;
+  ReadBuffer readBuffer_;                              // reader only
+  const std::atomic<bool>* stopFlagOfRead_ = nullptr;  // of the read under way
+  WriteBatch writeBatch_;                              // writer only
 };
 
 // Sets both listener names from a base name; an empty one changes nothing,
@@ -65,14 +70,16 @@ class PipeChannel : public ITransportChannel, private ReadBuffer::Source, privat
 void SetPipeNames(const std::string& baseName);
 
 // One round of the listener on the names of SetPipeNames; null when nobody
-// came within g_pipeAcceptWaitMs, `*stop` was set (may be null), or the
+// came within `acceptWaitMs`, `*stop` was set (may be null), or the
 // pipes could not be made. In that last case it returns at once, and
-// `*createError` (may be null) gets the system's code; else 0.
-ChannelRef AcceptPipeChannel(const std::atomic<bool>* stop, int* createError = nullptr);
+// `*createError` (may be null) gets the system's code; else 0. The channel
+// obeys `limits`.
+ChannelRef AcceptPipeChannel(const ChannelLimits& limits, std::uint32_t acceptWaitMs,
+                             const std::atomic<bool>* stop, int* createError = nullptr);
 
-// Passes the time of one round after a failed create: g_pipeAcceptWaitMs,
-// cut short by `*stop` and by WakePipeListener as a round's wait is.
-void PausePipeListener(const std::atomic<bool>* stop);
+// Passes the time of one round after a failed create, `roundMs`, cut short
+// by `*stop` and by WakePipeListener as a round's wait is.
+void PausePipeListener(std::uint32_t roundMs, const std::atomic<bool>* stop);
 
 // Ends the wait of an AcceptPipeChannel under way at once, so that it looks
 // at its stop flag now; set the flag first.
@@ -80,8 +87,9 @@ void WakePipeListener();
 
 // Connects to the listener of `baseName`; null at once for an empty name or
 // one that nobody listens on. Names of any length work: one too long for
-// the system is mapped the same way as the listener maps it.
-ChannelRef ConnectPipeChannel(const std::string& baseName);
+// the system is mapped the same way as the listener maps it. The channel
+// obeys `limits`.
+ChannelRef ConnectPipeChannel(const std::string& baseName, const ChannelLimits& limits);
 
 }  // namespace vxbus
 

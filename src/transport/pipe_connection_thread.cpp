@@ -16,14 +16,15 @@ namespace {
 // up by itself once the name is free.
 void ServeOneRound(bool& createFailureLogged) {
   int createError = 0;
-  ChannelRef channel = AcceptPipeChannel(&g_shuttingDown, &createError);
+  ChannelRef channel = AcceptPipeChannel(ChannelLimits::From(g_limits), g_pipeAcceptWaitMs.load(),
+                                         &g_shuttingDown, &createError);
   if (createError != 0) {
     if (!createFailureLogged) {
       createFailureLogged = true;
       VX_LOG(kLogCritical, "ConnThread Pipe. create pipe '", listenerPipeInName,
              "' FAILED with code=", createError, ". Try to reinitialize listener");
     }
-    PausePipeListener(&g_shuttingDown);
+    PausePipeListener(g_pipeAcceptWaitMs.load(), &g_shuttingDown);
     return;
   }
   createFailureLogged = false;

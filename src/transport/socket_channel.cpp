@@ -8,7 +8,6 @@
 
 #include "runtime/log.h"
 #include "runtime/object_counters.h"
-#include "runtime/process_state.h"
 
 namespace vxbus {
 namespace {
@@ -29,14 +28,10 @@ std::int64_t MillisecondsSince(Clock::time_point start) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
 }
 
-std::int64_t TimeLimitMs() {
-  return g_limits.limits.IO_TIMEOUT_MS;
-}
-
 // About half the limit, rounded up to whole seconds, plus 1 ms: a plain read
 // gives up after one such quiet period.
-std::int64_t QuietPeriodMs() {
-  std::int64_t seconds = (TimeLimitMs() + 1999) / 2000;
+std::int64_t QuietPeriodMs(std::int64_t timeLimitMs) {
+  std::int64_t seconds = (timeLimitMs + 1999) / 2000;
   if (seconds < 0) seconds = 0;
   return seconds * 1000 + 1;
 }
@@ -69,7 +64,8 @@ void ApplyConnectedSocketOptions(platform::SocketHandle socket) {
   platform::SetSendBufferSize(socket, kSocketBufferBytes);
 }
 
-SocketChannel::SocketChannel(platform::SocketHandle socket) : socketHandle(socket) {
+SocketChannel::SocketChannel(platform::SocketHandle socket, const ChannelLimits& limits)
+    : socketHandle(socket), limits_(limits) {
   platform::Ipv4Endpoint endpoint;
   if (platform::GetPeerEndpoint(socketHandle, &endpoint)) peerAddress = EndpointText(endpoint);
   if (platform::GetLocalEndpoint(socketHandle, &endpoint)) localAddress = EndpointText(endpoint);
@@ -85,12 +81,12 @@ std::int32_t SocketChannel::Read(void* buffer, std::uint32_t length) {
 
 std::int32_t SocketChannel::ReadStoppable(void* buffer, std::uint32_t length,
                                           const std::atomic<bool>* stopFlag) {
-  if (length > g_limits.limits.MAX_READ_SIZE || length > kLargestCount) return -1;
+  if (length > limits_.maxReadSize || length > kLargestCount) return -1;
   if (length == 0) return 0;
   // The time limit runs from the first look at the socket; a read served
   // from the buffer alone, the common case in a stream of small frames,
   // costs no clock read.
-  readStopFlag_ = stopFlag;
+  stopFlagOfRead_ = stopFlag;
   readStarted_ = false;
   const bool filled = readBuffer_.Fill(static_cast<unsigned char*>(buffer), length, *this).ok();
   return filled ? static_cast<std::int32_t>(length) : -1;
@@ -104,7 +100,7 @@ platform::IoResult SocketChannel::ReceiveSome(void* buffer, std::uint32_t length
   platform::IoResult failed;
   for (;;) {
     if (readsInterrupted_.load(std::memory_order_acquire)) return failed;
-    ++g_transportReceiveCalls;
+    ++Counters().transportReceiveCalls;
     platform::IoResult received = platform::Receive(socketHandle, buffer, length);
     if (received.ok()) return received;
     if (received.status == platform::IoStatus::kClosed) {
@@ -116,12 +112,12 @@ platform::IoResult SocketChannel::ReceiveSome(void* buffer, std::uint32_t length
       return received;
     }
     // A reader that may wait for its stop flag has no overall deadline.
-    if (!StopWaitAllowed(readStopFlag_) && MillisecondsSince(readStart_) >= TimeLimitMs()) {
+    if (!StopWaitAllowed(stopFlagOfRead_) && MillisecondsSince(readStart_) >= limits_.ioTimeoutMs) {
       VX_LOG(kLogInfo, "Receive failed with code ", kTimeLimitErrorCode);
       return failed;
     }
-    if (platform::WaitReadable(socketHandle, QuietPeriodMs()).ok()) continue;
-    if (!StopWaitAllowed(readStopFlag_)) return failed;
+    if (platform::WaitReadable(socketHandle, QuietPeriodMs(limits_.ioTimeoutMs)).ok()) continue;
+    if (!StopWaitAllowed(stopFlagOfRead_)) return failed;
   }
 }
 
@@ -146,7 +142,7 @@ bool SocketChannel::SendAll(const platform::BytePiece* pieces, std::size_t count
   for (std::size_t i = 0; i < count; ++i)
     left[i] = pieces[i];
   while (count > 0) {
-    ++g_transportSendCalls;
+    ++Counters().transportSendCalls;
     platform::IoResult sent = count == 1
                                   ? platform::Send(socketHandle, left[0].data, left[0].length)
                                   : platform::SendGathered(socketHandle, left, count);
@@ -155,7 +151,7 @@ bool SocketChannel::SendAll(const platform::BytePiece* pieces, std::size_t count
       continue;
     }
     if (sent.status != platform::IoStatus::kWouldBlock) return false;
-    if (MillisecondsSince(start) >= TimeLimitMs()) return false;
+    if (MillisecondsSince(start) >= limits_.ioTimeoutMs) return false;
     if (!platform::WaitWritable(socketHandle, kWriteWaitMs).ok()) return false;
   }
   return true;
@@ -189,7 +185,7 @@ bool SocketChannel::PeerEnded() {
   return platform::PeerEndedStream(socketHandle);
 }
 
-ChannelRef ConnectSocketChannel(const char* host, std::uint16_t port) {
+ChannelRef ConnectSocketChannel(const char* host, std::uint16_t port, const ChannelLimits& limits) {
   platform::SocketHandle socket = platform::CreateStreamSocket();
   if (socket == platform::kInvalidSocket) return ChannelRef();
 
@@ -218,7 +214,7 @@ ChannelRef ConnectSocketChannel(const char* host, std::uint16_t port) {
     }
   }
 
-  auto* channel = new (std::nothrow) SocketChannel(socket);
+  auto* channel = new (std::nothrow) SocketChannel(socket, limits);
   if (channel == nullptr) {
     platform::CloseSocket(socket);
     return ChannelRef();
@@ -226,8 +222,8 @@ ChannelRef ConnectSocketChannel(const char* host, std::uint16_t port) {
   return ChannelRef(channel);
 }
 
-ChannelRef WrapAcceptedSocket(platform::SocketHandle socket) {
-  return ChannelRef(new SocketChannel(socket));
+ChannelRef WrapAcceptedSocket(platform::SocketHandle socket, const ChannelLimits& limits) {
+  return ChannelRef(new SocketChannel(socket, limits));
 }
 
 }  // namespace vxbus

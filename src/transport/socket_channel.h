@@ -9,6 +9,7 @@
 #include <string>
 
 #include "platform/socket.h"
+#include "transport/channel_limits.h"
 #include "transport/stream_buffers.h"
 #include "transport/transport_channel.h"
 
@@ -24,8 +25,8 @@ class SocketChannel : public ITransportChannel,
                       private WriteBatch::Sink {
  public:
   // Takes ownership of a connected socket and learns both addresses; an
-  // address that cannot be learned stays empty.
-  explicit SocketChannel(platform::SocketHandle socket);
+  // address that cannot be learned stays empty. Obeys `limits` for its life.
+  SocketChannel(platform::SocketHandle socket, const ChannelLimits& limits);
   ~SocketChannel() override;
 
   SocketChannel(const SocketChannel&) = delete;
@@ -54,10 +55,11 @@ class SocketChannel : public ITransportChannel,
   platform::SocketHandle socketHandle;
   std::string peerAddress;
   std::string localAddress;
+  const ChannelLimits limits_;
   // WaitReadable reports ready while the buffer holds bytes. Reader only.
   ReadBuffer readBuffer_;
   // The stop flag and start of the read under way. Reader only.
-  const std::atomic<bool>* readStopFlag_ = nullptr;
+  const std::atomic<bool>* stopFlagOfRead_ = nullptr;
   bool readStarted_ = false;
   std::chrono::steady_clock::time_point readStart_;
   WriteBatch writeBatch_;
@@ -67,10 +69,10 @@ class SocketChannel : public ITransportChannel,
 };
 
 // Connects outward to a dotted address or a host name; null on failure.
-ChannelRef ConnectSocketChannel(const char* host, std::uint16_t port);
+ChannelRef ConnectSocketChannel(const char* host, std::uint16_t port, const ChannelLimits& limits);
 
 // Wraps a socket that a listener accepted and configured; never null.
-ChannelRef WrapAcceptedSocket(platform::SocketHandle socket);
+ChannelRef WrapAcceptedSocket(platform::SocketHandle socket, const ChannelLimits& limits);
 
 }  // namespace vxbus
 

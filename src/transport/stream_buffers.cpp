@@ -46,7 +46,7 @@ WriteBatch::WriteBatch() : bytes_(new unsigned char[kBatchBytes]) {}
 
 std::int32_t WriteBatch::Write(const void* bytes, std::uint32_t length, Sink& sink) {
   const auto result = static_cast<std::int32_t>(length);
-  if (!batching_ || length == 0) {
+  if (!inBatch_ || length == 0) {
     const platform::BytePiece piece{bytes, length};
     return length == 0 || sink.SendAll(&piece, 1) ? result : -1;
   }
@@ -60,7 +60,7 @@ std::int32_t WriteBatch::Write(const void* bytes, std::uint32_t length, Sink& si
 }
 
 std::int32_t WriteBatch::End(Sink& sink) {
-  batching_ = false;
+  inBatch_ = false;
   return SendCollectedAnd(nullptr, 0, sink) ? 0 : -1;
 }
 

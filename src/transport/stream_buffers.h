@@ -72,7 +72,7 @@ class WriteBatch {
   WriteBatch(const WriteBatch&) = delete;
   WriteBatch& operator=(const WriteBatch&) = delete;
 
-  void Begin() { batching_ = true; }
+  void Begin() { inBatch_ = true; }
   // `length` or -1. Outside a batch the bytes go out at once; inside one a
   // small piece is copied into the batch, and a large one leaves at once
   // in one gathered send behind the collected bytes.
@@ -85,7 +85,7 @@ class WriteBatch {
 
   std::unique_ptr<unsigned char[]> bytes_;
   std::uint32_t used_ = 0;
-  bool batching_ = false;
+  bool inBatch_ = false;
 };
 
 // Moves `pieces` on past `moved` bytes: whole pieces are skipped and the

@@ -149,7 +149,7 @@ void TcpListener::TakeOnePeer() {
   VX_LOG(kLogInfo, "ConnectionThread. Configuring new socket.");
   ApplyConnectedSocketOptions(accepted);
   VX_LOG(kLogInfo, "ConnectionThread. Starting new application");
-  ChannelRef channel = WrapAcceptedSocket(accepted);
+  ChannelRef channel = WrapAcceptedSocket(accepted, ChannelLimits::From(g_limits));
   const bool started = handshakes_.Run(peer.address, channel, HandshakeDeadlineMs(), [channel] {
     AcceptAndLog(channel, "ConnectionThread. ");
     VX_LOG(kLogInfo, "ConnectionThread. Initialization of new connection is completed.");

@@ -63,7 +63,7 @@ Outcome Handshake(const std::string& source, int port, const std::string& appId,
   platform::SocketHandle socket = ConnectFrom(source, port);
   if (socket == platform::kInvalidSocket) return Outcome::kNoChallenge;
   ApplyConnectedSocketOptions(socket);
-  ChannelRef channel = WrapAcceptedSocket(socket);
+  ChannelRef channel = WrapAcceptedSocket(socket, ChannelLimits());
   return SpeakClientHandshake(*channel, appId, secret);
 }
 

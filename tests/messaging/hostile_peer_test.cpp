@@ -36,7 +36,8 @@ Bytes Int32Record(unsigned char type) {
 class RawClient {
  public:
   RawClient(int port, const std::string& appId)
-      : channel_(ConnectSocketChannel("127.0.0.1", static_cast<std::uint16_t>(port))) {
+      : channel_(
+            ConnectSocketChannel("127.0.0.1", static_cast<std::uint16_t>(port), ChannelLimits())) {
     established_ =
         channel_ && SpeakClientHandshake(*channel_, appId, kSecret) == Outcome::kEstablished;
   }

@@ -63,7 +63,8 @@ TEST_F(PipeSessionTest, ALongNameCarriesALargeListAndOverTheLimitPipesCloseWitho
   ASSERT_FALSE(listener.ExpectSeen("log 8 Startup completed for " + g_ownAppId).empty());
   const std::size_t linesBefore = listener.Lines().size();
   ChannelRef channel;
-  ASSERT_TRUE(WaitUntil([&] { return (channel = ConnectPipeChannel(pipe)).IsValid(); }));
+  ASSERT_TRUE(
+      WaitUntil([&] { return (channel = ConnectPipeChannel(pipe, ChannelLimits())).IsValid(); }));
   unsigned char byte = 0;
   EXPECT_EQ(channel->Read(&byte, 1), -1) << "closed before a byte";
   channel.Reset();
@@ -98,7 +99,8 @@ TEST_F(PipeListenerTest, ASecondProcessOnATakenNameSaysSoOnceAndQuitsAtOnce) {
   // A client that names nobody shows that the listener is up; its failure
   // line comes right before the next round makes the pipes again.
   ChannelRef probe;
-  ASSERT_TRUE(WaitUntil([&] { return (probe = ConnectPipeChannel(pipe)).IsValid(); }));
+  ASSERT_TRUE(
+      WaitUntil([&] { return (probe = ConnectPipeChannel(pipe, ChannelLimits())).IsValid(); }));
   const std::uint32_t noName = 0;
   ASSERT_EQ(probe->Write(&noName, sizeof noName), 4);
   ASSERT_TRUE(log_.WaitFor(kLogError, "Application start failed"));

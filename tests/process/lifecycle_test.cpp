@@ -231,7 +231,8 @@ TEST_F(LifecycleTest, RepeatedInitialiseIsCountedAndTheLastShutdownJoinsEveryThr
   for (int i = 0; i < 3; ++i)
     Shutdown();
   // The listener socket lives exactly as long as the TCP thread.
-  EXPECT_TRUE(ConnectSocketChannel("127.0.0.1", port)) << "the fourth call holds the library up";
+  EXPECT_TRUE(ConnectSocketChannel("127.0.0.1", port, ChannelLimits()))
+      << "the fourth call holds the library up";
 
   // A session each way, each with a call blocked in the peer's slot 2.
   Peer inbound(Named("inbound")), outbound(Named("outbound", testing::FreeTcpPort()));
@@ -280,7 +281,7 @@ void ShutDownFromListener(const char*, const char*, std::int32_t, const char*) {
 // shut the library down.
 TEST_F(LifecycleTest, SessionsEndByASilentCloseAProcessExitAndAShutdownFromTheirListener) {
   const int port = InitListening("door");
-  ChannelRef silent = ConnectSocketChannel("127.0.0.1", port);
+  ChannelRef silent = ConnectSocketChannel("127.0.0.1", port, ChannelLimits());
   ASSERT_TRUE(silent);
   ASSERT_TRUE(log_.WaitFor(kLogInfo, "ConnectionThread. Starting new application"));
 

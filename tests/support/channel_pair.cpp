@@ -33,15 +33,15 @@ int FreeTcpPort() {
   return endpoint.port;
 }
 
-ChannelPair MakeSocketChannelPair() {
+ChannelPair MakeSocketChannelPair(const ChannelLimits& limits) {
   platform::Ipv4Endpoint endpoint;
   platform::SocketHandle listener = BindLoopback(&endpoint);
   platform::Listen(listener, 1);
   ChannelPair pair;
-  pair.first = ConnectSocketChannel("127.0.0.1", endpoint.port);
+  pair.first = ConnectSocketChannel("127.0.0.1", endpoint.port, limits);
   platform::SocketHandle accepted = platform::Accept(listener, nullptr);
   ApplyConnectedSocketOptions(accepted);
-  pair.second = WrapAcceptedSocket(accepted);
+  pair.second = WrapAcceptedSocket(accepted, limits);
   platform::CloseSocket(listener);
   return pair;
 }
@@ -52,14 +52,15 @@ std::string UniquePipeName(const std::string& stem) {
          std::to_string(++counter);
 }
 
-ChannelPair MakePipeChannelPair() {
+ChannelPair MakePipeChannelPair(const ChannelLimits& limits) {
   std::string name = UniquePipeName("pair");
   SetPipeNames(name);
   ChannelPair pair;
-  std::thread listener([&pair] { pair.second = AcceptPipeChannel(nullptr); });
+  std::thread listener(
+      [&pair, &limits] { pair.second = AcceptPipeChannel(limits, kPipeAcceptWaitMs, nullptr); });
   // The listener's pipes may not exist yet: a connect fails at once then.
-  WaitUntil([&pair, &name] {
-    pair.first = ConnectPipeChannel(name);
+  WaitUntil([&pair, &name, &limits] {
+    pair.first = ConnectPipeChannel(name, limits);
     return static_cast<bool>(pair.first);
   });
   listener.join();

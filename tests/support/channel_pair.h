@@ -6,6 +6,7 @@
 
 #include <string>
 
+#include "transport/channel_limits.h"
 #include "transport/transport_channel.h"
 
 namespace vxbus {
@@ -20,9 +21,9 @@ struct ChannelPair {
 int FreeTcpPort();
 
 // Over loopback TCP, both ends configured as the library configures them.
-ChannelPair MakeSocketChannelPair();
+ChannelPair MakeSocketChannelPair(const ChannelLimits& limits = ChannelLimits());
 // Over a pair of local pipes under a name unique to this process and call.
-ChannelPair MakePipeChannelPair();
+ChannelPair MakePipeChannelPair(const ChannelLimits& limits = ChannelLimits());
 
 // A pipe base name that no other test process uses.
 std::string UniquePipeName(const std::string& stem);

@@ -40,24 +40,23 @@ std::int64_t MillisecondsSince(Clock::time_point start) {
   return std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - start).count();
 }
 
-// Every test may shorten the limits; they are put back afterwards.
+// Every test may shorten the limits that the channels it makes get.
 class ChannelTest : public ::testing::Test {
  protected:
-  ~ChannelTest() override { g_limits = saved_; }
-  VXLimits::Values& limits() { return g_limits.limits; }
+  ChannelLimits& limits() { return limits_; }
 
  private:
-  VXLimits saved_ = g_limits;
+  ChannelLimits limits_;
 };
 
 struct SocketKind {
-  static ChannelPair Make() { return MakeSocketChannelPair(); }
+  static ChannelPair Make(const ChannelLimits& limits) { return MakeSocketChannelPair(limits); }
   static std::vector<LogCapture::Line> ClosedLines() {
     return {{8, "Receive failed: socket closed"}};
   }
 };
 struct PipeKind {
-  static ChannelPair Make() { return MakePipeChannelPair(); }
+  static ChannelPair Make(const ChannelLimits& limits) { return MakePipeChannelPair(limits); }
   static std::vector<LogCapture::Line> ClosedLines() { return {}; }  // pipes log nothing
 };
 
@@ -71,12 +70,12 @@ TYPED_TEST_SUITE(BothChannels, Kinds);
 // pipe write to one read). A read above the size limit and a zero length touch
 // nothing, even with the peer gone; every receive or send call counts once.
 TYPED_TEST(BothChannels, CarriesLargeTransfersBothWaysAndCountsEachCallOnce) {
-  ChannelPair pair = TypeParam::Make();
+  ChannelPair pair = TypeParam::Make(this->limits());
   const std::uint32_t size = 2 * 1024 * 1024 + 17;
   const Bytes sent = Pattern(size);
   Bytes atFirst(size), atSecond(size);
   std::int32_t results[4] = {};
-  std::uint32_t receives = g_transportReceiveCalls;
+  std::uint32_t receives = Counters().transportReceiveCalls;
   std::thread threads[] = {
       std::thread([&] { results[0] = pair.first->Write(sent.data(), size); }),
       std::thread([&] { results[1] = pair.second->Write(sent.data(), size); }),
@@ -88,11 +87,12 @@ TYPED_TEST(BothChannels, CarriesLargeTransfersBothWaysAndCountsEachCallOnce) {
   for (std::int32_t result : results)
     EXPECT_EQ(result, static_cast<std::int32_t>(size));
   EXPECT_TRUE(atFirst == sent && atSecond == sent);
-  EXPECT_GE(g_transportReceiveCalls - receives, 2u);
+  EXPECT_GE(Counters().transportReceiveCalls - receives, 2u);
 
-  this->limits().MAX_READ_SIZE = 1000;
-  const std::uint32_t sends = g_transportSendCalls;
-  receives = g_transportReceiveCalls;
+  this->limits().maxReadSize = 1000;
+  pair = TypeParam::Make(this->limits());
+  const std::uint32_t sends = Counters().transportSendCalls;
+  receives = Counters().transportReceiveCalls;
   EXPECT_EQ(pair.second->Read(atSecond.data(), 1001), -1);
   EXPECT_EQ(pair.first->Write(sent.data(), 1001), 1001);  // writes have no such bound
   ASSERT_EQ(pair.second->WaitReadable(5000), 1);
@@ -103,8 +103,8 @@ TYPED_TEST(BothChannels, CarriesLargeTransfersBothWaysAndCountsEachCallOnce) {
   EXPECT_EQ(pair.second->Read(atSecond.data(), 0), 0);
   EXPECT_EQ(pair.second->Write(atSecond.data(), 0), 0);
   // A small read takes all that is there; the next one is served from it.
-  EXPECT_EQ(g_transportReceiveCalls - receives, 1u);
-  EXPECT_EQ(g_transportSendCalls - sends, 1u);
+  EXPECT_EQ(Counters().transportReceiveCalls - receives, 1u);
+  EXPECT_EQ(Counters().transportSendCalls - sends, 1u);
 }
 
 // A read of one byte with a stop flag, on a thread of its own.
@@ -129,8 +129,8 @@ std::int32_t ResultOf(std::future<std::int32_t>& read, ChannelRef& peer) {
 // local stop wakes one that would wait for its flag without end, and every
 // read after it fails without waiting; writing goes on.
 TYPED_TEST(BothChannels, StoppableReadsWaitForTheirFlagOrALocalStop) {
-  this->limits().IO_TIMEOUT_MS = 300;
-  ChannelPair pair = TypeParam::Make();
+  this->limits().ioTimeoutMs = 300;
+  ChannelPair pair = TypeParam::Make(this->limits());
   std::atomic<bool> stop{false};
   std::future<std::int32_t> read = ReadOneByte(pair.second, &stop);
   EXPECT_EQ(read.wait_for(std::chrono::milliseconds(1500)), std::future_status::timeout);
@@ -152,7 +152,7 @@ TYPED_TEST(BothChannels, StoppableReadsWaitForTheirFlagOrALocalStop) {
 // A peer gone mid-read fails the read, and writing to it must fail, not raise
 // a signal that ends the process.
 TYPED_TEST(BothChannels, PeerClosingFailsReadsAndWrites) {
-  ChannelPair pair = TypeParam::Make();
+  ChannelPair pair = TypeParam::Make(this->limits());
   LogCapture log;
   ASSERT_EQ(pair.first->Write(Pattern(10).data(), 10), 10);
   pair.first.Reset();
@@ -169,7 +169,7 @@ TYPED_TEST(BothChannels, PeerClosingFailsReadsAndWrites) {
 // after them, and pieces cross the read buffer's ends. Whatever the mix of read sizes, the bytes
 // arrive whole and in the order written, also across the bytes that a small read took ahead.
 TYPED_TEST(BothChannels, WriteBatchesAndBufferedReadsKeepTheByteOrder) {
-  ChannelPair pair = TypeParam::Make();
+  ChannelPair pair = TypeParam::Make(this->limits());
   const Bytes sent = Pattern(3 * 1024 * 1024 + 1000);
   const std::uint32_t pieces[] = {16, 100, 7, 3000, 200 * 1024, 5, 2 * 1024 * 1024, 24, 9};
   Bytes got(sent.size());
@@ -185,12 +185,12 @@ TYPED_TEST(BothChannels, WriteBatchesAndBufferedReadsKeepTheByteOrder) {
       at += size;
     }
   });
-  const std::uint32_t sends = g_transportSendCalls;
+  const std::uint32_t sends = Counters().transportSendCalls;
   pair.first->BeginWriteBatch();
   for (std::uint32_t i = 0; i < 4; ++i)
     ASSERT_EQ(pair.first->Write(sent.data() + i * 4, 4), 4);
   ASSERT_EQ(pair.first->EndWriteBatch(), 0);
-  EXPECT_EQ(g_transportSendCalls - sends, 1u);
+  EXPECT_EQ(Counters().transportSendCalls - sends, 1u);
 
   std::uint32_t at = 16;
   pair.first->BeginWriteBatch();
@@ -210,7 +210,7 @@ TYPED_TEST(BothChannels, WriteBatchesAndBufferedReadsKeepTheByteOrder) {
 // arrives whole: a full pipe or socket holds the writer back, it loses
 // nothing.
 TYPED_TEST(BothChannels, AFullChannelHoldsTheBatchBackUntilTheReaderReads) {
-  ChannelPair pair = TypeParam::Make();
+  ChannelPair pair = TypeParam::Make(this->limits());
   const Bytes sent = Pattern(40000 * 100);  // whole pieces of 100
   Signal written;
   std::int32_t ended = 1;
@@ -234,7 +234,7 @@ TYPED_TEST(BothChannels, AFullChannelHoldsTheBatchBackUntilTheReaderReads) {
 // A peer that goes away while a batch is under way fails the batch, in a
 // write or at its end, and raises no signal.
 TYPED_TEST(BothChannels, APeerThatClosesMidBatchFailsTheBatch) {
-  ChannelPair pair = TypeParam::Make();
+  ChannelPair pair = TypeParam::Make(this->limits());
   const Bytes sent = Pattern(8 * 1024 * 1024);
   pair.first->BeginWriteBatch();
   ASSERT_EQ(pair.first->Write(sent.data(), 50), 50);
@@ -251,7 +251,7 @@ TYPED_TEST(BothChannels, APeerThatClosesMidBatchFailsTheBatch) {
 // only the read past them fails. A frame cut short by the writer's close
 // fails its read.
 TYPED_TEST(BothChannels, BytesTakenAheadOutliveTheWriterAndACutFrameFails) {
-  ChannelPair pair = TypeParam::Make();
+  ChannelPair pair = TypeParam::Make(this->limits());
   const Bytes sent = Pattern(100);
   ASSERT_EQ(pair.first->Write(sent.data(), 10), 10);
   Bytes got(100);
@@ -264,7 +264,7 @@ TYPED_TEST(BothChannels, BytesTakenAheadOutliveTheWriterAndACutFrameFails) {
   EXPECT_EQ(pair.second->Read(got.data(), 1), -1);
   EXPECT_EQ(log.Lines(), TypeParam::ClosedLines());
 
-  pair = TypeParam::Make();
+  pair = TypeParam::Make(this->limits());
   ASSERT_EQ(pair.first->Write(sent.data(), 60), 60);
   pair.first.Reset();
   EXPECT_EQ(pair.second->Read(got.data(), 100), -1);
@@ -276,8 +276,8 @@ using SocketChannelTest = ChannelTest;
 // limit rounded up to whole seconds, plus 1 ms. Data that trickles in does not
 // reset its clock: it fails once the whole limit has passed.
 TEST_F(SocketChannelTest, PlainReadGivesUpAfterHalfTheLimitOfSilenceOrTheWholeLimit) {
-  limits().IO_TIMEOUT_MS = 2000;
-  ChannelPair pair = MakeSocketChannelPair();
+  limits().ioTimeoutMs = 2000;
+  ChannelPair pair = MakeSocketChannelPair(limits());
   LogCapture log;
   EXPECT_EQ(pair.second->WaitReadable(20), 0);
   unsigned char byte;
@@ -288,8 +288,8 @@ TEST_F(SocketChannelTest, PlainReadGivesUpAfterHalfTheLimitOfSilenceOrTheWholeLi
   EXPECT_LT(elapsed, 1900) << "a silent read ends after half the limit";
   EXPECT_TRUE(log.Lines().empty());
 
-  limits().IO_TIMEOUT_MS = 600;
-  pair = MakeSocketChannelPair();
+  limits().ioTimeoutMs = 600;
+  pair = MakeSocketChannelPair(limits());
   Signal stop;
   std::thread trickler([&] {
     unsigned char byte = 7;
@@ -308,21 +308,20 @@ TEST_F(SocketChannelTest, PlainReadGivesUpAfterHalfTheLimitOfSilenceOrTheWholeLi
 }
 
 TEST_F(ChannelTest, ConnectAndAcceptWithoutAPartnerFail) {
-  EXPECT_FALSE(ConnectSocketChannel("127.0.0.1", static_cast<std::uint16_t>(FreeTcpPort())));
+  EXPECT_FALSE(
+      ConnectSocketChannel("127.0.0.1", static_cast<std::uint16_t>(FreeTcpPort()), limits()));
   const std::string base = UniquePipeName("alone");
   Clock::time_point start = Clock::now();
-  EXPECT_FALSE(ConnectPipeChannel(""));
-  EXPECT_FALSE(ConnectPipeChannel(base));
+  EXPECT_FALSE(ConnectPipeChannel("", limits()));
+  EXPECT_FALSE(ConnectPipeChannel(base, limits()));
   EXPECT_LT(MillisecondsSince(start), 5000) << "no wait for a listener";
 
-  const std::uint32_t savedWait = g_pipeAcceptWaitMs.exchange(200);
   SetPipeNames(base);
   start = Clock::now();
-  EXPECT_FALSE(AcceptPipeChannel(nullptr));
+  EXPECT_FALSE(AcceptPipeChannel(limits(), 200, nullptr));
   EXPECT_GE(MillisecondsSince(start), 200);
   EXPECT_LT(MillisecondsSince(start), 5000);
-  g_pipeAcceptWaitMs = savedWait;
-  EXPECT_FALSE(ConnectPipeChannel(base)) << "the listener is gone after its round";
+  EXPECT_FALSE(ConnectPipeChannel(base, limits())) << "the listener is gone after its round";
 }
 
 // Pipe names too long for the system, mapped the same way on both ends.
@@ -377,7 +376,7 @@ TEST_F(PipeConnectionThreadTest, ShutdownEndsARunningListener) {
   const std::string pipe = UniquePipeName("idle");
   ASSERT_EQ(VXInitializeWithPipeChannel(pipe.c_str(), nullptr, "idle", 0, nullptr), VX_SUCCESS);
   VXConnectionReady();
-  ASSERT_TRUE(WaitUntil([&] { return ConnectPipeChannel(pipe).IsValid(); }));
+  ASSERT_TRUE(WaitUntil([&] { return ConnectPipeChannel(pipe, ChannelLimits()).IsValid(); }));
   HalfOpenPipe half;
   ASSERT_TRUE(WaitUntil([&] { return half.Open(SystemPipeName(pipe + "_in")); }));
   auto shutdown = std::async(std::launch::async, [] { return VXShutdown(); });
@@ -386,7 +385,7 @@ TEST_F(PipeConnectionThreadTest, ShutdownEndsARunningListener) {
   EXPECT_TRUE(ended);
   EXPECT_EQ(shutdown.get(), VX_SUCCESS);
   EXPECT_EQ(log_.Count("ConnThread Shutdown"), 1);
-  EXPECT_FALSE(ConnectPipeChannel(pipe).IsValid());  // no pipe stays behind
+  EXPECT_FALSE(ConnectPipeChannel(pipe, ChannelLimits()).IsValid());  // no pipe stays behind
 }
 
 // A client that opens only "_in" and holds it holds the listener for one
@@ -400,8 +399,8 @@ TEST_F(PipeConnectionThreadTest, AClientWithOnlyTheInHalfHoldsTheListenerForOneW
   ASSERT_TRUE(WaitUntil([&] { return half.Open(SystemPipeName(pipe + "_in")); }));
   // Generous: a connect that waits for a busy listener may see the next
   // round only when its own 10-second wait for a pipe instance ends.
-  EXPECT_TRUE(
-      WaitUntil([&] { return ConnectPipeChannel(pipe).IsValid(); }, std::chrono::seconds(30)));
+  EXPECT_TRUE(WaitUntil([&] { return ConnectPipeChannel(pipe, ChannelLimits()).IsValid(); },
+                        std::chrono::seconds(30)));
   half.Close();
   EXPECT_EQ(VXShutdown(), VX_SUCCESS);
 }
