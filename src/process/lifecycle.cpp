@@ -17,6 +17,7 @@
 #include "messaging/signals.h"
 #include "platform/host.h"
 #include "platform/socket.h"
+#include "process/limits_merge.h"
 #include "runtime/log.h"
 #include "runtime/process_state.h"
 #include "session/dropped_messages.h"
@@ -100,19 +101,6 @@ bool IsSet(const char* text) {
   return text != nullptr && *text != '\0';
 }
 
-// Non-zero words of the caller replace the defaults; the secret block is
-// taken unconditionally, also when it is all zero.
-void MergeLimits(const VXLimits* limits) {
-  if (limits == nullptr || limits->size != g_defaultLimits.size) return;
-  std::uint32_t* target = &g_limits.limits.MAX_CONNECTIONS;
-  const std::uint32_t* given = &limits->limits.MAX_CONNECTIONS;
-  constexpr int kWords = 8;  // MAX_CONNECTIONS to IO_TIMEOUT_MS
-  for (int i = 0; i < kWords; ++i)
-    if (given[i] != 0) target[i] = given[i];
-  std::memcpy(g_limits.limits.authBlock, limits->limits.authBlock,
-              sizeof g_limits.limits.authBlock);
-}
-
 _tag_VX_ERROR InitializeCommon(const char* pipeName, const char* bindAddress, const char* appName,
                                std::int32_t port, const VXLimits* limits) {
   std::lock_guard<std::recursive_mutex> lock(g_initLock);
@@ -122,8 +110,7 @@ _tag_VX_ERROR InitializeCommon(const char* pipeName, const char* bindAddress, co
     (void)exitStepRegistered;
     platform::StartSocketLibrary();
     std::lock_guard<std::mutex> secretLock(SecretMutex());
-    g_limits = g_defaultLimits;
-    MergeLimits(limits);
+    g_limits = MergeLimits(g_defaultLimits, limits);
   }
   // The count stays raised on every path below; each call needs its shutdown.
   if (!platform::GetHostName(g_hostName, sizeof g_hostName)) return VX_ERROR_FAILED;
