@@ -8,9 +8,9 @@
 #include <string>
 #include <vector>
 
+#include "messaging/messaging_context.h"
 #include "messaging/signal_table.h"
 #include "messaging/slot_table.h"
-#include "runtime/process_state.h"
 #include "session/session_registry.h"
 #include "vxbus.h"
 
@@ -56,8 +56,8 @@ struct SignalCopy {
 
 std::vector<SignalCopy> CopySignals() {
   std::vector<SignalCopy> copies;
-  std::lock_guard<std::recursive_mutex> lock(g_signalTable.mutex);
-  for (const auto& [name, subscribers] : g_signalTable.signals) {
+  std::lock_guard<std::recursive_mutex> lock(Messaging().Signals().mutex);
+  for (const auto& [name, subscribers] : Messaging().Signals().signals) {
     SignalCopy copy{name, {}, {}};
     for (const VXSubscriber& subscriber : subscribers) {
       const bool alive = subscriber.session.IsValid();
@@ -84,7 +84,7 @@ void SetSignals(HVXPARAMLIST info) {
 }
 
 void SetSessions(HVXPARAMLIST info) {
-  const std::vector<SessionRef> sessions = g_applications.Sessions();
+  const std::vector<SessionRef> sessions = Messaging().Sessions().Sessions();
   const auto now = std::chrono::steady_clock::now();
   std::vector<NewList> owned(sessions.size());
   std::vector<HVXPARAMLIST> handles;
@@ -123,7 +123,7 @@ void SetCounters(HVXPARAMLIST info) {
 
 // Fills `info`, which holds nothing yet, with what VXGetBusInfo describes.
 void FillBusInfo(HVXPARAMLIST info) {
-  VXSetStringValue(info, "appId", g_ownAppId.c_str());
+  VXSetStringValue(info, "appId", Messaging().OwnAppId().c_str());
   VXSetStringValue(info, "version", VXGetVersion());
   SetInt32s(info, "slots", VXSlotTable::Instance().Ids());
   SetSignals(info);

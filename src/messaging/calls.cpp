@@ -4,6 +4,7 @@
 
 #include "messaging/call_sending.h"
 #include "messaging/flow_id.h"
+#include "messaging/messaging_context.h"
 #include "paramlist/handle.h"
 #include "session/back_pressure.h"
 #include "session/session_registry.h"
@@ -22,8 +23,8 @@ MessageRef SendCall(const char* applicationName, std::uint32_t slotId, HVXPARAML
     // The lock spans the look-up and the push, so a session found here can't
     // be erased and drained before the message stands in its queue. A claim
     // of the idle writer does the same: the writer can't end while it is held.
-    std::lock_guard<std::recursive_mutex> lock(g_applications.Mutex());
-    session = g_applications.FindLocked(applicationName);
+    std::lock_guard<std::recursive_mutex> lock(Messaging().Sessions().Mutex());
+    session = Messaging().Sessions().FindLocked(applicationName);
     if (!session.IsValid()) return MessageRef();
     IVXMessage::EventRef event(new MTObjects::Latch);
     message = new VXSlotCallMessage(event, session, slotId, list, nullptr, nullptr);
@@ -46,7 +47,7 @@ HVXPARAMLIST VXCall(const char* applicationName, std::uint32_t slotId, HVXPARAML
   if (!message) return VX_INVALID_PARAMLIST;
   // No time limit: a call lasts as long as its session does. A slot waiting
   // here needs a reader to bring the reply, so readers must not wait for it.
-  VXMessageQueue::ConsumerAway away(g_dispatchQueue);
+  VXMessageQueue::ConsumerAway away(Messaging().DispatchQueue());
   message->WaitForCompletion();
   return TakeReply(message);
 }
@@ -56,7 +57,7 @@ HVXPARAMLIST VXCall(const char* applicationName, std::uint32_t slotId, HVXPARAML
 // in the dead queue without completion.
 _tag_VX_ERROR VXNotify(const char* applicationName, std::uint32_t slotId, HVXPARAMLIST list,
                        VXNotifyCallback callback, void* userData) {
-  SessionRef found = g_applications.Find(applicationName);
+  SessionRef found = Messaging().Sessions().Find(applicationName);
   if (!found.IsValid()) return VX_ERROR_NO_APPLICATION;
   // The message takes over the look-up's reference, and ours to the message
   // holds the session until we return: the message's count is this thread's

@@ -8,6 +8,7 @@
 
 #include "messaging/call_sending.h"
 #include "messaging/deadline_timer.h"
+#include "messaging/messaging_context.h"
 #include "messaging/timed_notification.h"
 #include "session/back_pressure.h"
 #include "session/message_queue.h"
@@ -22,7 +23,7 @@ HVXPARAMLIST VXCallWithTimeout(const char* applicationName, std::uint32_t slotId
   MessageRef message = SendCall(applicationName, slotId, list);
   if (!message) return VX_INVALID_PARAMLIST;
   // As in VXCall: a slot waiting here needs a reader to bring the reply.
-  VXMessageQueue::ConsumerAway away(g_dispatchQueue);
+  VXMessageQueue::ConsumerAway away(Messaging().DispatchQueue());
   if (!message->WaitForCompletion(std::chrono::milliseconds(timeoutMs)))
     return VX_INVALID_PARAMLIST;
   return TakeReply(message);
@@ -35,7 +36,7 @@ _tag_VX_ERROR VXNotifyWithTimeout(const char* applicationName, std::uint32_t slo
     return VXNotify(applicationName, slotId, list, callback, userData);
   const DeadlineClock::time_point deadline =
       DeadlineClock::now() + std::chrono::milliseconds(timeoutMs);
-  SessionRef found = g_applications.Find(applicationName);
+  SessionRef found = Messaging().Sessions().Find(applicationName);
   if (!found.IsValid()) return VX_ERROR_NO_APPLICATION;
   Session& session = *found;
   TimedNotificationRef message(

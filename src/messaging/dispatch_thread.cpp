@@ -5,12 +5,12 @@
 #include <string>
 #include <thread>
 
+#include "messaging/messaging_context.h"
 #include "messaging/slot_table.h"
 #include "paramlist/handle.h"
 #include "paramlist/param_list.h"
 #include "runtime/log.h"
 #include "runtime/printable_name.h"
-#include "runtime/process_state.h"
 #include "session/message_queue.h"
 #include "session/session.h"
 #include "session/session_registry.h"
@@ -85,37 +85,40 @@ void CompleteUnwrittenCall(IVXMessage& message) {
 }  // namespace
 
 QueueTally DropDispatchBacklog() {
+  VXMessageQueue& queue = Messaging().DispatchQueue();
   QueueTally dropped;
   // Pushed nulls count no bytes: once none are left, only wake-ups remain.
-  while (g_dispatchQueue.QueuedBytes() != 0) {
+  while (queue.QueuedBytes() != 0) {
     MessageRef message;
-    g_dispatchQueue.Pop(message, 0);
+    queue.Pop(message, 0);
     if (!message) continue;
     dropped.Add(VXMessageQueue::MessageBytes(message));
     if (message->GetState() == kStateReply) CompleteUnwrittenCall(*message);
   }
-  g_dispatchQueue.Clear();
+  queue.Clear();
   return dropped;
 }
 
 void DispatchThread() {
+  MessagingContext& context = Messaging();
+  VXMessageQueue& queue = context.DispatchQueue();
   DroppedMessages dropped;
-  g_dispatchQueue.SetConsumerThread(std::this_thread::get_id());
+  queue.SetConsumerThread(std::this_thread::get_id());
   for (;;) {
-    if (g_shuttingDown.load(std::memory_order_relaxed) && g_applications.Size() == 0) {
+    if (context.ShuttingDown() && context.Sessions().Size() == 0) {
       dropped.Report();
-      g_dispatchQueue.SetConsumerThread(std::thread::id());
+      queue.SetConsumerThread(std::thread::id());
       return;
     }
     MessageRef message;
     if (dropped.Pending()) {
-      g_dispatchQueue.Pop(message, 0);
+      queue.Pop(message, 0);
       if (!message) {  // dry, or a wake-up: either way the end condition is due
         dropped.Report();
         continue;
       }
     } else {
-      g_dispatchQueue.Pop(message, -1);
+      queue.Pop(message, -1);
       if (!message) continue;  // a wake-up to test the end condition
     }
     const std::uint32_t state = message->GetState();
@@ -124,7 +127,7 @@ void DispatchThread() {
       // line although the other sessions take their turns in between.
       dropped.Add(message->GetSession());
       MessageRef next;
-      while (g_dispatchQueue.PopSameLane(next)) {
+      while (queue.PopSameLane(next)) {
         if (IsRequest(next->GetState())) {
           dropped.Add(next->GetSession());
         } else if (next->GetState() == kStateReply) {

@@ -8,7 +8,7 @@
 namespace vxbus {
 
 // Runs until the process shuts down with no session left. Requests reach it
-// through g_dispatchQueue, which serves the sessions in turn: one request of
+// through the dispatch queue, which serves the sessions in turn: one request of
 // each session that has any, then the next round; a session's own requests
 // run in their order.
 void DispatchThread();

@@ -3,13 +3,10 @@
 
 #include <algorithm>
 
+#include "messaging/messaging_context.h"
 #include "session/session.h"
 
 namespace vxbus {
-
-// Never destroyed: a session that ends while the process exits still takes
-// its subscriptions out of it.
-VXSignalTable& g_signalTable = *new VXSignalTable;
 
 void VXSignalTable::RemoveSession(const Session* session) {
   std::lock_guard<std::recursive_mutex> lock(mutex);
@@ -24,13 +21,13 @@ void VXSignalTable::RemoveSession(const Session* session) {
 
 }  // namespace vxbus
 
-using vxbus::g_signalTable;
+using vxbus::Messaging;
 
 // Registering a name that exists throws its subscribers out without a word.
 _tag_VX_ERROR VXRegisterSignal(const char* signalName) {
   if (signalName == nullptr) return VX_SUCCESS;  // nothing to name an entry by; still 0
-  std::lock_guard<std::recursive_mutex> lock(g_signalTable.mutex);
-  g_signalTable.signals[signalName] = vxbus::VXSignalTable::SubscriberList();
+  std::lock_guard<std::recursive_mutex> lock(Messaging().Signals().mutex);
+  Messaging().Signals().signals[signalName] = vxbus::VXSignalTable::SubscriberList();
   return VX_SUCCESS;
 }
 
@@ -43,9 +40,9 @@ _tag_VX_ERROR VXRegisterSignals(const _tag_SIGNAL_DESCRIPTION* signals, int coun
 
 _tag_VX_ERROR VXUnregisterSignal(const char* signalName) {
   if (signalName == nullptr) return VX_ERROR_NO_SIGNAL;
-  std::lock_guard<std::recursive_mutex> lock(g_signalTable.mutex);
-  auto it = g_signalTable.signals.find(signalName);
-  if (it == g_signalTable.signals.end()) return VX_ERROR_NO_SIGNAL;
-  g_signalTable.signals.erase(it);
+  std::lock_guard<std::recursive_mutex> lock(Messaging().Signals().mutex);
+  auto it = Messaging().Signals().signals.find(signalName);
+  if (it == Messaging().Signals().signals.end()) return VX_ERROR_NO_SIGNAL;
+  Messaging().Signals().signals.erase(it);
   return VX_SUCCESS;
 }

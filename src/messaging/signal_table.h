@@ -27,8 +27,6 @@ struct VXSignalTable {
   void RemoveSession(const Session* session);
 };
 
-extern VXSignalTable& g_signalTable;
-
 }  // namespace vxbus
 
 #endif  // VXBUS_MESSAGING_SIGNAL_TABLE_H_

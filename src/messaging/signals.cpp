@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "messaging/messaging_context.h"
 #include "messaging/signal_table.h"
 #include "session/session.h"
 #include "session/session_registry.h"
@@ -35,11 +36,11 @@ const char* NameOf(const SessionRef& session) {
 _tag_VX_ERROR SubscribeSlot(HVXPARAMLIST input, HVXPARAMLIST /*output*/, VXSlotContext* context) {
   std::string signal = SignalNameOf(input);
   std::uint32_t slot = VXGetInt32Value(input, kSlotNameKey);
-  std::lock_guard<std::recursive_mutex> lock(g_signalTable.mutex);
-  SessionRef session = g_applications.Find(context->senderName);
+  std::lock_guard<std::recursive_mutex> lock(Messaging().Signals().mutex);
+  SessionRef session = Messaging().Sessions().Find(context->senderName);
   if (!session.IsValid()) return VX_SUCCESS;
-  auto it = g_signalTable.signals.find(signal);
-  if (it == g_signalTable.signals.end()) return VX_SUCCESS;
+  auto it = Messaging().Signals().signals.find(signal);
+  if (it == Messaging().Signals().signals.end()) return VX_SUCCESS;
   // No test for a duplicate: connecting twice means running twice.
   it->second.push_back(VXSubscriber{session, slot});
   return VX_SUCCESS;
@@ -48,9 +49,9 @@ _tag_VX_ERROR SubscribeSlot(HVXPARAMLIST input, HVXPARAMLIST /*output*/, VXSlotC
 _tag_VX_ERROR UnsubscribeSlot(HVXPARAMLIST input, HVXPARAMLIST /*output*/, VXSlotContext* context) {
   std::string signal = SignalNameOf(input);
   std::uint32_t slot = VXGetInt32Value(input, kSlotNameKey);
-  std::lock_guard<std::recursive_mutex> lock(g_signalTable.mutex);
-  auto it = g_signalTable.signals.find(signal);
-  if (it == g_signalTable.signals.end()) return VX_SUCCESS;
+  std::lock_guard<std::recursive_mutex> lock(Messaging().Signals().mutex);
+  auto it = Messaging().Signals().signals.find(signal);
+  if (it == Messaging().Signals().signals.end()) return VX_SUCCESS;
   auto& list = it->second;
   for (auto entry = list.begin(); entry != list.end(); ++entry) {
     if (entry->slot == slot && std::strcmp(NameOf(entry->session), context->senderName) == 0) {
@@ -85,9 +86,9 @@ _tag_VX_ERROR VXDisconnectSignal(const char* applicationName, const char* signal
 _tag_VX_ERROR VXEmit(const char* signalName, HVXPARAMLIST list, VXNotifyCallback callback,
                      void* userData) {
   if (signalName == nullptr) return VX_ERROR_NO_SIGNAL;  // no name is never registered
-  std::unique_lock<std::recursive_mutex> lock(g_signalTable.mutex);
-  auto it = g_signalTable.signals.find(signalName);
-  if (it == g_signalTable.signals.end()) return VX_ERROR_NO_SIGNAL;
+  std::unique_lock<std::recursive_mutex> lock(Messaging().Signals().mutex);
+  auto it = Messaging().Signals().signals.find(signalName);
+  if (it == Messaging().Signals().signals.end()) return VX_ERROR_NO_SIGNAL;
   if (it->second.empty()) {
     lock.unlock();
     if (callback) callback(nullptr, 0, list, VX_INVALID_PARAMLIST, userData);

@@ -15,7 +15,7 @@ using vxbus::ParamList;
 namespace {
 
 template <class Set>
-_tag_VX_ERROR SetOn(HVXPARAMLIST list, Set set) {
+VX_ERROR SetOn(HVXPARAMLIST list, Set set) {
   ParamList* l = ListFromHandle(list);
   if (l == nullptr) return VX_ERROR_FAILED;
   return set(*l) ? VX_SUCCESS : VX_ERROR_FAILED;
@@ -23,25 +23,25 @@ _tag_VX_ERROR SetOn(HVXPARAMLIST list, Set set) {
 
 }  // namespace
 
-_tag_VX_ERROR VXSetStringValue(HVXPARAMLIST list, const char* name, const char* value) {
+VX_ERROR VXSetStringValue(HVXPARAMLIST list, const char* name, const char* value) {
   return SetOn(list, [&](ParamList& l) { return l.SetString(name, value); });
 }
 
-_tag_VX_ERROR VXSetInt32Value(HVXPARAMLIST list, const char* name, std::uint32_t value) {
+VX_ERROR VXSetInt32Value(HVXPARAMLIST list, const char* name, std::uint32_t value) {
   return SetOn(list, [&](ParamList& l) { return l.SetInt32(name, value); });
 }
 
-_tag_VX_ERROR VXSetInt64Value(HVXPARAMLIST list, const char* name, std::uint64_t value) {
+VX_ERROR VXSetInt64Value(HVXPARAMLIST list, const char* name, std::uint64_t value) {
   return SetOn(list, [&](ParamList& l) { return l.SetInt64(name, value); });
 }
 
-_tag_VX_ERROR VXSetBinaryValue(HVXPARAMLIST list, const char* name, const void* data,
-                               std::uint32_t length) {
+VX_ERROR VXSetBinaryValue(HVXPARAMLIST list, const char* name, const void* data,
+                          std::uint32_t length) {
   return SetOn(list, [&](ParamList& l) { return l.SetBinary(name, data, length); });
 }
 
 // A null item stores an empty value rather than reading through null.
-_tag_VX_ERROR VXSetBinaryItem(HVXPARAMLIST list, const char* name, const _tag_BINARYITEM* item) {
+VX_ERROR VXSetBinaryItem(HVXPARAMLIST list, const char* name, const BINARYITEM* item) {
   return SetOn(list, [&](ParamList& l) {
     if (item == nullptr) return l.SetBinary(name, nullptr, 0);
     return l.SetBinary(name, item->data, item->length);
@@ -49,40 +49,40 @@ _tag_VX_ERROR VXSetBinaryItem(HVXPARAMLIST list, const char* name, const _tag_BI
 }
 
 // The list takes a reference of its own; the caller keeps theirs.
-_tag_VX_ERROR VXSetHandleValue(HVXPARAMLIST list, const char* name, HVXPARAMLIST value) {
+VX_ERROR VXSetHandleValue(HVXPARAMLIST list, const char* name, HVXPARAMLIST value) {
   return SetOn(list,
                [&](ParamList& l) { return l.SetHandle(name, ListRef(ListFromHandle(value))); });
 }
 
-_tag_VX_ERROR VXSetStringArray(HVXPARAMLIST list, const char* name, std::uint32_t count,
-                               const char* const* values) {
+VX_ERROR VXSetStringArray(HVXPARAMLIST list, const char* name, std::uint32_t count,
+                          const char* const* values) {
   return SetOn(list, [&](ParamList& l) { return l.SetStringArray(name, values, count); });
 }
 
-_tag_VX_ERROR VXSetInt32Array(HVXPARAMLIST list, const char* name, std::uint32_t count,
-                              const std::uint32_t* values) {
+VX_ERROR VXSetInt32Array(HVXPARAMLIST list, const char* name, std::uint32_t count,
+                         const std::uint32_t* values) {
   return SetOn(list, [&](ParamList& l) { return l.SetInt32Array(name, values, count); });
 }
 
-_tag_VX_ERROR VXSetInt64Array(HVXPARAMLIST list, const char* name, std::uint32_t count,
-                              const std::uint64_t* values) {
+VX_ERROR VXSetInt64Array(HVXPARAMLIST list, const char* name, std::uint32_t count,
+                         const std::uint64_t* values) {
   return SetOn(list, [&](ParamList& l) { return l.SetInt64Array(name, values, count); });
 }
 
-_tag_VX_ERROR VXSetBinaryArray(HVXPARAMLIST list, const char* name, std::uint32_t count,
-                               const void* const* data, const std::uint32_t* lengths) {
+VX_ERROR VXSetBinaryArray(HVXPARAMLIST list, const char* name, std::uint32_t count,
+                          const void* const* data, const std::uint32_t* lengths) {
   return SetOn(list, [&](ParamList& l) { return l.SetBinaryArray(name, data, lengths, count); });
 }
 
-_tag_VX_ERROR VXSetBinaryItemArray(HVXPARAMLIST list, const char* name, std::uint32_t count,
-                                   const _tag_BINARYITEM* items) {
+VX_ERROR VXSetBinaryItemArray(HVXPARAMLIST list, const char* name, std::uint32_t count,
+                              const BINARYITEM* items) {
   return SetOn(list, [&](ParamList& l) { return l.SetBinaryArray(name, items, count); });
 }
 
 // The caller's handles are borrowed: each gets a temporary reference for the
 // call, and the list adds its own.
-_tag_VX_ERROR VXSetHandleArray(HVXPARAMLIST list, const char* name, std::uint32_t count,
-                               const HVXPARAMLIST* values) {
+VX_ERROR VXSetHandleArray(HVXPARAMLIST list, const char* name, std::uint32_t count,
+                          const HVXPARAMLIST* values) {
   return SetOn(list, [&](ParamList& l) {
     vxbus::VXMemoryBufferTpl<512> scratch;
     if (!scratch.Resize(8ull * count + 4)) return false;

@@ -98,7 +98,7 @@ void PrintBytes(std::ostream& out, const void* value) {
 }
 
 // One line per element, each behind its index in the stream's current base.
-void PrintArray(Walk& walk, HVXPARAMLIST list, const _tag_VXPARAMVALUE* value, std::int32_t depth) {
+void PrintArray(Walk& walk, HVXPARAMLIST list, const VXPARAMVALUE* value, std::int32_t depth) {
   std::ostream& out = walk.out;
   const unsigned char* elements = value->Bytes() + 5;
   const std::uint32_t count = value->Count();
@@ -129,7 +129,7 @@ void PrintArray(Walk& walk, HVXPARAMLIST list, const _tag_VXPARAMVALUE* value, s
   }
 }
 
-void PrintValue(Walk& walk, HVXPARAMLIST list, const _tag_VXPARAMVALUE* value, std::int32_t depth) {
+void PrintValue(Walk& walk, HVXPARAMLIST list, const VXPARAMVALUE* value, std::int32_t depth) {
   std::ostream& out = walk.out;
   const bool printTypes = walk.printTypes;
   const int type = value->GetType();
@@ -180,7 +180,7 @@ void PrintValue(Walk& walk, HVXPARAMLIST list, const _tag_VXPARAMVALUE* value, s
 
 void PrintList(Walk& walk, HVXPARAMLIST list, std::int32_t depth) {
   if (list.value == nullptr || !walk.printed.insert(list.value).second) return;
-  for (const _tag_VXPARAMINFO* info = VXGetFirstParam(list); info != nullptr && walk.out;
+  for (const VXPARAMINFO* info = VXGetFirstParam(list); info != nullptr && walk.out;
        info = VXGetNextParam(list, info)) {
     Indent(walk.out, depth);
     walk.out << info->name;
@@ -197,7 +197,7 @@ void PrintFramed(std::ostream& out, HVXPARAMLIST list, bool printTypes) {
 
 }  // namespace
 
-void PrintHandleInfoRecurse(std::ostream& out, _tag_HVXPARAMLIST list, bool printTypes,
+void PrintHandleInfoRecurse(std::ostream& out, HVXPARAMLIST list, bool printTypes,
                             std::int32_t depth) {
   Walk walk{out, printTypes, {}};
   PrintList(walk, list, depth);

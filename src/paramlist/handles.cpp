@@ -24,9 +24,9 @@ using Scratch = vxbus::VXMemoryBufferTpl<512>;
 
 // Sets one record of `from` on `to` under the record's own name. A type byte
 // that no setter takes causes no Set; the walk's next step then reports it.
-void CopyRecord(const ParamList& from, const _tag_VXPARAMINFO* record, ParamList& to) {
+void CopyRecord(const ParamList& from, const VXPARAMINFO* record, ParamList& to) {
   const char* name = record->name;
-  const _tag_VXPARAMVALUE* value = record->GetValue();
+  const VXPARAMVALUE* value = record->GetValue();
   const unsigned char* t = value->Bytes();
   switch (value->type) {
     case PT_STRING:
@@ -68,9 +68,9 @@ void CopyRecord(const ParamList& from, const _tag_VXPARAMINFO* record, ParamList
       std::uint32_t c = value->Count();
       Scratch scratch;
       if (!scratch.Resize(12ull * c + 4)) return;
-      auto* items = reinterpret_cast<_tag_BINARYITEM*>(scratch.data);
+      auto* items = reinterpret_cast<BINARYITEM*>(scratch.data);
       for (std::uint32_t i = 0; i < c; ++i) {
-        const _tag_BINARYVALUE* item = value->GetBinary(i);
+        const BINARYVALUE* item = value->GetBinary(i);
         items[i].length = item->length;
         items[i].data = item->data;
       }
@@ -136,7 +136,7 @@ HVXPARAMLIST VXCloneHandle(HVXPARAMLIST list) {
 std::int32_t VXCopyHandle(HVXPARAMLIST source, HVXPARAMLIST destination) {
   const ParamList* from = ListFromHandle(source);
   if (from == nullptr) return 0;
-  const _tag_VXPARAMINFO* record = from->First();
+  const VXPARAMINFO* record = from->First();
   if (record == nullptr) return 0;
   ParamList* to = ListFromHandle(destination);
   if (to == nullptr || to == from) return 0;

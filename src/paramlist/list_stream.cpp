@@ -5,7 +5,6 @@
 #include <cstdint>
 
 #include "paramlist/param_list.h"
-#include "runtime/process_state.h"
 
 namespace vxbus {
 
@@ -56,8 +55,9 @@ std::int32_t ParamList::WriteList(IByteStream* channel, bool hasNext, std::uint3
 // Grows the image to exactly the need and reads behind `used`. On failure
 // `used` stays, the larger allocation too. A length that the channel would
 // refuse is refused before anything is reserved for it.
-std::int32_t ParamList::ReadOntoImage(IByteStream* channel, std::uint32_t length) {
-  if (length > g_limits.limits.MAX_READ_SIZE) return -1;
+std::int32_t ParamList::ReadOntoImage(IByteStream* channel, std::uint32_t maxReadSize,
+                                      std::uint32_t length) {
+  if (length > maxReadSize) return -1;
   if (!Reserve(length)) return -1;
   std::int32_t r = channel->Read(data + used, length);
   if (r >= 0) used += length;
@@ -67,19 +67,20 @@ std::int32_t ParamList::ReadOntoImage(IByteStream* channel, std::uint32_t length
 // Each image is read together with the pair behind it in one channel read;
 // the pair passes through the image and is taken off again. Called on an
 // empty list: bytes are appended and Recount adds to the count.
-std::int32_t ParamList::ReadList(IByteStream* channel, std::uint32_t size, std::uint32_t childCount,
-                                 bool hasNext, std::uint32_t* nextSize,
-                                 std::uint32_t* nextChildCount) {
-  return ReadNested(channel, size, childCount, hasNext, nextSize, nextChildCount, 0);
+std::int32_t ParamList::ReadList(IByteStream* channel, std::uint32_t maxReadSize,
+                                 std::uint32_t size, std::uint32_t childCount, bool hasNext,
+                                 std::uint32_t* nextSize, std::uint32_t* nextChildCount) {
+  return ReadNested(channel, maxReadSize, size, childCount, hasNext, nextSize, nextChildCount, 0);
 }
 
-std::int32_t ParamList::ReadNested(IByteStream* channel, std::uint32_t size,
-                                   std::uint32_t childCount, bool hasNext, std::uint32_t* nextSize,
-                                   std::uint32_t* nextChildCount, std::uint32_t depth) {
+std::int32_t ParamList::ReadNested(IByteStream* channel, std::uint32_t maxReadSize,
+                                   std::uint32_t size, std::uint32_t childCount, bool hasNext,
+                                   std::uint32_t* nextSize, std::uint32_t* nextChildCount,
+                                   std::uint32_t depth) {
   if (depth > VX_MAX_LIST_NESTING) return -1;
   const bool pairFollows = childCount > 0 || hasNext;
   if (pairFollows && size > UINT32_MAX - sizeof(SizePair)) return -1;  // would wrap
-  if (ReadOntoImage(channel, pairFollows ? size + 8 : size) < 0) return -1;
+  if (ReadOntoImage(channel, maxReadSize, pairFollows ? size + 8 : size) < 0) return -1;
   std::int32_t result = static_cast<std::int32_t>(used);
 
   if (pairFollows) {
@@ -93,10 +94,11 @@ std::int32_t ParamList::ReadNested(IByteStream* channel, std::uint32_t size,
         if (!child) return -1;
         body_.children.Push(child);
         const bool lastChild = i + 1 == childCount;
-        std::int32_t r = lastChild ? child->ReadNested(channel, pair.size, pair.childCount, hasNext,
-                                                       nextSize, nextChildCount, depth + 1)
-                                   : child->ReadNested(channel, pair.size, pair.childCount, true,
-                                                       &pair.size, &pair.childCount, depth + 1);
+        std::int32_t r = lastChild
+                             ? child->ReadNested(channel, maxReadSize, pair.size, pair.childCount,
+                                                 hasNext, nextSize, nextChildCount, depth + 1)
+                             : child->ReadNested(channel, maxReadSize, pair.size, pair.childCount,
+                                                 true, &pair.size, &pair.childCount, depth + 1);
         if (r < 0) return -1;
         result += r;
       }

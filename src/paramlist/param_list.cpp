@@ -10,8 +10,8 @@ namespace vxbus {
 
 namespace {
 
-const _tag_VXPARAMINFO* AsRecord(const unsigned char* p) {
-  return reinterpret_cast<const _tag_VXPARAMINFO*>(p);
+const VXPARAMINFO* AsRecord(const unsigned char* p) {
+  return reinterpret_cast<const VXPARAMINFO*>(p);
 }
 
 }  // namespace
@@ -35,11 +35,11 @@ void ParamList::operator delete(void* pointer, std::size_t size) noexcept {
   PooledFree(pointer, size);
 }
 
-const _tag_VXPARAMINFO* ParamList::First() const {
+const VXPARAMINFO* ParamList::First() const {
   return used == 0 ? nullptr : AsRecord(data);
 }
 
-const _tag_VXPARAMINFO* ParamList::Next(const _tag_VXPARAMINFO* record) const {
+const VXPARAMINFO* ParamList::Next(const VXPARAMINFO* record) const {
   if (record == nullptr) return nullptr;
   const auto* start = reinterpret_cast<const unsigned char*>(record);
   std::size_t end =
@@ -49,8 +49,8 @@ const _tag_VXPARAMINFO* ParamList::Next(const _tag_VXPARAMINFO* record) const {
   return AsRecord(data + end);
 }
 
-const _tag_VXPARAMINFO* ParamList::Find(const char* name) const {
-  for (const _tag_VXPARAMINFO* r = First(); r != nullptr; r = Next(r)) {
+const VXPARAMINFO* ParamList::Find(const char* name) const {
+  for (const VXPARAMINFO* r = First(); r != nullptr; r = Next(r)) {
     if (r->name[0] == name[0] && std::strcmp(r->name, name) == 0) return r;
   }
   return nullptr;
@@ -139,7 +139,7 @@ std::uint32_t ParamList::CheckedNextOffset(std::uint32_t offset) const {
     default:
       break;  // fixed sizes, or a byte for which GetSize throws DataDamaged
   }
-  const std::uint64_t end = t + reinterpret_cast<const _tag_VXPARAMVALUE*>(data + t)->GetSize();
+  const std::uint64_t end = t + reinterpret_cast<const VXPARAMVALUE*>(data + t)->GetSize();
   require(end <= limit);
   return static_cast<std::uint32_t>(end);
 }

@@ -53,15 +53,15 @@ class ParamList : public MTObjects::MTReferencedTypeBase, public ListImage {
   void AppendChild(const ListRef& child) { body_.children.Push(child); }
 
   // Walking. Pointers point into the image and die with its next change.
-  const _tag_VXPARAMINFO* First() const;
-  const _tag_VXPARAMINFO* Next(const _tag_VXPARAMINFO* record) const;  // throws on an overrun
-  const _tag_VXPARAMINFO* Find(const char* name) const;
+  const VXPARAMINFO* First() const;
+  const VXPARAMINFO* Next(const VXPARAMINFO* record) const;  // throws on an overrun
+  const VXPARAMINFO* Find(const char* name) const;
 
   // Removing; each gives the record that now stands in the removed one's place.
-  const _tag_VXPARAMINFO* Remove(const _tag_VXPARAMINFO* record);
-  const _tag_VXPARAMINFO* RemoveByName(const char* name);
+  const VXPARAMINFO* Remove(const VXPARAMINFO* record);
+  const VXPARAMINFO* RemoveByName(const char* name);
   // Null, with nothing changed, for a record that is not one of this list's.
-  const _tag_VXPARAMINFO* RemoveByInfo(const _tag_VXPARAMINFO* record);
+  const VXPARAMINFO* RemoveByInfo(const VXPARAMINFO* record);
   // Empties the list and keeps both allocations.
   void Clear();
 
@@ -75,7 +75,7 @@ class ParamList : public MTObjects::MTReferencedTypeBase, public ListImage {
   bool SetStringArray(const char* name, const char* const* texts, std::uint32_t count);
   bool SetInt32Array(const char* name, const void* values, std::uint32_t count);
   bool SetInt64Array(const char* name, const void* values, std::uint32_t count);
-  bool SetBinaryArray(const char* name, const _tag_BINARYITEM* items, std::uint32_t count);
+  bool SetBinaryArray(const char* name, const BINARYITEM* items, std::uint32_t count);
   bool SetBinaryArray(const char* name, const void* const* bytes, const std::uint32_t* lengths,
                       std::uint32_t count);
   bool SetHandleArray(const char* name, const ListRef* lists, std::uint32_t count);
@@ -86,11 +86,14 @@ class ParamList : public MTObjects::MTReferencedTypeBase, public ListImage {
   void Recount();
 
   // The stream form of a tree of lists on a channel, image after image in
-  // pre-order with the size pair of the next list between two images.
+  // pre-order with the size pair of the next list between two images. The
+  // reader refuses an image (with its pair) longer than `maxReadSize`, the
+  // read limit of the channel, before it reserves room for it.
   std::int32_t WriteList(IByteStream* channel, bool hasNext, std::uint32_t nextSize,
                          std::uint32_t nextChildCount);
-  std::int32_t ReadList(IByteStream* channel, std::uint32_t size, std::uint32_t childCount,
-                        bool hasNext, std::uint32_t* nextSize, std::uint32_t* nextChildCount);
+  std::int32_t ReadList(IByteStream* channel, std::uint32_t maxReadSize, std::uint32_t size,
+                        std::uint32_t childCount, bool hasNext, std::uint32_t* nextSize,
+                        std::uint32_t* nextChildCount);
 
  protected:
   bool IsObjectValid() const override { return true; }
@@ -113,12 +116,12 @@ class ParamList : public MTObjects::MTReferencedTypeBase, public ListImage {
   // Offset of the record behind the one at `offset`, checked against `used`
   // before any byte is read.
   std::uint32_t CheckedNextOffset(std::uint32_t offset) const;
-  std::int32_t ReadOntoImage(IByteStream* channel, std::uint32_t length);
+  std::int32_t ReadOntoImage(IByteStream* channel, std::uint32_t maxReadSize, std::uint32_t length);
   // ReadList for a list at nesting level `depth`; refuses levels deeper than
   // VX_MAX_LIST_NESTING, which also bounds the recursion.
-  std::int32_t ReadNested(IByteStream* channel, std::uint32_t size, std::uint32_t childCount,
-                          bool hasNext, std::uint32_t* nextSize, std::uint32_t* nextChildCount,
-                          std::uint32_t depth);
+  std::int32_t ReadNested(IByteStream* channel, std::uint32_t maxReadSize, std::uint32_t size,
+                          std::uint32_t childCount, bool hasNext, std::uint32_t* nextSize,
+                          std::uint32_t* nextChildCount, std::uint32_t depth);
 
   ListBody body_;
 };

@@ -28,18 +28,18 @@ void Release(HVXPARAMLIST handle) {
 // Ownership
 // ---------------------------------------------------------------------------
 
-ParamListHolder ParamListHolder::FromHandle(_tag_HVXPARAMLIST handle) {
+ParamListHolder ParamListHolder::FromHandle(HVXPARAMLIST handle) {
   return ParamListHolder(VXReferenceHandle(handle));
 }
 
-ParamListHolder ParamListHolder::FromRefHandle(_tag_HVXPARAMLIST handle) {
+ParamListHolder ParamListHolder::FromRefHandle(HVXPARAMLIST handle) {
   return ParamListHolder(handle);
 }
 
 ParamListHolder::ParamListHolder() : handle_(kNullHandle) {}
 
 // Adopts the handle: callers have already arranged the reference.
-ParamListHolder::ParamListHolder(_tag_HVXPARAMLIST handle) : handle_(handle) {}
+ParamListHolder::ParamListHolder(HVXPARAMLIST handle) : handle_(handle) {}
 
 ParamListHolder::ParamListHolder(const ParamListHolder& other)
     : handle_(VXReferenceHandle(other.handle_)) {}
@@ -58,7 +58,7 @@ void ParamListHolder::operator=(const ParamListHolder& other) {
   *this = other.handle_;
 }
 
-void ParamListHolder::operator=(const _tag_HVXPARAMLIST& handle) {
+void ParamListHolder::operator=(const HVXPARAMLIST& handle) {
   HVXPARAMLIST incoming = VXReferenceHandle(handle);
   HVXPARAMLIST old = handle_;
   handle_ = incoming;
@@ -162,15 +162,15 @@ bool ParamListHolder::empty() const {
 // Parameter records
 // ---------------------------------------------------------------------------
 
-const _tag_VXPARAMINFO* ParamListHolder::GetFirst() const {
+const VXPARAMINFO* ParamListHolder::GetFirst() const {
   return VXGetFirstParam(handle_);
 }
 
-const _tag_VXPARAMINFO* ParamListHolder::GetNext(const _tag_VXPARAMINFO* info) const {
+const VXPARAMINFO* ParamListHolder::GetNext(const VXPARAMINFO* info) const {
   return VXGetNextParam(handle_, info);
 }
 
-const _tag_VXPARAMINFO* ParamListHolder::GetInfo(const char* name) const {
+const VXPARAMINFO* ParamListHolder::GetInfo(const char* name) const {
   return VXParamInfo(handle_, name);
 }
 
@@ -178,19 +178,19 @@ bool ParamListHolder::Exists(const char* name) const {
   return GetInfo(name) != nullptr;
 }
 
-_tag_PARAM_TYPES ParamListHolder::GetType(const char* name) const {
-  const _tag_VXPARAMINFO* info = GetInfo(name);
-  return info ? static_cast<_tag_PARAM_TYPES>(info->GetType()) : PT_UNKNOWN;
+PARAM_TYPES ParamListHolder::GetType(const char* name) const {
+  const VXPARAMINFO* info = GetInfo(name);
+  return info ? static_cast<PARAM_TYPES>(info->GetType()) : PT_UNKNOWN;
 }
 
 std::uint32_t ParamListHolder::GetArraySize(const char* name) const {
-  const _tag_VXPARAMINFO* info = GetInfo(name);
+  const VXPARAMINFO* info = GetInfo(name);
   return info ? info->GetArraySize() : 0;
 }
 
-_tag_PARAM_TYPES ParamListHolder::GetArrayType(const char* name) const {
-  const _tag_VXPARAMINFO* info = GetInfo(name);
-  return info ? static_cast<_tag_PARAM_TYPES>(info->GetArrayType()) : PT_UNKNOWN;
+PARAM_TYPES ParamListHolder::GetArrayType(const char* name) const {
+  const VXPARAMINFO* info = GetInfo(name);
+  return info ? static_cast<PARAM_TYPES>(info->GetArrayType()) : PT_UNKNOWN;
 }
 
 // ---------------------------------------------------------------------------
@@ -202,7 +202,7 @@ const char* ParamListHolder::GetString(const char* name) const {
 }
 
 const char* ParamListHolder::GetString(const char* name, unsigned index) const {
-  const _tag_VXPARAMINFO* info = GetInfo(name);
+  const VXPARAMINFO* info = GetInfo(name);
   return info ? info->GetString(index) : nullptr;
 }
 
@@ -211,7 +211,7 @@ std::uint32_t ParamListHolder::GetInt32(const char* name) const {
 }
 
 std::uint32_t ParamListHolder::GetInt32(const char* name, unsigned index) const {
-  const _tag_VXPARAMINFO* info = GetInfo(name);
+  const VXPARAMINFO* info = GetInfo(name);
   return info ? info->GetInt32(index) : 0;
 }
 
@@ -222,16 +222,16 @@ std::uint64_t ParamListHolder::GetInt64(const char* name) const {
 // Reads the 32-bit word at 4 * index of a 64-bit array, as the record accessor
 // does; applications depend on that reading.
 std::uint64_t ParamListHolder::GetInt64(const char* name, unsigned index) const {
-  const _tag_VXPARAMINFO* info = GetInfo(name);
+  const VXPARAMINFO* info = GetInfo(name);
   return info ? info->GetInt64(index) : 0;
 }
 
-const _tag_BINARYVALUE* ParamListHolder::GetBinary(const char* name) const {
+const BINARYVALUE* ParamListHolder::GetBinary(const char* name) const {
   return VXGetBinaryValue(handle_, name);
 }
 
-const _tag_BINARYVALUE* ParamListHolder::GetBinary(const char* name, unsigned index) const {
-  const _tag_VXPARAMINFO* info = GetInfo(name);
+const BINARYVALUE* ParamListHolder::GetBinary(const char* name, unsigned index) const {
+  const VXPARAMINFO* info = GetInfo(name);
   return info ? info->GetBinary(index) : nullptr;
 }
 
@@ -240,7 +240,7 @@ ParamListHolder ParamListHolder::GetHandle(const char* name) const {
 }
 
 ParamListHolder ParamListHolder::GetHandle(const char* name, unsigned index) const {
-  const _tag_VXPARAMINFO* info = GetInfo(name);
+  const VXPARAMINFO* info = GetInfo(name);
   if (!info) return ParamListHolder();
   return FromHandle(info->GetHandle(handle_, index));
 }
@@ -250,11 +250,11 @@ ParamListHolder ParamListHolder::GetHandle(int id) const {
   return FromHandle(VXGetHandleById(handle_, static_cast<std::uint32_t>(id)));
 }
 
-const _tag_VXDWORDARRAY ParamListHolder::GetInt32Array(const char* name) const {
+const VXDWORDARRAY ParamListHolder::GetInt32Array(const char* name) const {
   return VXGetInt32Array(handle_, name);
 }
 
-const _tag_VXQWORDARRAY ParamListHolder::GetInt64Array(const char* name) const {
+const VXQWORDARRAY ParamListHolder::GetInt64Array(const char* name) const {
   return VXGetInt64Array(handle_, name);
 }
 
@@ -263,7 +263,7 @@ std::uint32_t ParamListHolder::GetStringArray(const char* name, const char** out
   return VXGetStringArray(handle_, name, out, maxItems, start);
 }
 
-std::uint32_t ParamListHolder::GetBinaryArray(const char* name, const _tag_BINARYVALUE** out,
+std::uint32_t ParamListHolder::GetBinaryArray(const char* name, const BINARYVALUE** out,
                                               unsigned maxItems, unsigned start) const {
   return VXGetBinaryArray(handle_, name, out, maxItems, start);
 }
@@ -273,8 +273,8 @@ namespace {
 // Walks the elements of a handle array from `start`, resolving each id in the
 // list; `store` takes the slot number and the (borrowed) child handle.
 template <class Store>
-std::uint32_t ForEachHandleElement(HVXPARAMLIST list, const _tag_VXPARAMINFO* info,
-                                   unsigned maxItems, unsigned start, Store store) {
+std::uint32_t ForEachHandleElement(HVXPARAMLIST list, const VXPARAMINFO* info, unsigned maxItems,
+                                   unsigned start, Store store) {
   if (!info || info->GetType() != (PT_ARRAY | PT_PARAMHANDLE) || maxItems == 0) return 0;
   const std::uint32_t count = info->GetArraySize();
   std::uint32_t filled = 0;
@@ -293,7 +293,7 @@ std::uint32_t ParamListHolder::GetHandleArray(const char* name, ParamListHolder*
                               [out](std::uint32_t slot, HVXPARAMLIST child) { out[slot] = child; });
 }
 
-std::uint32_t ParamListHolder::GetHandleArray(const char* name, _tag_HVXPARAMLIST* out,
+std::uint32_t ParamListHolder::GetHandleArray(const char* name, HVXPARAMLIST* out,
                                               unsigned maxItems, unsigned start) const {
   // Raw handles are lent by this list; no reference is added.
   return ForEachHandleElement(handle_, GetInfo(name), maxItems, start,
@@ -304,67 +304,65 @@ std::uint32_t ParamListHolder::GetHandleArray(const char* name, _tag_HVXPARAMLIS
 // Setters
 // ---------------------------------------------------------------------------
 
-_tag_VX_ERROR ParamListHolder::SetString(const char* name, const char* value) {
+VX_ERROR ParamListHolder::SetString(const char* name, const char* value) {
   return VXSetStringValue(handle_, name, value);
 }
 
-_tag_VX_ERROR ParamListHolder::SetInt32(const char* name, unsigned value) {
+VX_ERROR ParamListHolder::SetInt32(const char* name, unsigned value) {
   return VXSetInt32Value(handle_, name, value);
 }
 
-_tag_VX_ERROR ParamListHolder::SetInt64(const char* name, std::uint64_t value) {
+VX_ERROR ParamListHolder::SetInt64(const char* name, std::uint64_t value) {
   return VXSetInt64Value(handle_, name, value);
 }
 
-_tag_VX_ERROR ParamListHolder::SetBinary(const char* name, const void* data, unsigned length) {
+VX_ERROR ParamListHolder::SetBinary(const char* name, const void* data, unsigned length) {
   return VXSetBinaryValue(handle_, name, data, length);
 }
 
-_tag_VX_ERROR ParamListHolder::SetHandle(const char* name, const ParamListHolder& value) {
+VX_ERROR ParamListHolder::SetHandle(const char* name, const ParamListHolder& value) {
   return VXSetHandleValue(handle_, name, value.handle_);
 }
 
-_tag_VX_ERROR ParamListHolder::SetStringArray(const char* name, unsigned count,
-                                              const char** values) {
+VX_ERROR ParamListHolder::SetStringArray(const char* name, unsigned count, const char** values) {
   return VXSetStringArray(handle_, name, count, values);
 }
 
-_tag_VX_ERROR ParamListHolder::SetInt32Array(const char* name, unsigned count,
-                                             const unsigned* values) {
+VX_ERROR ParamListHolder::SetInt32Array(const char* name, unsigned count, const unsigned* values) {
   return VXSetInt32Array(handle_, name, count, values);
 }
 
-_tag_VX_ERROR ParamListHolder::SetInt64Array(const char* name, unsigned count,
-                                             const std::uint64_t* values) {
+VX_ERROR ParamListHolder::SetInt64Array(const char* name, unsigned count,
+                                        const std::uint64_t* values) {
   return VXSetInt64Array(handle_, name, count, values);
 }
 
-_tag_VX_ERROR ParamListHolder::SetBinaryArray(const char* name, unsigned count,
-                                              const _tag_BINARYITEM* items) {
+VX_ERROR ParamListHolder::SetBinaryArray(const char* name, unsigned count,
+                                         const BINARYITEM* items) {
   return VXSetBinaryItemArray(handle_, name, count, items);
 }
 
-_tag_VX_ERROR ParamListHolder::SetBinaryArray(const char* name, unsigned count, const void** data,
-                                              unsigned* lengths) {
+VX_ERROR ParamListHolder::SetBinaryArray(const char* name, unsigned count, const void** data,
+                                         unsigned* lengths) {
   return VXSetBinaryArray(handle_, name, count, data, lengths);
 }
 
 // A holder array has the layout of a handle array, so it goes as it is.
-_tag_VX_ERROR ParamListHolder::SetHandleArray(const char* name, unsigned count,
-                                              const ParamListHolder* values) {
+VX_ERROR ParamListHolder::SetHandleArray(const char* name, unsigned count,
+                                         const ParamListHolder* values) {
   return VXSetHandleArray(handle_, name, count, reinterpret_cast<const HVXPARAMLIST*>(values));
 }
 
-_tag_VX_ERROR ParamListHolder::SetHandleArray(const char* name, unsigned count,
-                                              const _tag_HVXPARAMLIST* values) {
+VX_ERROR ParamListHolder::SetHandleArray(const char* name, unsigned count,
+                                         const HVXPARAMLIST* values) {
   return VXSetHandleArray(handle_, name, count, values);
 }
 
-_tag_VX_ERROR ParamListHolder::Remove(const char* name) {
+VX_ERROR ParamListHolder::Remove(const char* name) {
   return VXRemoveValue(handle_, name);
 }
 
-_tag_VX_ERROR ParamListHolder::RemoveAll() {
+VX_ERROR ParamListHolder::RemoveAll() {
   return VXRemoveAllValues(handle_);
 }
 

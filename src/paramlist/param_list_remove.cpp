@@ -11,7 +11,7 @@
 
 namespace vxbus {
 
-const _tag_VXPARAMINFO* ParamList::Remove(const _tag_VXPARAMINFO* record) {
+const VXPARAMINFO* ParamList::Remove(const VXPARAMINFO* record) {
   if (record == nullptr) return nullptr;
   const auto* start = reinterpret_cast<const unsigned char*>(record);
   std::uint64_t offset = static_cast<std::uint64_t>(start - data);
@@ -22,16 +22,16 @@ const _tag_VXPARAMINFO* ParamList::Remove(const _tag_VXPARAMINFO* record) {
     used -= static_cast<std::uint32_t>(length);
   }
   --body_.count;
-  return offset < used ? reinterpret_cast<const _tag_VXPARAMINFO*>(data + offset) : nullptr;
+  return offset < used ? reinterpret_cast<const VXPARAMINFO*>(data + offset) : nullptr;
 }
 
-const _tag_VXPARAMINFO* ParamList::RemoveByName(const char* name) {
+const VXPARAMINFO* ParamList::RemoveByName(const char* name) {
   return Remove(Find(name));
 }
 
 // A record is this list's when its own name finds it; anything else, a
 // stale pointer included, changes nothing.
-const _tag_VXPARAMINFO* ParamList::RemoveByInfo(const _tag_VXPARAMINFO* record) {
+const VXPARAMINFO* ParamList::RemoveByInfo(const VXPARAMINFO* record) {
   if (record == nullptr) return nullptr;
   auto at = reinterpret_cast<std::uintptr_t>(record);
   auto begin = reinterpret_cast<std::uintptr_t>(data);
@@ -44,7 +44,7 @@ const _tag_VXPARAMINFO* ParamList::RemoveByInfo(const _tag_VXPARAMINFO* record) 
 // in every entry of handle arrays, except those of the record at `skip`.
 template <class Renumber>
 void ParamList::RenumberChildIndexes(const unsigned char* skip, Renumber renumber) {
-  for (const _tag_VXPARAMINFO* r = First(); r != nullptr; r = Next(r)) {
+  for (const VXPARAMINFO* r = First(); r != nullptr; r = Next(r)) {
     auto* record = const_cast<unsigned char*>(reinterpret_cast<const unsigned char*>(r));
     if (record == skip) continue;
     unsigned char* t = record + record[0];

@@ -61,7 +61,7 @@ std::uint32_t StringValueSize(const char* text) {
 bool ParamList::BeginRecord(const char* name, unsigned char type, std::uint32_t valueSize) {
   const std::uint32_t nameLength = static_cast<std::uint32_t>(std::strlen(name));
   const std::uint32_t recordLength = HeaderLength(nameLength) + valueSize;
-  const _tag_VXPARAMINFO* old = Find(name);
+  const VXPARAMINFO* old = Find(name);
   const std::uint32_t freed = old != nullptr ? old->GetSize() : 0;
   // The need is the same as after the removal, so the image grows exactly as
   // it would; the old record is found again, as the growth may move it.
@@ -71,7 +71,7 @@ bool ParamList::BeginRecord(const char* name, unsigned char type, std::uint32_t 
             ? static_cast<std::uint32_t>(reinterpret_cast<const unsigned char*>(old) - data)
             : 0;
     if (!Reserve(recordLength - freed)) return false;
-    if (old != nullptr) old = reinterpret_cast<const _tag_VXPARAMINFO*>(data + at);
+    if (old != nullptr) old = reinterpret_cast<const VXPARAMINFO*>(data + at);
   }
   Remove(old);
   AppendHeader(name, nameLength, type);
@@ -192,8 +192,7 @@ bool ParamList::SetBinaryItems(const char* name, std::uint32_t count, Item item)
   return true;
 }
 
-bool ParamList::SetBinaryArray(const char* name, const _tag_BINARYITEM* items,
-                               std::uint32_t count) {
+bool ParamList::SetBinaryArray(const char* name, const BINARYITEM* items, std::uint32_t count) {
   ArgumentGuard guard(*this, items);
   return guard.Held() && SetBinaryItems(name, count, [items](std::uint32_t i) {
            // Copied out first: the record is packed, so no reference may bind to it.

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Opening and closing sessions to peers.
-#include "runtime/process_state.h"
+#include "process/process_context.h"
 #include "session/session.h"
-#include "session/session_registry.h"
 #include "transport/pipe_channel.h"
 #include "transport/socket_channel.h"
 
@@ -14,13 +13,17 @@ namespace {
 _tag_VX_ERROR ConnectOver(const ChannelRef& channel, char* appIdBuffer,
                           std::uint32_t appIdBufferSize, const unsigned char* secret,
                           std::int32_t secretLength) {
-  SessionRef session(new Session);
+  SessionRef session(new Session(ProcessContext::Get().SessionEnvironmentNow()));
   return static_cast<_tag_VX_ERROR>(
       session->ConnectApplication(channel, appIdBuffer, appIdBufferSize, secret, secretLength));
 }
 
 bool IsSet(const char* text) {
   return text != nullptr && *text != '\0';
+}
+
+ChannelLimits LimitsOfChannels() {
+  return ChannelLimits::From(ProcessContext::Get().limits);
 }
 
 }  // namespace
@@ -32,7 +35,7 @@ _tag_VX_ERROR VXConnect(const char* host, std::int32_t port, char* appIdBuffer,
                         std::uint32_t appIdBufferSize, const unsigned char* secret,
                         std::int32_t secretLength) {
   ChannelRef channel =
-      ConnectSocketChannel(host, static_cast<std::uint16_t>(port), ChannelLimits::From(g_limits));
+      ConnectSocketChannel(host, static_cast<std::uint16_t>(port), LimitsOfChannels());
   return ConnectOver(channel, appIdBuffer, appIdBufferSize, secret, secretLength);
 }
 
@@ -43,16 +46,15 @@ _tag_VX_ERROR VXConnectEx(const char* pipeName, const char* host, std::int32_t p
                           const unsigned char* secret, std::int32_t secretLength) {
   bool useTcp = IsSet(host) && port != 0 && !IsSet(pipeName);
   ChannelRef channel =
-      useTcp ? ConnectSocketChannel(host, static_cast<std::uint16_t>(port),
-                                    ChannelLimits::From(g_limits))
-             : ConnectPipeChannel(pipeName ? pipeName : "", ChannelLimits::From(g_limits));
+      useTcp ? ConnectSocketChannel(host, static_cast<std::uint16_t>(port), LimitsOfChannels())
+             : ConnectPipeChannel(pipeName ? pipeName : "", LimitsOfChannels());
   return ConnectOver(channel, appIdBuffer, appIdBufferSize, secret, secretLength);
 }
 
 // Waits for the reader, and so for the disconnect listener, but not for the
 // writer, which may keep the entry for one more poll period.
 _tag_VX_ERROR VXDisconnect(const char* applicationName) {
-  SessionRef session = g_applications.Find(applicationName);
+  SessionRef session = ProcessContext::Get().registry.Find(applicationName);
   if (session.IsValid()) session->Stop();
   return VX_SUCCESS;
 }

@@ -13,50 +13,27 @@
 #include <vector>
 
 #include "messaging/dispatch_thread.h"
-#include "messaging/signal_table.h"
 #include "messaging/signals.h"
 #include "platform/host.h"
 #include "platform/socket.h"
-#include "process/limits_merge.h"
+#include "process/process_context.h"
 #include "runtime/log.h"
-#include "runtime/process_state.h"
 #include "session/dropped_messages.h"
-#include "session/message_queue.h"
 #include "session/session_acceptor.h"
-#include "session/session_end_hook.h"
-#include "session/session_registry.h"
 #include "session/session_threads.h"
-#include "transport/channel_acceptor.h"
 #include "transport/pipe_channel.h"
 #include "transport/pipe_connection_thread.h"
-#include "transport/pipe_listen_name.h"
 #include "transport/tcp_connection_thread.h"
-#include "transport/tcp_listen_address.h"
 
 namespace vxbus {
 namespace {
 
-std::recursive_mutex g_initLock;
-std::atomic<std::int32_t> g_initCount{0};
-// Never destroyed: a process that exits without VXShutdown still holds them
-// joinable, and destroying a joinable thread ends the process.
-std::thread& g_tcpThread = *new std::thread;
-std::thread& g_pipeThread = *new std::thread;
-std::thread& g_dispatchThread = *new std::thread;
+// The context is never destroyed: a process that exits without VXShutdown
+// still holds its threads joinable, and destroying a joinable thread ends
+// the process.
+ProcessContext& context = ProcessContext::Get();
 
 constexpr char kAnyAddress[] = "0.0.0.0";
-
-void ForgetSubscriptions(Session* session) {
-  g_signalTable.RemoveSession(session);
-}
-
-// The lower layers reach the upper ones only through these two. Wired at
-// load, so that they hold whether or not the library was initialised.
-const bool g_layersWired = [] {
-  SetChannelAcceptor(&SessionAcceptor());
-  SetSessionEndHook(ForgetSubscriptions);
-  return true;
-}();
 
 void StopAndJoinReader(const SessionRef& session) {
   if (session->IsSessionValid()) session->Stop();
@@ -66,10 +43,10 @@ void StopAndJoinReader(const SessionRef& session) {
 // threads (exit inside a slot): it asks every thread to stop and wakes what
 // it can, but joins nothing, so the process ends whichever thread called it.
 void StopWithoutWaitingAtExit() {
-  if (g_initCount.load() == 0) return;
-  g_shuttingDown = true;
+  if (context.initCount.load() == 0) return;
+  context.shuttingDown = true;
   VXConnectionReady();
-  g_dispatchQueue.Push(MessageRef());
+  context.dispatchQueue.Push(MessageRef());
 }
 
 // The last VXShutdown joins the dispatch thread and the connection threads,
@@ -77,23 +54,26 @@ void StopWithoutWaitingAtExit() {
 // marks itself as it starts, so that the test needs no lock.
 thread_local bool t_joinedByShutdown = false;
 
-template <void (*Body)()>
-void RunJoinedThread() {
-  t_joinedByShutdown = true;
-  Body();
+// Starts `body` on a thread marked as one that the last VXShutdown joins.
+template <class Body>
+std::thread StartJoinedThread(Body body) {
+  return std::thread([body] {
+    t_joinedByShutdown = true;
+    body();
+  });
 }
 
 bool OnThreadShutdownJoins() {
   return t_joinedByShutdown || OnAcceptingThread();
 }
 
-// VXShutdown on such a thread, where g_initLock must not be taken: a slot
-// holds the slot table's lock, which an initialise takes under g_initLock,
-// and a shutdown holding g_initLock would be joining this very thread. A
+// VXShutdown on such a thread, where context.initLock must not be taken: a slot
+// holds the slot table's lock, which an initialise takes under context.initLock,
+// and a shutdown holding context.initLock would be joining this very thread. A
 // count above one only goes down; the last one stays, refused.
 _tag_VX_ERROR ShutdownOnJoinedThread() {
-  std::int32_t count = g_initCount.load();
-  while (count > 1 && !g_initCount.compare_exchange_weak(count, count - 1)) {
+  std::int32_t count = context.initCount.load();
+  while (count > 1 && !context.initCount.compare_exchange_weak(count, count - 1)) {
   }
   if (count != 1) return VX_SUCCESS;
   VX_LOG(kLogError,
@@ -106,41 +86,11 @@ bool IsSet(const char* text) {
   return text != nullptr && *text != '\0';
 }
 
-_tag_VX_ERROR InitializeCommon(const char* pipeName, const char* bindAddress, const char* appName,
-                               std::int32_t port, const VXLimits* limits) {
-  std::lock_guard<std::recursive_mutex> lock(g_initLock);
-  const std::int32_t count = ++g_initCount;
-  if (count == 1) {
-    static const bool exitStepRegistered = std::atexit(StopWithoutWaitingAtExit) == 0;
-    (void)exitStepRegistered;
-    platform::StartSocketLibrary();
-    std::lock_guard<std::mutex> secretLock(SecretMutex());
-    g_limits = MergeLimits(g_defaultLimits, limits);
-  }
-  // The count stays raised on every path below; each call needs its shutdown.
-  if (!platform::GetHostName(g_hostName, sizeof g_hostName)) return VX_ERROR_FAILED;
-  std::string appId = BuildOwnAppId(port, appName);
-  g_shuttingDown = false;
-  if (count != 1) return appId == g_ownAppId ? VX_SUCCESS : VX_ERROR_NAME_IN_USE;
-
-  g_ownAppId = appId;
-  VXRegisterSlot(VX_SLOT_CONNECT_SIGNAL, SubscribeSlot, &g_signalTable.signals);
-  VXRegisterSlot(VX_SLOT_DISCONNECT_SIGNAL, UnsubscribeSlot, &g_signalTable.signals);
-  g_connThreadInfo->Set(bindAddress, static_cast<std::uint16_t>(port));
-  // Assigning over a thread that still runs ends the process; after a
-  // correct shutdown none does.
-  g_tcpThread = std::thread(RunJoinedThread<TcpConnectionThread>);
-  g_connPipeThreadInfo->SetPipeName(pipeName);
-  g_pipeThread = std::thread(RunJoinedThread<PipeConnectionThread>);
-  g_dispatchThread = std::thread(RunJoinedThread<DispatchThread>);
-  return VX_SUCCESS;
-}
-
-}  // namespace
-
-// The full 32-bit port is printed, while the listener uses its low 16 bits.
+// The process's appID: host name, ":", port in decimal, "/", application
+// name. The full 32-bit port is printed, while the listener uses its low 16
+// bits.
 std::string BuildOwnAppId(std::int32_t port, const char* appName) {
-  std::string appId(g_hostName);
+  std::string appId(context.hostName);
   appId += ':';
   appId += std::to_string(port);
   appId += '/';
@@ -148,6 +98,41 @@ std::string BuildOwnAppId(std::int32_t port, const char* appName) {
   return appId;
 }
 
+_tag_VX_ERROR InitializeCommon(const char* pipeName, const char* bindAddress, const char* appName,
+                               std::int32_t port, const VXLimits* limits) {
+  std::lock_guard<std::recursive_mutex> lock(context.initLock);
+  const std::int32_t count = ++context.initCount;
+  if (count == 1) {
+    static const bool exitStepRegistered = std::atexit(StopWithoutWaitingAtExit) == 0;
+    (void)exitStepRegistered;
+    platform::StartSocketLibrary();
+    context.ApplyLimits(limits);
+  }
+  // The count stays raised on every path below; each call needs its shutdown.
+  if (!platform::GetHostName(context.hostName, sizeof context.hostName)) return VX_ERROR_FAILED;
+  std::string appId = BuildOwnAppId(port, appName);
+  context.shuttingDown = false;
+  if (count != 1) return appId == context.ownAppId ? VX_SUCCESS : VX_ERROR_NAME_IN_USE;
+
+  context.ownAppId = appId;
+  context.RefreshSessionEnvironment();  // before any thread that makes sessions
+  VXRegisterSlot(VX_SLOT_CONNECT_SIGNAL, SubscribeSlot, &context.signalTable.signals);
+  VXRegisterSlot(VX_SLOT_DISCONNECT_SIGNAL, UnsubscribeSlot, &context.signalTable.signals);
+  context.tcpAddress->Set(bindAddress, static_cast<std::uint16_t>(port));
+  // Assigning over a thread that still runs ends the process; after a
+  // correct shutdown none does.
+  context.tcpThread = StartJoinedThread(
+      [environment = context.ListenerEnvironmentAt(context.tcpGate.get()),
+       address = context.tcpAddress] { TcpConnectionThread(environment, address); });
+  context.pipeName->SetPipeName(pipeName);
+  context.pipeThread =
+      StartJoinedThread([environment = context.ListenerEnvironmentAt(context.pipeGate.get()),
+                         name = context.pipeName] { PipeConnectionThread(environment, name); });
+  context.dispatchThread = StartJoinedThread(DispatchThread);
+  return VX_SUCCESS;
+}
+
+}  // namespace
 }  // namespace vxbus
 
 using namespace vxbus;
@@ -173,8 +158,8 @@ _tag_VX_ERROR VXInitializeWithPipeChannel(const char* pipeName, const char* bind
 // No lock and no test of initialisation: it may run before the first
 // initialise call, which then overwrites what it stored.
 _tag_VX_ERROR VXStartListeners(const char* pipeName, const char* bindAddress, std::uint16_t port) {
-  g_connThreadInfo->Set(bindAddress, port);
-  g_connPipeThreadInfo->SetPipeName(pipeName);
+  context.tcpAddress->Set(bindAddress, port);
+  context.pipeName->SetPipeName(pipeName);
   return VXConnectionReady();
 }
 
@@ -182,9 +167,9 @@ _tag_VX_ERROR VXStartListeners(const char* pipeName, const char* bindAddress, st
 // the dispatch thread, the socket library.
 _tag_VX_ERROR VXShutdown(void) {
   if (OnThreadShutdownJoins()) return ShutdownOnJoinedThread();
-  std::lock_guard<std::recursive_mutex> lock(g_initLock);
-  if (g_initCount.load() == 0) return VX_SUCCESS;
-  if (g_initCount.fetch_sub(1) != 1) return VX_SUCCESS;
+  std::lock_guard<std::recursive_mutex> lock(context.initLock);
+  if (context.initCount.load() == 0) return VX_SUCCESS;
+  if (context.initCount.fetch_sub(1) != 1) return VX_SUCCESS;
 
   // Writers leave the registry on the flag within their 200 ms poll, mostly
   // long before the sessions are visited below, while their readers may sit
@@ -195,21 +180,21 @@ _tag_VX_ERROR VXShutdown(void) {
   // peer with no writer and no registry entry.
   std::vector<SessionRef> running;
   {
-    std::lock_guard<std::recursive_mutex> registryLock(g_applications.Mutex());
-    g_shuttingDown = true;
-    running = g_applications.Sessions();
+    std::lock_guard<std::recursive_mutex> registryLock(context.registry.Mutex());
+    context.shuttingDown = true;
+    running = context.registry.Sessions();
   }
-  g_dispatchQueue.WakeRoomWaiters();  // readers waiting for room see the flag
+  context.dispatchQueue.WakeRoomWaiters();  // readers waiting for room see the flag
   WakePipeListener();
   VXConnectionReady();  // a thread still at its gate can run to its end
-  if (g_pipeThread.joinable()) g_pipeThread.join();
-  if (g_tcpThread.joinable()) g_tcpThread.join();
+  if (context.pipeThread.joinable()) context.pipeThread.join();
+  if (context.tcpThread.joinable()) context.tcpThread.join();
 
   for (const SessionRef& session : running)
     StopAndJoinReader(session);
   running.clear();
   // No sleep and no limit: each writer erases its entry within its poll.
-  while (SessionRef session = g_applications.First()) {
+  while (SessionRef session = context.registry.First()) {
     if (session->IsSessionValid())
       StopAndJoinReader(session);
     else
@@ -221,10 +206,10 @@ _tag_VX_ERROR VXShutdown(void) {
   // out of the library too. A reader notices the shutdown within its poll.
   WaitForSessionThreadsToEnd(std::chrono::seconds(10));
 
-  g_dispatchQueue.Push(MessageRef());  // wakes the dispatch thread for its last test
+  context.dispatchQueue.Push(MessageRef());  // wakes the dispatch thread for its last test
   // No test for existence: without a dispatch thread this raises the
   // invalid-argument system error, as it always has.
-  g_dispatchThread.join();
+  context.dispatchThread.join();
   ReportShutdownDrops(DropDispatchBacklog());
   platform::StopSocketLibrary();
   return VX_SUCCESS;

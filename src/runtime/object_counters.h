@@ -54,11 +54,6 @@ struct ObjectCounters {
 // count while the process exits. Any thread.
 ObjectCounters& Counters();
 
-// Old names, until the session layer counts through Counters().
-inline StripedCounter& g_liveApplications = Counters().liveSessions;
-inline StripedCounter& g_liveMessages = Counters().liveMessages;
-inline std::atomic<std::uint32_t>& g_lastPendingCallsSize = Counters().lastPendingCallsSize;
-
 }  // namespace vxbus
 
 #endif  // VXBUS_RUNTIME_OBJECT_COUNTERS_H_

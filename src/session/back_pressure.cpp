@@ -1,40 +1,31 @@
 // SPDX-License-Identifier: MIT
 #include "session/back_pressure.h"
 
-#include "runtime/process_state.h"
-
 namespace vxbus {
 
 namespace {
 
 bool Stopping(const Session& session) {
-  return g_shuttingDown.load(std::memory_order_relaxed) || session.StopRequested();
+  return session.Environment().processStop.StopRequested() || session.StopRequested();
+}
+
+std::uint64_t DispatchShareLimitBytes(const SessionEnvironment& environment) {
+  return environment.dispatchQueueBytes / kDispatchSharesPerQueue;
 }
 
 }  // namespace
 
-std::uint64_t SendQueueLimitBytes() {
-  return g_limits.limits.RESERVED_E;
-}
-
-std::uint64_t DispatchQueueLimitBytes() {
-  return g_limits.limits.RESERVED_D;
-}
-
-std::uint64_t DispatchShareLimitBytes() {
-  return DispatchQueueLimitBytes() / kDispatchSharesPerQueue;
-}
-
-_tag_VX_ERROR AwaitSendRoom(Session& session, const MessageRef& message) {
+VX_ERROR AwaitSendRoom(Session& session, const MessageRef& message) {
   return AwaitSendRoom(session, VXMessageQueue::MessageBytes(message));
 }
 
-_tag_VX_ERROR AwaitSendRoom(Session& session, std::uint64_t bytes) {
-  const std::uint64_t limit = SendQueueLimitBytes();
+VX_ERROR AwaitSendRoom(Session& session, std::uint64_t bytes) {
+  const SessionEnvironment& environment = session.Environment();
+  const std::uint64_t limit = environment.sendQueueBytes;
   if (session.sendQueue_.HasRoom(bytes, limit)) return VX_SUCCESS;
-  const std::int32_t limitMs = g_limits.limits.IO_TIMEOUT_MS;
+  const std::int32_t limitMs = environment.ioTimeoutMs;
   if (limitMs <= 0) return VX_ERROR_QUEUE_FULL;
-  VXMessageQueue::ConsumerAway away(g_dispatchQueue);
+  VXMessageQueue::ConsumerAway away(*environment.dispatchQueue);
   switch (session.sendQueue_.WaitForRoom(bytes, limit, limitMs,
                                          [&session] { return Stopping(session); })) {
     case VXMessageQueue::Room::kStopped:
@@ -51,11 +42,12 @@ bool AwaitDispatchRoom(Session& session, const MessageRef& message) {
 }
 
 bool AwaitDispatchRoom(Session& session, std::uint64_t bytes) {
-  const RoomBounds bounds{DispatchQueueLimitBytes(), &session.DispatchShare(),
-                          DispatchShareLimitBytes()};
+  const SessionEnvironment& environment = session.Environment();
+  const RoomBounds bounds{environment.dispatchQueueBytes, &session.DispatchShare(),
+                          DispatchShareLimitBytes(environment)};
   for (;;) {
-    switch (g_dispatchQueue.WaitForRoom(bytes, bounds, kPeerEndLookMs,
-                                        [&session] { return Stopping(session); })) {
+    switch (environment.dispatchQueue->WaitForRoom(bytes, bounds, kPeerEndLookMs,
+                                                   [&session] { return Stopping(session); })) {
       case VXMessageQueue::Room::kStopped:
         return false;
       case VXMessageQueue::Room::kTimedOut:

@@ -20,10 +20,6 @@ namespace vxbus {
 // How many sessions may fill their shares before the dispatch queue is full.
 constexpr std::uint64_t kDispatchSharesPerQueue = 8;
 
-std::uint64_t SendQueueLimitBytes();
-std::uint64_t DispatchQueueLimitBytes();
-std::uint64_t DispatchShareLimitBytes();
-
 // For VXNotify and what rides on it, before the message is queued on
 // `session`. Blocks while the session's send queue has no room for it, at
 // most limits.IO_TIMEOUT_MS (none when that is not positive). VX_SUCCESS when
@@ -31,9 +27,9 @@ std::uint64_t DispatchShareLimitBytes();
 // VX_ERROR_NO_APPLICATION when the session stopped or the library began to
 // shut down meanwhile. While the dispatch thread waits here, readers may
 // fill the dispatch queue past its limit, as its slot may wait on them.
-_tag_VX_ERROR AwaitSendRoom(Session& session, const MessageRef& message);
+VX_ERROR AwaitSendRoom(Session& session, const MessageRef& message);
 // The same for a message that counts `bytes` (VXMessageQueue::MessageBytes).
-_tag_VX_ERROR AwaitSendRoom(Session& session, std::uint64_t bytes);
+VX_ERROR AwaitSendRoom(Session& session, std::uint64_t bytes);
 
 // For a session's reader, before it queues a request for the dispatch
 // thread. Blocks while the session's share or the whole dispatch queue has

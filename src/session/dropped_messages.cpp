@@ -5,35 +5,45 @@
 
 #include "runtime/log.h"
 #include "runtime/printable_name.h"
-#include "runtime/process_state.h"
 
 namespace vxbus {
 
 namespace {
 
-std::mutex g_shutdownDropsMutex;
-QueueTally g_shutdownDrops;  // under g_shutdownDropsMutex
+// What sessions let go of during the shutdown under way. Never destroyed:
+// session threads may still report while the process exits.
+struct ShutdownDrops {
+  std::mutex mutex;
+  QueueTally tally;  // under mutex
+};
+
+ShutdownDrops& DropsOfShutdown() {
+  static ShutdownDrops& drops = *new ShutdownDrops;
+  return drops;
+}
 
 }  // namespace
 
-void ReportDropped(const std::string& sessionName, const QueueTally& dropped) {
+void ReportDropped(const std::string& sessionName, const QueueTally& dropped, bool duringShutdown) {
   if (dropped.messages == 0) return;
-  if (!g_shuttingDown.load(std::memory_order_relaxed)) {
+  if (!duringShutdown) {
     VX_LOG(kLogWarning, "Dropped ", dropped.messages, " queued messages (", dropped.bytes,
            " bytes) for \"", PrintableName(sessionName), '"');
     return;
   }
-  std::lock_guard<std::mutex> lock(g_shutdownDropsMutex);
-  g_shutdownDrops.messages += dropped.messages;
-  g_shutdownDrops.bytes += dropped.bytes;
+  ShutdownDrops& drops = DropsOfShutdown();
+  std::lock_guard<std::mutex> lock(drops.mutex);
+  drops.tally.messages += dropped.messages;
+  drops.tally.bytes += dropped.bytes;
 }
 
 void ReportShutdownDrops(const QueueTally& dispatchBacklog) {
   QueueTally total;
   {
-    std::lock_guard<std::mutex> lock(g_shutdownDropsMutex);
-    total = g_shutdownDrops;
-    g_shutdownDrops = QueueTally();
+    ShutdownDrops& drops = DropsOfShutdown();
+    std::lock_guard<std::mutex> lock(drops.mutex);
+    total = drops.tally;
+    drops.tally = QueueTally();
   }
   total.messages += dispatchBacklog.messages;
   total.bytes += dispatchBacklog.bytes;

@@ -11,9 +11,9 @@
 namespace vxbus {
 
 // What a session's end let go of from its send queue. Outside a shutdown it
-// is logged at once, in a line of its own; during one it is added to the
-// shutdown's count. Nothing is logged for nothing. Any thread.
-void ReportDropped(const std::string& sessionName, const QueueTally& dropped);
+// is logged at once, in a line of its own; during one (`duringShutdown`) it
+// is added to the shutdown's count. Nothing is logged for nothing. Any thread.
+void ReportDropped(const std::string& sessionName, const QueueTally& dropped, bool duringShutdown);
 
 // VXShutdown, once every session thread has ended: adds the dispatch
 // queue's backlog to what the sessions reported during the shutdown, logs

@@ -9,7 +9,6 @@
 
 #include "runtime/log.h"
 #include "runtime/printable_name.h"
-#include "runtime/process_state.h"
 #include "session/app_id_tokens.h"
 #include "session/session.h"
 #include "session/session_registry.h"
@@ -24,8 +23,8 @@ namespace {
 constexpr auto kChallengeLength = static_cast<std::int32_t>(kChallengeBytes);
 constexpr auto kAnswerLength = static_cast<std::int32_t>(kAnswerBytes);
 
-bool IsConnected(const std::string& appId) {
-  SessionRef existing = g_applications.Find(appId.c_str());
+bool IsConnected(SessionRegistry& registry, const std::string& appId) {
+  SessionRef existing = registry.Find(appId.c_str());
   return existing.IsValid();
 }
 
@@ -36,12 +35,14 @@ bool SplitHostAndPort(const std::string& appId, std::string& host, std::string& 
 }
 
 void CallUnknownConnectListener(const Session* session) {
-  VXUnknownConnectListener listener = g_unknownConnectListener.load(std::memory_order_acquire);
+  VXUnknownConnectListener listener =
+      session->Environment().listeners->unknownConnect.load(std::memory_order_acquire);
   if (listener) listener(session->LocalAddress().c_str(), session->RemoteAddress().c_str());
 }
 
 void CallAuthFailedListener(const Session* session, const std::string& appId) {
-  VXAuthFailedListener listener = g_authFailedListener.load(std::memory_order_acquire);
+  VXAuthFailedListener listener =
+      session->Environment().listeners->authFailed.load(std::memory_order_acquire);
   if (listener)
     listener(session->LocalAddress().c_str(), session->RemoteAddress().c_str(), appId.c_str());
 }
@@ -55,15 +56,17 @@ std::string SourceOf(const std::string& peerAddress) {
 // Steps 3 to 5 of the exchange on the accepting side: the challenge goes
 // out, the answer must match the digest over our secret block. A source in
 // its back-off gets no challenge, and its answer is not compared.
-bool ChallengeAnswered(ITransportChannel& link, const std::string& source) {
+bool ChallengeAnswered(ITransportChannel& link, const std::string& source,
+                       SessionServices& services) {
   GuessBackoff& backoff = SecretGuessBackoff();
   if (backoff.Refusing(source)) return false;
   unsigned char challenge[kChallengeBytes];
   if (!FillChallenge(challenge)) return false;
   if (link.Write(challenge, kChallengeBytes) != kChallengeLength) return false;
   unsigned char expected[kAnswerBytes], answer[kAnswerBytes];
-  unsigned char secret[kAuthBlockBytes];
-  SnapshotSecret(secret);
+  unsigned char secret[SessionServices::kSecretBytes];
+  static_assert(sizeof secret == kAuthBlockBytes, "the digest covers the whole secret block");
+  services.SnapshotSecret(secret);
   ComputeAnswer(secret, challenge, expected);
   std::memset(secret, 0, sizeof secret);
   std::memset(challenge, 0, sizeof challenge);  // the one secret-related wipe
@@ -94,8 +97,8 @@ void Session::RunAcceptExchange() {
     CallUnknownConnectListener(this);
     return;
   }
-  WriteAppId(link, g_ownAppId);
-  if (!ChallengeAnswered(link, SourceOf(RemoteAddress()))) {
+  WriteAppId(link, environment_.ownAppId);
+  if (!ChallengeAnswered(link, SourceOf(RemoteAddress()), *environment_.services)) {
     VX_LOG(kLogWarning, "Stage 2: credentials failed");
     CallAuthFailedListener(this, appId);  // the peer's first naming
     return;
@@ -106,7 +109,7 @@ void Session::RunAcceptExchange() {
     CallUnknownConnectListener(this);
     return;
   }
-  if (IsConnected(appId)) {
+  if (IsConnected(*environment_.registry, appId)) {
     VX_LOG(kLogError, "Application already connected: '", PrintableName(appId), "'");
     return;
   }
@@ -116,7 +119,7 @@ void Session::RunAcceptExchange() {
     CallUnknownConnectListener(this);
     return;
   }
-  WriteAppId(link, g_ownAppId);
+  WriteAppId(link, environment_.ownAppId);
   MarkEstablished(appId);
 }
 
@@ -138,10 +141,10 @@ std::int32_t Session::ConnectApplication(const ChannelRef& newChannel, char* app
 std::int32_t Session::RunConnectExchange(char* appIdBuffer, std::uint32_t appIdBufferSize,
                                          const unsigned char* secret, std::int32_t secretLength) {
   ITransportChannel& link = *channel_;
-  WriteAppId(link, g_ownAppId);
+  WriteAppId(link, environment_.ownAppId);
   std::string appId = ReadAppId(link);
   if (appId.empty()) return VX_ERROR_FAILED;
-  if (IsConnected(appId)) return VX_ERROR_NAME_IN_USE;
+  if (IsConnected(*environment_.registry, appId)) return VX_ERROR_NAME_IN_USE;
 
   unsigned char challenge[kChallengeBytes];
   if (link.Read(challenge, kChallengeBytes) != kChallengeLength) return VX_ERROR_FAILED;
@@ -151,7 +154,7 @@ std::int32_t Session::RunConnectExchange(char* appIdBuffer, std::uint32_t appIdB
   unsigned char answer[kAnswerBytes];
   ComputeAnswer(block, challenge, answer);
   if (link.Write(answer, kAnswerBytes) != kAnswerLength) return VX_ERROR_FAILED;
-  WriteAppId(link, g_ownAppId);
+  WriteAppId(link, environment_.ownAppId);
 
   // A refusal shows only as silence and a closed connection.
   appId = ReadAppId(link);

@@ -11,17 +11,23 @@
 
 namespace vxbus {
 
-std::atomic<std::uint32_t> g_lastMessageId{0};
-
 namespace {
 // What a message without lists hands out; never destroyed, as messages may
 // still be in use on session threads while the process exits.
-ListRef& g_nullList = *new ListRef;
+ListRef& NullList() {
+  static ListRef& nullList = *new ListRef;
+  return nullList;
+}
 const char kNoName[] = "";
 }  // namespace
 
+std::atomic<std::uint32_t>& LastMessageId() {
+  static std::atomic<std::uint32_t>& last = *new std::atomic<std::uint32_t>(0);
+  return last;
+}
+
 std::uint32_t IVXMessage::NextMessageId() {
-  return ++g_lastMessageId;
+  return ++LastMessageId();
 }
 
 IVXMessage::IVXMessage(EventRef event, SessionRef session, std::uint32_t id, std::uint32_t state,
@@ -31,14 +37,14 @@ IVXMessage::IVXMessage(EventRef event, SessionRef session, std::uint32_t id, std
     std::memcpy(headerTail_, headerTail, sizeof headerTail_);
   else
     std::memset(headerTail_, 0, sizeof headerTail_);
-  ++g_liveMessages;
+  ++Counters().liveMessages;
 }
 
 // The session goes first, then the event.
 IVXMessage::~IVXMessage() {
   session_.Reset();
   syncEvent_.Reset();
-  --g_liveMessages;
+  --Counters().liveMessages;
 }
 
 void IVXMessage::Complete(bool /*discardOutput*/) {
@@ -46,10 +52,10 @@ void IVXMessage::Complete(bool /*discardOutput*/) {
 }
 
 ListRef& IVXMessage::GetInputList() {
-  return g_nullList;
+  return NullList();
 }
 ListRef& IVXMessage::GetOutputList() {
-  return g_nullList;
+  return NullList();
 }
 std::size_t IVXMessage::ObjectBytes() const {
   return PrivateBlockBytes(sizeof(IVXMessage));

@@ -27,7 +27,8 @@ enum MessageState : std::uint32_t {
 };
 
 // The last message id handed out; shared by all sessions of the process.
-extern std::atomic<std::uint32_t> g_lastMessageId;
+// Made on first use and never destroyed. Any thread.
+std::atomic<std::uint32_t>& LastMessageId();
 
 class IVXMessage : public MTObjects::MTReferencedTypeBase {
  public:

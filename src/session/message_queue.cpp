@@ -15,7 +15,6 @@ namespace vxbus {
 
 // Never destroyed: a process that exits without shutting down leaves the
 // dispatch thread asleep on it, and its condition variable must outlive that.
-VXMessageQueue& g_dispatchQueue = *new VXMessageQueue(true, true);
 
 namespace {
 
@@ -219,7 +218,7 @@ void VXMessageQueue::Push(MessageRef message, std::uint64_t bytes) {
   // The swap above and the consumer's flag are both sequentially consistent,
   // so either this push sees the flag or the consumer's last look sees the
   // node. The mutex closes the gap between that look and the sleep.
-  if (old != nullptr || !sleeping_.load()) return;
+  if (old != nullptr || !consumerAsleep_.load()) return;
   std::lock_guard<std::mutex> lock(mutex_);
   notEmpty_.notify_one();
 }
@@ -246,14 +245,14 @@ VXMessageQueue::Node* VXMessageQueue::TakeBatch(std::int32_t limitMs) {
       take())
     return batch;
   std::unique_lock<std::mutex> lock(mutex_);
-  sleeping_.store(true);
+  consumerAsleep_.store(true);
   if (limitMs < 0) {
     notEmpty_.wait(lock, take);
   } else {
     auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(limitMs);
     notEmpty_.wait_until(lock, deadline, take);
   }
-  sleeping_.store(false);
+  consumerAsleep_.store(false);
   return batch;
 }
 

@@ -234,7 +234,7 @@ class VXMessageQueue {
   alignas(64) std::mutex mutex_;
   std::condition_variable notEmpty_;
   std::atomic<bool> woken_{false};
-  std::atomic<bool> sleeping_{false};  // the consumer is in, or on its way to, its sleep
+  std::atomic<bool> consumerAsleep_{false};  // the consumer is in, or on its way to, its sleep
   // Producers waiting for room:
   alignas(64) std::atomic<int> roomWaiters_{0};  // on the whole queue
   std::atomic<int> shareWaiters_{0};             // on a share of theirs
@@ -279,8 +279,6 @@ VXMessageQueue::Room VXMessageQueue::WaitForRoom(std::uint64_t bytes, const Room
     if (timedOut && !MayResume(bytes, bounds, &why) && !stop()) return Room::kTimedOut;
   }
 }
-
-extern VXMessageQueue& g_dispatchQueue;
 
 }  // namespace vxbus
 

@@ -6,8 +6,9 @@
 
 namespace vxbus {
 
-Session::Session() : pendingCalls_(new VXPendingCalls) {
-  ++g_liveApplications;
+Session::Session(const SessionEnvironment& environment)
+    : pendingCalls_(new VXPendingCalls), environment_(environment) {
+  ++Counters().liveSessions;
 }
 
 // Runs on whichever thread lets go last, often a session thread itself. The
@@ -15,7 +16,7 @@ Session::Session() : pendingCalls_(new VXPendingCalls) {
 // longer holds its session has only its return left, and a thread that
 // another detaches while it exits corrupts one threads library's records.
 Session::~Session() {
-  --g_liveApplications;
+  --Counters().liveSessions;
   pendingCalls_.reset();
   if (!readerThread_.joinable()) return;
   if (readerThread_.get_id() == std::this_thread::get_id())
@@ -56,7 +57,7 @@ void Session::Stop() {
     if (channel_.IsValid()) channel_->InterruptReads();
   }
   sendQueue_.Wake();
-  g_dispatchQueue.WakeRoomWaiters();  // the reader may wait for room there
+  environment_.dispatchQueue->WakeRoomWaiters();  // the reader may wait for room there
   JoinReaderThread();
 }
 

@@ -15,8 +15,9 @@
 #include "runtime/latch.h"
 #include "session/message.h"
 #include "session/message_queue.h"
-#include "session/pending_calls.h"
+#include "session/session_environment.h"
 #include "session/traffic_counter.h"
+#include "session/unanswered_calls.h"
 #include "transport/transport_channel.h"
 
 namespace vxbus {
@@ -29,12 +30,12 @@ namespace vxbus {
 //   their go gates, runs the exchange on the set-up thread, then opens the
 //   gates (ReleaseThreads) and waits until both are up. An exchange that
 //   failed leaves the session unestablished, and both threads end at once.
-// - The reader enters the session in g_applications; it ends on a channel
-//   failure, a stop request or g_shuttingDown, then runs the session-end
+// - The reader enters the session in the registry; it ends on a channel
+//   failure, a stop request or the process's stop, then runs the session-end
 //   hook and the disconnect listener, and requests the stop for the writer.
 //   Stop() (VXDisconnect, VXShutdown) requests it and joins the reader.
 // - The writer is detached and never joined. It ends on a stop request,
-//   g_shuttingDown or a failed call; it erases the registry entry and
+//   the process's stop or a failed call; it erases the registry entry and
 //   completes every queued and pending message as failed.
 // - The writer closes sendQueue as it leaves: what is queued later, or is
 //   being queued as it closes, is let go at once and never completed, so
@@ -47,8 +48,12 @@ namespace vxbus {
 //   requests of the session still on their way to a slot are dropped.
 class Session : public MTObjects::MTReferencedTypeBase {
  public:
-  Session();
+  // Keeps a copy of `environment` for its whole life.
+  explicit Session(const SessionEnvironment& environment);
   ~Session() override;
+
+  // What the process handed this session when it was made.
+  const SessionEnvironment& Environment() const { return environment_; }
 
   // The handshake on a fresh channel, on either side.
   bool AcceptApplication(const ChannelRef& channel);
@@ -105,7 +110,7 @@ class Session : public MTObjects::MTReferencedTypeBase {
   const std::string& LocalAddress() const { return localAddress_; }
   // Calls written and waiting for their replies; owned by the session.
   VXPendingCalls& PendingCalls() { return *pendingCalls_; }
-  // The session's part of g_dispatchQueue, which serves sessions in turn.
+  // The session's part of the dispatch queue, which serves sessions in turn.
   QueueShare& DispatchShare() { return dispatchShare_; }
   // True once the peer is known to have ended its stream, although frames it
   // sent before may still wait unread. Reader thread only.
@@ -160,7 +165,7 @@ class Session : public MTObjects::MTReferencedTypeBase {
 
  private:
   // VXNotify's wait for room in the send queue (back_pressure.h).
-  friend _tag_VX_ERROR AwaitSendRoom(Session& session, std::uint64_t bytes);
+  friend VX_ERROR AwaitSendRoom(Session& session, std::uint64_t bytes);
 
   struct FrameBatch {
     bool hasCall = false;
@@ -191,6 +196,7 @@ class Session : public MTObjects::MTReferencedTypeBase {
   // On a cache line of its own, away from the reference count, which other
   // threads write for every message that holds the session.
   alignas(64) std::unique_ptr<VXPendingCalls> pendingCalls_;
+  const SessionEnvironment environment_;
   std::string name_;
   ChannelRef channel_;
   std::string remoteAddress_;

@@ -23,29 +23,21 @@ class AcceptingScope {
   const bool outer_;
 };
 
-class Acceptor final : public IChannelAcceptor {
- public:
-  std::size_t SessionCount() override { return g_applications.Size(); }
-
-  // The set-up reference goes when this returns: after a success the session
-  // lives on in its own threads, after a failure they end it.
-  Outcome Accept(const ChannelRef& channel) override {
-    AcceptingScope accepting;
-    SessionRef session(new (std::nothrow) Session);
-    if (!session) return Outcome::kNoSession;
-    return session->AcceptApplication(channel) ? Outcome::kStarted : Outcome::kFailed;
-  }
-};
-
 }  // namespace
 
 bool OnAcceptingThread() {
   return t_accepting;
 }
 
-IChannelAcceptor& SessionAcceptor() {
-  static Acceptor* acceptor = new Acceptor;  // never destroyed: threads may outlive exit
-  return *acceptor;
+std::size_t SessionAcceptor::SessionCount() {
+  return environment_->registry->Size();
+}
+
+IChannelAcceptor::Outcome SessionAcceptor::Accept(const ChannelRef& channel) {
+  AcceptingScope accepting;
+  SessionRef session(new (std::nothrow) Session(*environment_));
+  if (!session) return Outcome::kNoSession;
+  return session->AcceptApplication(channel) ? Outcome::kStarted : Outcome::kFailed;
 }
 
 }  // namespace vxbus

@@ -3,14 +3,27 @@
 #ifndef VXBUS_SESSION_SESSION_ACCEPTOR_H_
 #define VXBUS_SESSION_SESSION_ACCEPTOR_H_
 
+#include "session/session_environment.h"
 #include "transport/channel_acceptor.h"
 
 namespace vxbus {
 
-// The process's one acceptor; lives as long as the process.
-IChannelAcceptor& SessionAcceptor();
+// Every session it makes gets a copy of `*environment` as it stands then;
+// the environment is not owned and outlives the acceptor's users.
+class SessionAcceptor final : public IChannelAcceptor {
+ public:
+  explicit SessionAcceptor(const SessionEnvironment* environment) : environment_(environment) {}
 
-// True on a thread that is inside the acceptor: a connection thread or one of
+  std::size_t SessionCount() override;
+  // The set-up reference goes when this returns: after a success the session
+  // lives on in its own threads, after a failure they end it.
+  Outcome Accept(const ChannelRef& channel) override;
+
+ private:
+  const SessionEnvironment* environment_;
+};
+
+// True on a thread that is inside an acceptor: a connection thread or one of
 // its handshake threads, where the listeners of a handshake run.
 bool OnAcceptingThread();
 

@@ -9,12 +9,10 @@
 #include "runtime/little_endian.h"
 #include "runtime/log.h"
 #include "runtime/printable_name.h"
-#include "runtime/process_state.h"
 #include "session/app_id_tokens.h"
 #include "session/back_pressure.h"
 #include "session/dropped_messages.h"
 #include "session/session.h"
-#include "session/session_end_hook.h"
 #include "session/session_registry.h"
 #include "session/session_threads.h"
 #include "session/slot_call_message.h"
@@ -28,7 +26,8 @@ void LogNotInitialized(const Session& session) {
 }
 
 void CallConnectListener(const Session& session) {
-  VXConnectListener listener = g_connectListener.load(std::memory_order_acquire);
+  VXConnectListener listener =
+      session.Environment().listeners->connect.load(std::memory_order_acquire);
   if (!listener) return;
   AppIdParts parts = SplitAppId(session.Name());
   listener(session.LocalAddress().c_str(), session.RemoteAddress().c_str(), session.Name().c_str(),
@@ -37,7 +36,8 @@ void CallConnectListener(const Session& session) {
 }
 
 void CallDisconnectListener(const Session& session) {
-  VXDisconnectListener listener = g_disconnectListener.load(std::memory_order_acquire);
+  VXDisconnectListener listener =
+      session.Environment().listeners->disconnect.load(std::memory_order_acquire);
   if (!listener) return;
   AppIdParts parts = SplitAppId(session.Name());
   listener(session.Name().c_str(), parts.hasHost ? parts.host.c_str() : nullptr, parts.PortNumber(),
@@ -54,7 +54,7 @@ void Session::RunReader() {
     LogNotInitialized(*this);
     return;
   }
-  g_applications.Assign(name_, this);
+  environment_.registry->Assign(name_, this);
   readerUp_.Set();
   VX_LOG(kLogInfo, "Application connected:", PrintableName(name_));
   CallConnectListener(*this);
@@ -62,7 +62,7 @@ void Session::RunReader() {
   {
     MTObjects::ReferenceBlock<Session> messageRefs(this);
     for (;;) {
-      if (g_shuttingDown.load(std::memory_order_relaxed)) break;
+      if (environment_.processStop.StopRequested()) break;
       if (stopRequested_.load()) break;
       std::int32_t ready = channel_->WaitReadable(kReaderPollMs);
       if (ready < 0) break;
@@ -79,17 +79,17 @@ void Session::RunReader() {
         // A full dispatch queue holds the reading back, and so the peer.
         const std::uint64_t bytes = VXMessageQueue::MessageBytes(message);
         if (!AwaitDispatchRoom(*this, bytes)) break;
-        g_dispatchQueue.Push(std::move(message), bytes);
+        environment_.dispatchQueue->Push(std::move(message), bytes);
       }
     }
   }
   EndReading();
 
-  const char* cause = g_shuttingDown.load(std::memory_order_relaxed) ? "Global shutdown: "
-                      : stopRequested_.load()                        ? "Local shutdown: "
-                                                                     : "Remote disconnect: ";
+  const char* cause = environment_.processStop.StopRequested() ? "Global shutdown: "
+                      : stopRequested_.load()                  ? "Local shutdown: "
+                                                               : "Remote disconnect: ";
   VX_LOG(kLogInfo, cause, '"', PrintableName(name_), '"', " stopped");
-  if (SessionEndHook hook = g_sessionEndHook.load(std::memory_order_acquire)) hook(this);
+  environment_.services->SessionEnded(this);
   CallDisconnectListener(*this);
   // The writer learns of a remote end from this flag; registry and queues
   // are the writer's to clean.
@@ -111,7 +111,7 @@ void Session::RunWriter() {
   }
   EndWriting();
 
-  g_applications.Erase(name_, this);
+  environment_.registry->Erase(name_, this);
   // Every caller that found the session under the registry lock has pushed
   // by now: fail what is queued, then what waits for a reply.
   QueueTally dropped;
@@ -122,7 +122,7 @@ void Session::RunWriter() {
     dropped.Add(VXMessageQueue::MessageBytes(message));
     message->Complete(true);
   }
-  ReportDropped(name_, dropped);
+  ReportDropped(name_, dropped, environment_.processStop.StopRequested());
   pendingCalls_->ForEach([](MessageRef& message) { message->Complete(true); });
   CloseSendQueue();
 }
@@ -201,7 +201,7 @@ bool Session::ReceiveMessage(MessageRef& out, MTObjects::ReferenceBlock<Session>
 }
 
 bool Session::WriterStopping() const {
-  return g_shuttingDown.load(std::memory_order_relaxed) || stopRequested_.load();
+  return environment_.processStop.StopRequested() || stopRequested_.load();
 }
 
 void Session::QueueFrame(MessageRef message) {
@@ -300,7 +300,7 @@ void Session::FailUnwrittenCall(std::uint32_t id) {
   pendingCalls_->Take(id, failed);
   if (!failed.IsValid()) return;
   failed->SetReplyState();
-  g_dispatchQueue.Push(failed);  // completed by the dispatch thread
+  environment_.dispatchQueue->Push(failed);  // completed by the dispatch thread
 }
 
 }  // namespace vxbus

@@ -3,10 +3,6 @@
 
 namespace vxbus {
 
-// Never destroyed: session threads of a process that exits without a
-// shutdown still leave it while the exit handlers run.
-SessionRegistry& g_applications = *new SessionRegistry;
-
 Session* SessionRegistry::FindLocked(const char* appId) {
   if (appId == nullptr) return nullptr;
   auto it = map_.find(VXNameKey(appId));

@@ -46,8 +46,6 @@ class SessionRegistry {
   std::atomic<std::size_t> size_{0};
 };
 
-extern SessionRegistry& g_applications;
-
 }  // namespace vxbus
 
 #endif  // VXBUS_SESSION_SESSION_REGISTRY_H_

@@ -47,8 +47,8 @@ std::int32_t VXSlotCallBody::Write(ITransportChannel& channel, bool isRequest,
   return body < 0 ? body : written + body;
 }
 
-std::int32_t VXSlotCallBody::Read(ITransportChannel& channel, bool isRequest,
-                                  const unsigned char* tail) {
+std::int32_t VXSlotCallBody::Read(ITransportChannel& channel, std::uint32_t maxReadSize,
+                                  bool isRequest, const unsigned char* tail) {
   ListRef& target = isRequest ? input : output;
   VXMemoryBufferTpl<128> header;
   header.AppendPadded(tail, 8);
@@ -63,7 +63,7 @@ std::int32_t VXSlotCallBody::Read(ITransportChannel& channel, bool isRequest,
   std::uint32_t size = header.Read32(header.used - 8);
   std::uint32_t nextSize = 0, nextChildCount = 0;
   const std::int32_t body =
-      target->ReadList(&channel, size, childCount, false, &nextSize, &nextChildCount);
+      target->ReadList(&channel, maxReadSize, size, childCount, false, &nextSize, &nextChildCount);
   return body < 0 || !isRequest ? body : body + 4;
 }
 
@@ -111,7 +111,8 @@ std::int32_t VXSlotCallMessage::Receive(const unsigned char* headerTail) {
   bool isRequest = state_ != kStateReply;
   ListRef& target = isRequest ? body_.input : body_.output;
   if (!target.IsValid()) return -1;
-  return body_.Read(*session_->Channel(), isRequest, headerTail ? headerTail : headerTail_);
+  return body_.Read(*session_->Channel(), session_->Environment().maxReadSize, isRequest,
+                    headerTail ? headerTail : headerTail_);
 }
 
 void VXSlotCallMessage::Complete(bool discardOutput) {

@@ -23,7 +23,8 @@ class VXSlotCallBody {
                      std::uint32_t state);
   // The rest of a frame behind its first 8 header bytes, `tail` the next 8:
   // the bytes read past those 16, negative on failure.
-  std::int32_t Read(ITransportChannel& channel, bool isRequest, const unsigned char* tail);
+  std::int32_t Read(ITransportChannel& channel, std::uint32_t maxReadSize, bool isRequest,
+                    const unsigned char* tail);
 
   std::uint32_t slotId;
   ListRef input;

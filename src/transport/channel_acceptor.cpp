@@ -1,26 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "transport/channel_acceptor.h"
 
-#include <atomic>
-
 #include "runtime/log.h"
 
 namespace vxbus {
 
-namespace {
-std::atomic<IChannelAcceptor*> g_channelAcceptor{nullptr};
-}  // namespace
-
-void SetChannelAcceptor(IChannelAcceptor* acceptor) {
-  g_channelAcceptor.store(acceptor, std::memory_order_release);
-}
-
-IChannelAcceptor& ChannelAcceptor() {
-  return *g_channelAcceptor.load(std::memory_order_acquire);
-}
-
-void AcceptAndLog(const ChannelRef& channel, const char* linePrefix) {
-  switch (ChannelAcceptor().Accept(channel)) {
+void AcceptAndLog(IChannelAcceptor& acceptor, const ChannelRef& channel, const char* linePrefix) {
+  switch (acceptor.Accept(channel)) {
     case IChannelAcceptor::Outcome::kNoSession:
       VX_LOG(kLogError, linePrefix, "Cannot create application object");
       break;

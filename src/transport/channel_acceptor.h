@@ -29,12 +29,9 @@ class IChannelAcceptor {
   ~IChannelAcceptor() = default;
 };
 
-// Set once at load, before any thread starts; not owned.
-void SetChannelAcceptor(IChannelAcceptor* acceptor);
-IChannelAcceptor& ChannelAcceptor();
-// Hands `channel` to the acceptor and logs a failure at level 2, each
+// Hands `channel` to `acceptor` and logs a failure at level 2, each
 // thread's lines starting with its own `linePrefix`.
-void AcceptAndLog(const ChannelRef& channel, const char* linePrefix);
+void AcceptAndLog(IChannelAcceptor& acceptor, const ChannelRef& channel, const char* linePrefix);
 
 }  // namespace vxbus
 

@@ -11,7 +11,6 @@ namespace vxbus {
 
 std::string listenerPipeInName;
 std::string listenerPipeOutName;
-std::atomic<std::uint32_t> g_pipeAcceptWaitMs{kPipeAcceptWaitMs};
 
 namespace {
 

@@ -23,8 +23,6 @@ extern std::string listenerPipeOutName;
 // How long AcceptPipeChannel waits for a client on "_in", and then again at
 // most for that client on "_out", unless a test asks for less.
 constexpr std::uint32_t kPipeAcceptWaitMs = 10000;
-// The wait of the pipe connection thread, until it takes it as an argument.
-extern std::atomic<std::uint32_t> g_pipeAcceptWaitMs;
 
 class PipeChannel : public ITransportChannel, private ReadBuffer::Source, private WriteBatch::Sink {
  public:

@@ -5,7 +5,6 @@
 #include "transport/pipe_connection_thread.h"
 
 #include "runtime/log.h"
-#include "runtime/process_state.h"
 #include "transport/channel_acceptor.h"
 #include "transport/pipe_channel.h"
 #include "transport/pipe_listen_name.h"
@@ -17,40 +16,40 @@ namespace {
 // listens on the name, waits out the length of a round instead of coming
 // straight back, and says so once per run of such rounds; the listener comes
 // up by itself once the name is free.
-void ServeOneRound(bool& createFailureLogged) {
+void ServeOneRound(const ListenerEnvironment& environment, bool& createFailureLogged) {
   int createError = 0;
-  ChannelRef channel = AcceptPipeChannel(ChannelLimits::From(g_limits), g_pipeAcceptWaitMs.load(),
-                                         &g_shuttingDown, &createError);
+  ChannelRef channel = AcceptPipeChannel(environment.channelLimits, environment.pipeAcceptWaitMs,
+                                         environment.stop.Flag(), &createError);
   if (createError != 0) {
     if (!createFailureLogged) {
       createFailureLogged = true;
       VX_LOG(kLogCritical, "ConnThread Pipe. create pipe '", listenerPipeInName,
              "' FAILED with code=", createError, ". Try to reinitialize listener");
     }
-    PausePipeListener(g_pipeAcceptWaitMs.load(), &g_shuttingDown);
+    PausePipeListener(environment.pipeAcceptWaitMs, environment.stop.Flag());
     return;
   }
   createFailureLogged = false;
   if (!channel.IsValid()) return;
   // At the limit the client's pipes just close; no line is logged here.
-  if (ChannelAcceptor().SessionCount() > g_limits.limits.MAX_CONNECTIONS) return;
-  AcceptAndLog(channel, "");
+  if (environment.acceptor->SessionCount() > environment.maxConnections) return;
+  AcceptAndLog(*environment.acceptor, channel, "");
 }
 
 }  // namespace
 
-void PipeConnectionThread() {
-  pipeListenerGate->Wait();
+void PipeConnectionThread(ListenerEnvironment environment,
+                          MTObjects::MTReferencedPtr<PipeListenName> name) {
+  environment.gate->Wait();
   VX_LOG(kLogInfo, "ConnThread Pipe Startup");
-  MTObjects::MTReferencedPtr<PipeListenName> info(g_connPipeThreadInfo);
-  SetPipeNames(info->PipeName());
+  SetPipeNames(name->PipeName());
   if (listenerPipeInName.empty() || listenerPipeOutName.empty()) {
     VX_LOG(kLogInfo, "ConnThread Pipe stopped - pipes are not defined");
     return;
   }
   bool createFailureLogged = false;
-  while (!g_shuttingDown.load(std::memory_order_relaxed))
-    ServeOneRound(createFailureLogged);
+  while (!environment.stop.StopRequested())
+    ServeOneRound(environment, createFailureLogged);
   VX_LOG(kLogInfo, "ConnThread Shutdown");
 }
 

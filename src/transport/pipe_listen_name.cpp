@@ -3,8 +3,6 @@
 
 namespace vxbus {
 
-MTObjects::MTReferencedPtr<PipeListenName> g_connPipeThreadInfo(new PipeListenName);
-
 void PipeListenName::SetPipeName(const char* pipeName) {
   std::lock_guard<std::mutex> lock(mutex_);
   pipeName_ = pipeName ? pipeName : "";

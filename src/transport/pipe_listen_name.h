@@ -24,8 +24,6 @@ class PipeListenName : public MTObjects::MTReferencedTypeBase {
   std::string pipeName_;
 };
 
-extern MTObjects::MTReferencedPtr<PipeListenName> g_connPipeThreadInfo;
-
 }  // namespace vxbus
 
 #endif  // VXBUS_TRANSPORT_PIPE_LISTEN_NAME_H_

@@ -3,8 +3,6 @@
 
 namespace vxbus {
 
-MTObjects::MTReferencedPtr<TcpListenAddress> g_connThreadInfo(new TcpListenAddress);
-
 void TcpListenAddress::Set(const char* bindAddress, std::uint16_t port) {
   platform::Ipv4Endpoint address;
   address.port = port;

@@ -27,8 +27,6 @@ class TcpListenAddress : public MTObjects::MTReferencedTypeBase {
   platform::Ipv4Endpoint address_;
 };
 
-extern MTObjects::MTReferencedPtr<TcpListenAddress> g_connThreadInfo;
-
 }  // namespace vxbus
 
 #endif  // VXBUS_TRANSPORT_TCP_LISTEN_ADDRESS_H_

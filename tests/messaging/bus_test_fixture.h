@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "runtime/process_state.h"
+#include "support/context.h"
 #include "support/peer.h"
 #include "support/wait.h"
 #include "vxbus.h"
@@ -144,7 +144,7 @@ class BusTest : public ::testing::Test {
                            reinterpret_cast<const unsigned char*>(secret.data()),
                            static_cast<int>(secret.size()));
     if (appId) *appId = buffer;
-    if (result == VX_SUCCESS && peer.Expect("connected " + g_ownAppId).empty())
+    if (result == VX_SUCCESS && peer.Expect("connected " + testing::Context().ownAppId).empty())
       return VX_ERROR_FAILED;
     return result;
   }
@@ -152,7 +152,7 @@ class BusTest : public ::testing::Test {
   // The peer calls this process: on return every request it sent here
   // before has been run.
   static void AwaitDispatchOf(Peer& peer) {
-    peer.Send("call " + g_ownAppId + " " + std::to_string(kBarrierSlot));
+    peer.Send("call " + testing::Context().ownAppId + " " + std::to_string(kBarrierSlot));
     EXPECT_EQ(peer.Expect("call-result "), "call-result list tester");
   }
 

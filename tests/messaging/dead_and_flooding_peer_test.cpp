@@ -21,6 +21,7 @@
 #include "session/message_queue.h"
 #include "session/session_registry.h"
 #include "session/slot_call_message.h"
+#include "support/context.h"
 #include "support/log_capture.h"
 #include "support/process_resources.h"
 
@@ -61,8 +62,8 @@ struct SlotGate {
   }
   // Only the dispatch thread writes the maxima; the test reads them.
   void NoteQueue() {
-    maxQueued = std::max(maxQueued.load(), g_dispatchQueue.QueuedBytes());
-    for (const SessionRef& session : g_applications.Sessions())
+    maxQueued = std::max(maxQueued.load(), testing::Context().dispatchQueue.QueuedBytes());
+    for (const SessionRef& session : testing::Context().registry.Sessions())
       maxShare = std::max(maxShare.load(), session->DispatchShare().Held());
   }
 
@@ -95,7 +96,7 @@ class GatedSlotTest : public BusTest {
   // and held there, and all of them read off the socket.
   void HoldPeerInGatedSlot(Peer& peer, int count, bool wantReplies) {
     const std::uint32_t messagesBefore = DEBUG_VXObjectCount().messages;
-    peer.Send("notify " + g_ownAppId + " " + std::to_string(kGatedSlot) + " " +
+    peer.Send("notify " + testing::Context().ownAppId + " " + std::to_string(kGatedSlot) + " " +
               std::to_string(count) + " 0" + (wantReplies ? " reply" : ""));
     ASSERT_TRUE(gate_.entered.WaitFor());
     ASSERT_TRUE(WaitUntil([&] {
@@ -106,7 +107,8 @@ class GatedSlotTest : public BusTest {
   // The session is out of the registry once both its threads are past their
   // loops: the writer erases it after the reader's end.
   static bool WaitForSessionEnd(const Peer& peer) {
-    return WaitUntil([&] { return !g_applications.Find(peer.AppId().c_str()).IsValid(); });
+    return WaitUntil(
+        [&] { return !testing::Context().registry.Find(peer.AppId().c_str()).IsValid(); });
   }
 
   SlotGate gate_;
@@ -155,7 +157,7 @@ TEST_F(DeadPeerTest, PeerKilledMidCallLeavesNothingAndTheNextPeerIsServedAtOnce)
   // The requests of the dead peer behind the running one are not run, so
   // the next peer's first call is answered at once.
   ASSERT_EQ(Connect(next), VX_SUCCESS);
-  next.Send("call " + g_ownAppId + " " + std::to_string(kBarrierSlot));
+  next.Send("call " + testing::Context().ownAppId + " " + std::to_string(kBarrierSlot));
   EXPECT_EQ(next.Expect("call-result ", std::chrono::seconds(10)), "call-result list tester");
   EXPECT_EQ(gate_.runs, 1u);
 
@@ -212,8 +214,8 @@ constexpr std::uint32_t kFloodCount = 2000;
 // The peer's command for `count` one-way requests of `bytes` each to `slot` here.
 std::string FloodCommand(std::uint32_t slot = kGatedSlot, std::uint32_t count = kFloodCount,
                          std::uint32_t bytes = kPayloadBytes) {
-  return "notify " + g_ownAppId + " " + std::to_string(slot) + " " + std::to_string(count) + " " +
-         std::to_string(bytes);
+  return "notify " + testing::Context().ownAppId + " " + std::to_string(slot) + " " +
+         std::to_string(count) + " " + std::to_string(bytes);
 }
 
 class FloodTest : public GatedSlotTest {
@@ -227,7 +229,7 @@ class FloodTest : public GatedSlotTest {
   static bool ShareFills(const Peer& peer, std::uint64_t share = kShareBytes) {
     return WaitUntil(
         [&] {
-          SessionRef session = g_applications.Find(peer.AppId().c_str());
+          SessionRef session = testing::Context().registry.Find(peer.AppId().c_str());
           return session && session->DispatchShare().Held() >= share / 2;
         },
         std::chrono::seconds(30));
@@ -268,8 +270,11 @@ TEST_F(FloodTest, BothQueuesStayBoundedAndShutdownCountsWhatItDrops) {
   peer.Send(FloodCommand());
   ASSERT_TRUE(ShareFills(peer));
   std::thread opener([this] {
-    WaitUntil([] { return g_shuttingDown.load() && g_applications.Size() == 0; },
-              std::chrono::seconds(60));
+    WaitUntil(
+        [] {
+          return testing::Context().shuttingDown.load() && testing::Context().registry.Size() == 0;
+        },
+        std::chrono::seconds(60));
     gate_.Open(true);
   });
   LogCapture log(kLogWarning);
@@ -286,7 +291,7 @@ TEST_F(FloodTest, BothQueuesStayBoundedAndShutdownCountsWhatItDrops) {
   EXPECT_EQ(dropLines, 1);
   EXPECT_GE(messages, 1u);
   EXPECT_GE(bytes, messages * (sizeof(VXSlotCallMessage) + kPayloadBytes));
-  EXPECT_EQ(g_dispatchQueue.QueuedBytes(), 0u);
+  EXPECT_EQ(testing::Context().dispatchQueue.QueuedBytes(), 0u);
   // The peer's flood ends too: its waiting notification saw the session go.
   EXPECT_NE(peer.Expect("notify-result ", std::chrono::seconds(30)), "");
 }
@@ -312,7 +317,7 @@ TEST_F(FairnessTest, AnHonestCallWaitsForAFewOfAFloodersSlotRunsOnly) {
       WaitUntil([&] { return DEBUG_VXObjectCount().messages >= messagesBefore + kRequests / 2; }));
   const std::uint32_t runsBefore = gate_.runs.load();
   const auto start = std::chrono::steady_clock::now();
-  honest.Send("call " + g_ownAppId + " " + std::to_string(kMarkSlot));
+  honest.Send("call " + testing::Context().ownAppId + " " + std::to_string(kMarkSlot));
   ASSERT_EQ(honest.Expect("call-result ", std::chrono::seconds(5)), "call-result list tester");
   const auto waited = std::chrono::steady_clock::now() - start;
   EXPECT_LE(gate_.runsAtMark.load() - runsBefore, 3u);
@@ -357,8 +362,9 @@ TEST_F(KilledFlooderTest, SessionEndsWhileItsReaderWaitsForRoom) {
   }));
 
   flooder.Kill();
-  EXPECT_TRUE(WaitUntil([&] { return !g_applications.Find(flooder.AppId().c_str()).IsValid(); },
-                        std::chrono::seconds(3)));
+  EXPECT_TRUE(WaitUntil(
+      [&] { return !testing::Context().registry.Find(flooder.AppId().c_str()).IsValid(); },
+      std::chrono::seconds(3)));
   gate_.Open(true);
   EXPECT_TRUE(WaitUntil([] { return DEBUG_VXObjectCount().messages == 0; }));
   EXPECT_EQ(gate_.runs, 1u);

@@ -15,6 +15,7 @@
 #include "session/session.h"
 #include "session/session_registry.h"
 #include "support/channel_pair.h"
+#include "support/context.h"
 #include "support/log_capture.h"
 
 namespace vxbus {
@@ -31,7 +32,7 @@ const Bytes kIdRecord = {7, 'i', 'd', 0, 0, 0, 0, 2, 7, 0, 0, 0};
 class RawPeer {
  public:
   explicit RawPeer(const std::string& appId) : appId_(appId), pair_(MakeSocketChannelPair()) {
-    session_ = new Session;
+    session_ = testing::NewSession();
     session_->AttachChannel(pair_.first);
     session_->StartThreads();
     session_->MarkEstablished(appId);
@@ -62,7 +63,7 @@ class RawPeer {
   void Write(const Bytes& bytes) {
     pair_.second->Write(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
   }
-  bool Registered() { return g_applications.Find(AppId()).IsValid(); }
+  bool Registered() { return testing::Context().registry.Find(AppId()).IsValid(); }
 
  private:
   std::string appId_;
@@ -254,10 +255,11 @@ TEST_F(DeadlineTest, ASlowSlotOfAPeerMissesTheDeadlineAndTheSessionGoesOn) {
   const _tag_VXDWORDARRAY slots = VXGetInt32Array(info, "slots");
   EXPECT_EQ(std::vector<std::uint32_t>(slots.data, slots.data + slots.count),
             (std::vector<std::uint32_t>{1, 2, 3, 6, 7, 8, 40, 0xFFFFFFFEu, 0xFFFFFFFFu}));
-  EXPECT_EQ(SessionField(info, g_ownAppId, "framesReceived"), 3u);  // the three calls
-  const std::uint64_t sent = SessionField(info, g_ownAppId, "framesSent");
+  EXPECT_EQ(SessionField(info, testing::Context().ownAppId, "framesReceived"),
+            3u);  // the three calls
+  const std::uint64_t sent = SessionField(info, testing::Context().ownAppId, "framesSent");
   EXPECT_TRUE(sent == 1 || sent == 2) << sent;  // two replies, the last maybe not counted yet
-  EXPECT_EQ(SessionField(info, g_ownAppId, "pendingCalls"), 0u);
+  EXPECT_EQ(SessionField(info, testing::Context().ownAppId, "pendingCalls"), 0u);
   HVXPARAMLIST counters = VXGetHandleValue(info, "counters");
   EXPECT_EQ(VXGetInt32Value(counters, "applications"), 1u);
   VXCloseHandle(counters);
@@ -273,12 +275,12 @@ TEST_F(DeadlineTest, BusInfoTellsSignalsSubscribersAndSessions) {
   ASSERT_EQ(Connect(peer), VX_SUCCESS);
   ASSERT_EQ(VXRegisterSignal("opened"), VX_SUCCESS);
   ASSERT_EQ(VXRegisterSignal("closed"), VX_SUCCESS);
-  peer.Send("subscribe " + g_ownAppId + " opened 6");
-  peer.Send("subscribe " + g_ownAppId + " opened 1");
+  peer.Send("subscribe " + testing::Context().ownAppId + " opened 6");
+  peer.Send("subscribe " + testing::Context().ownAppId + " opened 1");
   AwaitDispatchOf(peer);
 
   HVXPARAMLIST info = VXGetBusInfo();
-  EXPECT_STREQ(VXGetStringValue(info, "appId"), g_ownAppId.c_str());
+  EXPECT_STREQ(VXGetStringValue(info, "appId"), testing::Context().ownAppId.c_str());
   const _tag_VXDWORDARRAY signals = VXGetHandleArray(info, "signals");
   ASSERT_EQ(signals.count, 2u);
   HVXPARAMLIST closed = VXGetHandleById(info, signals.data[0]);

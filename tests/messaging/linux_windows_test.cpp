@@ -52,7 +52,8 @@ TEST_F(LinuxWindowsTest, CallsNotificationsAndSignalsCross) {
   AwaitDispatchOf(peer);  // and Windows calls Linux
 
   EXPECT_EQ(VXNotify(to, 6, list, nullptr, nullptr), VX_SUCCESS);
-  EXPECT_EQ(peer.Expect("notified "), "notified from " + g_ownAppId + " output=null count=1");
+  EXPECT_EQ(peer.Expect("notified "),
+            "notified from " + testing::Context().ownAppId + " output=null count=1");
   VXCloseHandle(list);
 
   // A Windows signal delivered here.

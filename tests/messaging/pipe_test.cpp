@@ -10,6 +10,7 @@
 #include "runtime/log.h"
 #include "session/session_registry.h"
 #include "support/channel_pair.h"
+#include "support/context.h"
 #include "support/log_capture.h"
 #include "transport/pipe_channel.h"
 
@@ -36,14 +37,15 @@ TEST_F(PipeSessionTest, ALongNameCarriesALargeListAndOverTheLimitPipesCloseWitho
   // Nothing listens on that TCP port: only the pipe can succeed.
   ASSERT_EQ(ConnectPipeRetrying(pipe, "127.0.0.1", FreeTcpPort()), VX_SUCCESS);
   const char* to = listener.AppId().c_str();
-  SessionRef session = g_applications.Find(to);
+  SessionRef session = testing::Context().registry.Find(to);
   ASSERT_TRUE(session.IsValid());
   EXPECT_EQ(session->RemoteAddress(), pipe + "_in");
   EXPECT_EQ(session->LocalAddress(), pipe + "_out");
   // Each side names the pipe it writes as the remote end.
-  EXPECT_EQ(listener.ExpectSeen("connected " + g_ownAppId),
-            "connected " + g_ownAppId + " " + std::string(g_hostName) + " 0 tester " + pipe +
-                "_in " + pipe + "_out");
+  EXPECT_EQ(listener.ExpectSeen("connected " + testing::Context().ownAppId),
+            "connected " + testing::Context().ownAppId + " " +
+                std::string(testing::Context().hostName) + " 0 tester " + pipe + "_in " + pipe +
+                "_out");
 
   // A list far larger than the pipes' buffers.
   std::vector<unsigned char> blob(100000);
@@ -60,7 +62,8 @@ TEST_F(PipeSessionTest, ALongNameCarriesALargeListAndOverTheLimitPipesCloseWitho
   VXCloseHandle(list);
 
   // The last line the listener writes about this process's session.
-  ASSERT_FALSE(listener.ExpectSeen("log 8 Startup completed for " + g_ownAppId).empty());
+  ASSERT_FALSE(
+      listener.ExpectSeen("log 8 Startup completed for " + testing::Context().ownAppId).empty());
   const std::size_t linesBefore = listener.Lines().size();
   ChannelRef channel;
   ASSERT_TRUE(
@@ -112,7 +115,8 @@ TEST_F(PipeListenerTest, ASecondProcessOnATakenNameSaysSoOnceAndQuitsAtOnce) {
   ASSERT_FALSE(second.ExpectSeen(CreateFailedLine(pipe)).empty());
   Peer other(PipePeer("other", ""));
   ASSERT_TRUE(other.Ready());
-  EXPECT_EQ(ConnectPipeRetryingFrom(other, pipe), "connect-result 0 " + g_ownAppId);
+  EXPECT_EQ(ConnectPipeRetryingFrom(other, pipe),
+            "connect-result 0 " + testing::Context().ownAppId);
 
   second.Send("quit");
   int exitCode = -1;

@@ -8,6 +8,7 @@
 #include "session/message_queue.h"
 #include "session/session.h"
 #include "session/slot_call_message.h"
+#include "support/context.h"
 #include "vxbus.h"
 
 namespace vxbus {
@@ -16,17 +17,17 @@ namespace {
 // Guards the drain's completion of a call whose request failed to write as
 // the process shut down: without it that VXCall would wait for ever.
 TEST(ShutdownDrain, CompletesACallWhoseRequestFailedToWrite) {
-  SessionRef session(new Session);  // no threads: the queue is ours alone
+  SessionRef session(testing::NewSession());  // no threads: the queue is ours alone
   session->MarkEstablished("host:1/peer");
   IVXMessage::EventRef completed(new MTObjects::Latch);
   MessageRef call(
       new VXSlotCallMessage(completed, session, 7, VX_INVALID_PARAMLIST, nullptr, nullptr));
   call->SetReplyState();  // as the writer hands over a call it could not write
-  g_dispatchQueue.Push(call);
+  testing::Context().dispatchQueue.Push(call);
   const QueueTally dropped = DropDispatchBacklog();
   EXPECT_TRUE(completed->WaitFor(std::chrono::seconds(5)));
   EXPECT_EQ(dropped.messages, 1u);
-  EXPECT_EQ(g_dispatchQueue.QueuedBytes(), 0u);
+  EXPECT_EQ(testing::Context().dispatchQueue.QueuedBytes(), 0u);
   session->CloseSendQueue();
 }
 

@@ -88,7 +88,7 @@ TEST_F(TwoProcessTest, CallsAndNotificationsRunBothWaysThroughAThirdProcessAndAH
   AwaitDispatchOf(front);  // and the peer calls this process
   VXRegisterSlot(kSelfReplacingSlot, ReplaceItself, nullptr);
   const std::string callSelfReplacing =
-      "call " + g_ownAppId + " " + std::to_string(kSelfReplacingSlot);
+      "call " + testing::Context().ownAppId + " " + std::to_string(kSelfReplacingSlot);
   front.Send(callSelfReplacing);
   EXPECT_EQ(front.Expect("call-result "), "call-result list replaced");
   front.Send(callSelfReplacing);
@@ -102,9 +102,11 @@ TEST_F(TwoProcessTest, CallsAndNotificationsRunBothWaysThroughAThirdProcessAndAH
   VXCloseHandle(reply);
 
   EXPECT_EQ(VXNotify(to, 6, list, nullptr, nullptr), VX_SUCCESS);
-  EXPECT_EQ(front.Expect("notified "), "notified from " + g_ownAppId + " output=null count=1");
+  EXPECT_EQ(front.Expect("notified "),
+            "notified from " + testing::Context().ownAppId + " output=null count=1");
   EXPECT_EQ(VXNotify(to, 6, list, CountCompletion, &done_), VX_SUCCESS);
-  EXPECT_EQ(front.Expect("notified "), "notified from " + g_ownAppId + " output=list count=1");
+  EXPECT_EQ(front.Expect("notified "),
+            "notified from " + testing::Context().ownAppId + " output=list count=1");
 
   // Slot 3 of the front peer calls slot 1 of the back peer.
   front.Send("connect 127.0.0.1 " + std::to_string(back.Port()));
@@ -138,23 +140,25 @@ TEST_F(TwoProcessTest, CallsAndNotificationsRunBothWaysThroughAThirdProcessAndAH
   reply = VX::VXApplicationHolder(holder).Call(1, VX_INVALID_PARAMLIST);
   EXPECT_NE(reply.value, nullptr);
   VXCloseHandle(reply);
-  EXPECT_NE(back.Expect("disconnected " + g_ownAppId), "");
-  EXPECT_TRUE(WaitUntil([&back] { return !g_applications.Find(back.AppId().c_str()).IsValid(); }));
+  EXPECT_NE(back.Expect("disconnected " + testing::Context().ownAppId), "");
+  EXPECT_TRUE(WaitUntil(
+      [&back] { return !testing::Context().registry.Find(back.AppId().c_str()).IsValid(); }));
   EXPECT_EQ(holder.Call(1, VX_INVALID_PARAMLIST).value, nullptr);
   EXPECT_EQ(holder.getName(), back.AppId()) << "the original still holds the name";
 }
 
 // Subscribers of one of this process's signals, or -1 if it isn't registered.
 int SubscriberCount(const std::string& signal) {
-  std::lock_guard<std::recursive_mutex> lock(g_signalTable.mutex);
-  auto it = g_signalTable.signals.find(signal);
-  return it == g_signalTable.signals.end() ? -1 : static_cast<int>(it->second.size());
+  std::lock_guard<std::recursive_mutex> lock(testing::Context().signalTable.mutex);
+  auto it = testing::Context().signalTable.signals.find(signal);
+  return it == testing::Context().signalTable.signals.end() ? -1
+                                                            : static_cast<int>(it->second.size());
 }
 
 TEST_F(SignalTest, NullNameAnswersZeroAndEmissionWithoutSubscribersCallsBackAtOnce) {
-  const std::size_t before = g_signalTable.signals.size();
+  const std::size_t before = testing::Context().signalTable.signals.size();
   EXPECT_EQ(VXRegisterSignal(nullptr), VX_SUCCESS);
-  EXPECT_EQ(g_signalTable.signals.size(), before);
+  EXPECT_EQ(testing::Context().signalTable.signals.size(), before);
   ASSERT_EQ(VXRegisterSignal("lonely"), VX_SUCCESS);
   EXPECT_EQ(VXEmit("lonely", VX_INVALID_PARAMLIST, CountCompletion, &done_), VX_SUCCESS);
   EXPECT_EQ(done_.calls, 1);
@@ -207,7 +211,7 @@ TEST_F(SignalTest, EmissionsKeepSubscriptionOrderAndSubscriptionsEndBeforeTheLis
 
   // The peer's subscriptions here end with its session.
   for (const char* signal : {"news", "news", "multi"})
-    peer.Send("subscribe " + g_ownAppId + " " + signal + " 6");
+    peer.Send("subscribe " + testing::Context().ownAppId + " " + signal + " 6");
   ASSERT_TRUE(
       WaitUntil([] { return SubscriberCount("news") == 2 && SubscriberCount("multi") == 1; }));
   EXPECT_EQ(VXEmit("news", VX_INVALID_PARAMLIST, CountCompletion, &done_), VX_SUCCESS);

@@ -8,7 +8,6 @@
 #include <vector>
 
 #include "list_test_support.h"
-#include "runtime/process_state.h"
 #include "support/memory_channel.h"
 
 namespace vxbus {
@@ -43,11 +42,13 @@ class ListStream : public testing::LeakCheckedTest {
   std::int32_t Write(HVXPARAMLIST root) {
     return ListFromHandle(root)->WriteList(channel_.get(), false, 0, 0);
   }
-  // Reads a root with the size and child count that a frame header carries.
+  // Reads a root with the size and child count that a frame header carries,
+  // under the default read limit of a channel.
+  static constexpr std::uint32_t kReadLimit = 1073741824;
   std::int32_t Read(HVXPARAMLIST into, std::uint32_t size, std::uint32_t childCount) {
     std::uint32_t next[2] = {};
-    return ListFromHandle(into)->ReadList(channel_.get(), size, childCount, false, &next[0],
-                                          &next[1]);
+    return ListFromHandle(into)->ReadList(channel_.get(), kReadLimit, size, childCount, false,
+                                          &next[0], &next[1]);
   }
   std::int32_t Read(HVXPARAMLIST into, HVXPARAMLIST pairOf) {
     return Read(into, VXGetHandleSize(pairOf), ListFromHandle(pairOf)->ChildCount());
@@ -232,8 +233,7 @@ TEST_F(ListStream, RepeatedChildIdsFromAPeerPrintTheirListOnce) {
 // Sizes that wrap or pass the read limit (with the pair, one word over) are
 // refused before the image grows.
 TEST_F(ListStream, DeclaredSizeAboveTheReadLimitReservesNothing) {
-  const std::uint32_t cases[][2] = {
-      {0xFFFFFFF0u, 0}, {0xFFFFFFFFu, 1}, {g_limits.limits.MAX_READ_SIZE, 1}};
+  const std::uint32_t cases[][2] = {{0xFFFFFFF0u, 0}, {0xFFFFFFFFu, 1}, {kReadLimit, 1}};
   for (const auto& c : cases) {
     ScopedList received;
     EXPECT_EQ(Read(received, c[0], c[1]), -1) << c[0];

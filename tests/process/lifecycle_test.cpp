@@ -16,7 +16,7 @@
 
 #include "platform/socket.h"
 #include "runtime/log.h"
-#include "runtime/process_state.h"
+#include "support/context.h"
 #include "support/log_capture.h"
 #include "support/peer.h"
 #include "support/wait.h"
@@ -59,8 +59,8 @@ std::vector<std::string> Copy(const std::vector<std::string>& calls) {
 class LifecycleTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    savedLimits_ = g_limits;
-    savedDefaults_ = g_defaultLimits;
+    savedLimits_ = testing::Context().limits;
+    savedDefaults_ = testing::Context().defaultLimits;
     {
       std::lock_guard<std::mutex> lock(g_mutex);
       g_connects.clear();
@@ -73,8 +73,8 @@ class LifecycleTest : public ::testing::Test {
     while (outstanding_ > 0)
       Shutdown();
     EXPECT_TRUE(WaitUntil([this] { return Idle(); }));
-    g_limits = savedLimits_;
-    g_defaultLimits = savedDefaults_;
+    testing::Context().limits = savedLimits_;
+    testing::Context().defaultLimits = savedDefaults_;
     VXSetConnectListener(nullptr);
     VXSetDisconnectListener(nullptr);
   }
@@ -106,7 +106,7 @@ class LifecycleTest : public ::testing::Test {
                         "listen for incoming connection on :0.0.0.0:" + std::to_string(port));
   }
   static std::string OwnAppId(int port, const std::string& name) {
-    return std::string(g_hostName) + ":" + std::to_string(port) + "/" + name;
+    return std::string(testing::Context().hostName) + ":" + std::to_string(port) + "/" + name;
   }
   static std::string ConnectFrom(Peer& peer, int port) {
     peer.Send("connect 127.0.0.1 " + std::to_string(port));
@@ -118,7 +118,7 @@ class LifecycleTest : public ::testing::Test {
     options.port = port;
     return options;
   }
-  static std::string Accepted() { return "connect-result 0 " + g_ownAppId; }
+  static std::string Accepted() { return "connect-result 0 " + testing::Context().ownAppId; }
   static VXLimits Record() { return VXLimits{sizeof(VXLimits), {}}; }
   static bool Same(const VXLimits& a, const VXLimits& b) { return !std::memcmp(&a, &b, sizeof a); }
 
@@ -130,7 +130,7 @@ class LifecycleTest : public ::testing::Test {
 
 TEST_F(LifecycleTest, FirstInitialiseMergesTheLimitsRecordAndPortZeroListensNowhere) {
   ASSERT_EQ(VXSetAuthenticationInfo("abc", 3), VX_SUCCESS);
-  const VXLimits defaults = g_defaultLimits;
+  const VXLimits defaults = testing::Context().defaultLimits;
   EXPECT_EQ(std::memcmp(defaults.limits.authBlock, "abc\0", 4), 0);
   VXLimits record = Record();
   record.limits.MAX_CONNECTIONS = 5;
@@ -138,7 +138,8 @@ TEST_F(LifecycleTest, FirstInitialiseMergesTheLimitsRecordAndPortZeroListensNowh
   for (std::uint32_t size : {0u, 291u, 293u}) {
     record.size = size;
     ASSERT_EQ(Init("unsized", 0, &record), VX_SUCCESS);
-    EXPECT_TRUE(Same(g_limits, defaults)) << "ignored whole, secret kept; size word " << size;
+    EXPECT_TRUE(Same(testing::Context().limits, defaults))
+        << "ignored whole, secret kept; size word " << size;
     Shutdown();
   }
 
@@ -151,8 +152,8 @@ TEST_F(LifecycleTest, FirstInitialiseMergesTheLimitsRecordAndPortZeroListensNowh
   expected.limits.RESERVED_A = 7;
   expected.limits.IO_TIMEOUT_MS = 1234;
   std::memset(expected.limits.authBlock, 0, sizeof expected.limits.authBlock);
-  EXPECT_TRUE(Same(g_limits, expected));
-  EXPECT_EQ(g_ownAppId, OwnAppId(0, "zero"));
+  EXPECT_TRUE(Same(testing::Context().limits, expected));
+  EXPECT_EQ(testing::Context().ownAppId, OwnAppId(0, "zero"));
   VXConnectionReady();
   Shutdown();  // joins the TCP thread; a listener would have logged its end
   EXPECT_EQ(log_.Count(kLogInfo, "ConnThread Startup"), 4);
@@ -188,12 +189,12 @@ TEST_F(LifecycleTest, TcpListenerWaitsForItsPortLimitsConnectionsAndReportsSessi
   ASSERT_TRUE(guest.Ready() && second.Ready() && third.Ready());
   ASSERT_EQ(ConnectFrom(guest, port), Accepted());
   // The guest's own connect listener names its end: "connected ... local remote".
-  std::istringstream guestView(guest.ExpectSeen("connected " + g_ownAppId + " "));
+  std::istringstream guestView(guest.ExpectSeen("connected " + testing::Context().ownAppId + " "));
   std::string word[6];  // connected appId host port name local
   guestView >> word[0] >> word[1] >> word[2] >> word[3] >> word[4] >> word[5];
   ASSERT_TRUE(WaitUntil([] { return Copy(g_connects).size() == 1; }));
-  const std::string guestSession =
-      guest.AppId() + " " + g_hostName + " " + std::to_string(guest.Port()) + " guest";
+  const std::string guestSession = guest.AppId() + " " + testing::Context().hostName + " " +
+                                   std::to_string(guest.Port()) + " guest";
   EXPECT_EQ(Copy(g_connects)[0],
             "127.0.0.1:" + std::to_string(port) + " " + word[5] + " " + guestSession);
 
@@ -219,15 +220,15 @@ TEST_F(LifecycleTest, TcpListenerWaitsForItsPortLimitsConnectionsAndReportsSessi
 
 TEST_F(LifecycleTest, RepeatedInitialiseIsCountedAndTheLastShutdownJoinsEveryThread) {
   const int port = InitListening("hub");
-  const VXLimits inForce = g_limits;
+  const VXLimits inForce = testing::Context().limits;
   VXLimits record = Record();
   record.limits.MAX_CONNECTIONS = 3;
   std::memset(record.limits.authBlock, 'q', sizeof record.limits.authBlock);
   EXPECT_EQ(Init("hub", port, &record), VX_SUCCESS);  // a second start of threads would abort
   EXPECT_EQ(Init("other", port, &record), VX_ERROR_NAME_IN_USE);
   EXPECT_EQ(Init("hub", port + 1), VX_ERROR_NAME_IN_USE);
-  EXPECT_EQ(g_ownAppId, OwnAppId(port, "hub"));
-  EXPECT_TRUE(Same(g_limits, inForce)) << "only the first call's record counts";
+  EXPECT_EQ(testing::Context().ownAppId, OwnAppId(port, "hub"));
+  EXPECT_TRUE(Same(testing::Context().limits, inForce)) << "only the first call's record counts";
   for (int i = 0; i < 3; ++i)
     Shutdown();
   // The listener socket lives exactly as long as the TCP thread.
@@ -262,7 +263,7 @@ TEST_F(LifecycleTest, RepeatedInitialiseIsCountedAndTheLastShutdownJoinsEveryThr
 
   // A fresh start at once, under another name and port.
   const int newPort = InitListening("hub2");
-  EXPECT_EQ(g_ownAppId, OwnAppId(newPort, "hub2"));
+  EXPECT_EQ(testing::Context().ownAppId, OwnAppId(newPort, "hub2"));
   EXPECT_EQ(ConnectFrom(inbound, newPort), Accepted());
 }
 

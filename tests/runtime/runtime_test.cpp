@@ -17,8 +17,8 @@
 #include "runtime/latch.h"
 #include "runtime/object_counters.h"
 #include "runtime/printable_name.h"
-#include "runtime/process_state.h"
 #include "runtime/referenced_ptr.h"
+#include "support/context.h"
 #include "vxbus.h"
 
 namespace vxbus {
@@ -208,23 +208,23 @@ TEST(Limits, AuthBlockOfAtMost256BytesGoesIntoDefaultsAndRecordInForce) {
   unsigned char secret[257];
   std::memset(secret, 0x5A, sizeof secret);
   EXPECT_EQ(VXSetAuthenticationInfo(secret, 257), VX_ERROR_FAILED);
-  EXPECT_EQ(g_limits.limits.authBlock[0], 0);
+  EXPECT_EQ(testing::Context().limits.limits.authBlock[0], 0);
   EXPECT_EQ(VXSetAuthenticationInfo(secret, 256), VX_SUCCESS);
-  EXPECT_EQ(g_limits.limits.authBlock[255], 0x5A);
-  EXPECT_EQ(g_defaultLimits.limits.authBlock[255], 0x5A);
+  EXPECT_EQ(testing::Context().limits.limits.authBlock[255], 0x5A);
+  EXPECT_EQ(testing::Context().defaultLimits.limits.authBlock[255], 0x5A);
   EXPECT_EQ(VXSetAuthenticationInfo("abc", 3), VX_SUCCESS);
-  EXPECT_EQ(g_limits.limits.authBlock[2], 'c');
-  EXPECT_EQ(g_limits.limits.authBlock[3], 0);
+  EXPECT_EQ(testing::Context().limits.limits.authBlock[2], 'c');
+  EXPECT_EQ(testing::Context().limits.limits.authBlock[3], 0);
 
   // Refused blocks change nothing; a negative length used to reach the copy
   // as an enormous count.
   EXPECT_EQ(VXSetAuthenticationInfo(secret, -1), VX_ERROR_FAILED);
   EXPECT_EQ(VXSetAuthenticationInfo(secret, INT32_MIN), VX_ERROR_FAILED);
   EXPECT_EQ(VXSetAuthenticationInfo(nullptr, 4), VX_ERROR_FAILED);
-  EXPECT_EQ(g_limits.limits.authBlock[0], 'a');
-  EXPECT_EQ(g_defaultLimits.limits.authBlock[2], 'c');
+  EXPECT_EQ(testing::Context().limits.limits.authBlock[0], 'a');
+  EXPECT_EQ(testing::Context().defaultLimits.limits.authBlock[2], 'c');
   EXPECT_EQ(VXSetAuthenticationInfo(nullptr, 0), VX_SUCCESS);
-  EXPECT_EQ(g_defaultLimits.limits.authBlock[0], 0);
+  EXPECT_EQ(testing::Context().defaultLimits.limits.authBlock[0], 0);
 }
 
 // Guards the lock around the secret block: a handshake's snapshot taken while
@@ -244,7 +244,7 @@ TEST(Limits, SecretChangedDuringAHandshakeIsNeverTorn) {
   // At least 200000 snapshots, with at least 10000 writes among them.
   for (int n = 0; n < 200000 || writes.load() < 10000; ++n) {
     unsigned char seen[256];
-    SnapshotSecret(seen);
+    testing::Context().SnapshotSecret(seen);
     if (std::count(seen, seen + 256, seen[0]) != 256 || seen[0] == 0) ++torn;
   }
   done = true;

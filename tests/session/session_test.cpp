@@ -14,16 +14,16 @@
 
 #include "paramlist/handle.h"
 #include "paramlist/param_list.h"
-#include "runtime/process_state.h"
 #include "session/back_pressure.h"
 #include "session/message.h"
 #include "session/message_queue.h"
-#include "session/pending_calls.h"
 #include "session/session.h"
 #include "session/session_registry.h"
 #include "session/session_threads.h"
 #include "session/slot_call_message.h"
+#include "session/unanswered_calls.h"
 #include "support/channel_pair.h"
+#include "support/context.h"
 #include "support/log_capture.h"
 #include "support/wait.h"
 #include "vxbus.h"
@@ -154,7 +154,7 @@ TEST(QueueBytes, CountWhatIsHeldAndComeBackToZero) {
 // comes later is served within one round; a lane's rest can be taken at once.
 TEST(TurnTakingQueue, SessionsTakeTurnsAndKeepTheirOwnOrder) {
   VXMessageQueue queue(false, true);
-  SessionRef a(new Session), b(new Session), c(new Session);
+  SessionRef a(testing::NewSession()), b(testing::NewSession()), c(testing::NewSession());
   std::string served;
   auto pop = [&] {
     MessageRef out;
@@ -201,7 +201,7 @@ TEST(TurnTakingQueue, SessionsTakeTurnsAndKeepTheirOwnOrder) {
 TEST(TurnTakingQueue, AFullShareWaitsForItsOwnMessagesOnly) {
   VXMessageQueue queue(false, true);
   queue.SetConsumerThread(std::this_thread::get_id());
-  SessionRef greedy(new Session), honest(new Session);
+  SessionRef greedy(testing::NewSession()), honest(testing::NewSession());
   const std::uint64_t each = VXMessageQueue::MessageBytes(OneWay(100, greedy));
   auto bounds = [&](const SessionRef& session, std::uint64_t whole) {
     return RoomBounds{whole * each, &session->DispatchShare(), 4 * each};
@@ -317,38 +317,43 @@ TEST(QueueBytes, StopAndAnAbsentConsumerEndTheWait) {
 // time is up. It and a reader's wait on a full dispatch queue, which has no
 // time limit, end as soon as the session stops under them.
 TEST(SessionRoom, SendRoomWaitsForTheTimeLimitAndAStopEndsBothWaits) {
-  const VXLimits saved = g_limits;
-  SessionRef session(new Session);  // no threads: nothing drains its queues
+  // Bounds of one message's bytes, handed to the sessions as they are made.
+  SessionEnvironment environment = testing::Context().SessionEnvironmentNow();
+  SessionRef probe(testing::NewSession());
+  const std::uint64_t full = VXMessageQueue::MessageBytes(OneWay(2000, probe));
+  environment.sendQueueBytes = environment.dispatchQueueBytes = full;
+  environment.ioTimeoutMs = 20;
+  SessionRef session(new Session(environment));  // no threads: nothing drains its queues
   session->MarkEstablished("host:1/peer");
   MessageRef message = OneWay(2000, session);
-  const auto full = static_cast<std::uint32_t>(VXMessageQueue::MessageBytes(message));
-  g_limits.limits.RESERVED_E = g_limits.limits.RESERVED_D = full;
-  g_limits.limits.IO_TIMEOUT_MS = 20;
   EXPECT_EQ(AwaitSendRoom(*session, message), VX_SUCCESS);  // empty: always room
   session->QueueFrame(message);
   EXPECT_EQ(AwaitSendRoom(*session, OneWay(0, session)), VX_ERROR_QUEUE_FULL);
+  session->CloseSendQueue();
 
-  g_limits.limits.IO_TIMEOUT_MS = 60000;
-  g_dispatchQueue.Push(OneWay(2000, session));
-  _tag_VX_ERROR sent = VX_SUCCESS;
+  environment.ioTimeoutMs = 60000;
+  SessionRef waiting(new Session(environment));
+  waiting->MarkEstablished("host:1/waiting");
+  waiting->QueueFrame(OneWay(2000, waiting));
+  testing::Context().dispatchQueue.Push(OneWay(2000, waiting));
+  VX_ERROR sent = VX_SUCCESS;
   bool admitted = true;
-  std::thread notifier([&] { sent = AwaitSendRoom(*session, OneWay(0, session)); });
-  std::thread reader([&] { admitted = AwaitDispatchRoom(*session, OneWay(0, session)); });
-  session->Stop();
+  std::thread notifier([&] { sent = AwaitSendRoom(*waiting, OneWay(0, waiting)); });
+  std::thread reader([&] { admitted = AwaitDispatchRoom(*waiting, OneWay(0, waiting)); });
+  waiting->Stop();
   notifier.join();
   reader.join();
   EXPECT_EQ(sent, VX_ERROR_NO_APPLICATION);
   EXPECT_FALSE(admitted);
-  session->CloseSendQueue();
-  g_dispatchQueue.Clear();
-  g_limits = saved;
+  waiting->CloseSendQueue();
+  testing::Context().dispatchQueue.Clear();
 }
 
 // What the handshake would do, minus the exchange. Without threads, frames
 // are read and written by hand.
 SessionRef EstablishedSession(const ChannelRef& channel, const std::string& peerAppId,
                               bool threads = true) {
-  SessionRef session(new Session);
+  SessionRef session(testing::NewSession());
   session->AttachChannel(channel);
   if (threads) session->StartThreads();
   session->MarkEstablished(peerAppId);
@@ -391,7 +396,7 @@ class FrameTest : public ::testing::Test {
 // Ids start at 1; a null list goes out empty and arrives as a valid, empty
 // list. A received call answered with nothing leaves as a bare reply.
 TEST_F(FrameTest, OneWayWithNullListIsTwentyBytesAndAnEmptyReplySixteen) {
-  g_lastMessageId = 0;
+  LastMessageId() = 0;
   MessageRef message(new VXSlotCallMessage(IVXMessage::EventRef(), sender_, 7, VX_INVALID_PARAMLIST,
                                            nullptr, nullptr));
   EXPECT_GE(message->Send(), 0);
@@ -404,7 +409,7 @@ TEST_F(FrameTest, OneWayWithNullListIsTwentyBytesAndAnEmptyReplySixteen) {
   ASSERT_TRUE(request->GetInputList().IsValid());
   EXPECT_EQ(VXGetParamCount(HandleFromList(request->GetInputList().get())), 0u);
   EXPECT_FALSE(request->GetOutputList());  // one-way: no reply will come
-  g_lastMessageId = 0xFFFFFFFFu;
+  LastMessageId() = 0xFFFFFFFFu;
   EXPECT_EQ(IVXMessage::NextMessageId(), 0u);  // ids wrap to 0
 
   const unsigned char header[16] = {2, 0, 0, 0, 1, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0};
@@ -519,13 +524,13 @@ class SessionTest : public ::testing::Test {
 // Guards the registry's erase by identity: a session that ends late must not
 // erase the newer session that took its name.
 TEST(SessionRegistry, AnEndingSessionNeverErasesANewerOneOfTheSameName) {
-  SessionRef older(new Session), newer(new Session);
-  g_applications.Assign("peer:1/same", older.get());
-  g_applications.Assign("peer:1/same", newer.get());
-  g_applications.Erase("peer:1/same", older.get());
-  EXPECT_EQ(g_applications.Find("peer:1/same").get(), newer.get());
-  g_applications.Erase("peer:1/same", newer.get());
-  EXPECT_EQ(g_applications.Size(), 0u);
+  SessionRef older(testing::NewSession()), newer(testing::NewSession());
+  testing::Context().registry.Assign("peer:1/same", older.get());
+  testing::Context().registry.Assign("peer:1/same", newer.get());
+  testing::Context().registry.Erase("peer:1/same", older.get());
+  EXPECT_EQ(testing::Context().registry.Find("peer:1/same").get(), newer.get());
+  testing::Context().registry.Erase("peer:1/same", newer.get());
+  EXPECT_EQ(testing::Context().registry.Size(), 0u);
 }
 
 // A local stop runs both listeners on the reader; a disconnect listener that
@@ -558,13 +563,13 @@ TEST_F(SessionTest, LocalStopRunsBothListenersOnTheReaderWhichMayStopAgain) {
 
 TEST_F(SessionTest, UnestablishedSessionEndsAtOnceWithoutListenersOrEntry) {
   testing::ChannelPair pair = testing::MakeSocketChannelPair();
-  SessionRef session(new Session);
+  SessionRef session(testing::NewSession());
   session->AttachChannel(pair.first);
   session->StartThreads();
   session->ReleaseThreads();
   EXPECT_TRUE(WaitUntil([this] { return log_.Count("Application '' is not initialized") > 0; }));
   session->JoinReaderThread();
-  EXPECT_EQ(g_applications.Size(), 0u);
+  EXPECT_EQ(testing::Context().registry.Size(), 0u);
   std::lock_guard<std::mutex> lock(observed_.mutex);
   EXPECT_TRUE(observed_.events.empty());
 }

@@ -12,8 +12,8 @@
 #include <vector>
 
 #include "runtime/object_counters.h"
-#include "runtime/process_state.h"
 #include "support/channel_pair.h"
+#include "support/context.h"
 #include "support/half_open_pipe.h"
 #include "support/log_capture.h"
 #include "support/wait.h"
@@ -348,12 +348,12 @@ TEST(PipeNameTest, NamesThatFitStayAndLongerOnesMapOntoTheLimit) {
 class PipeConnectionThreadTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    savedWaitMs_ = g_pipeAcceptWaitMs.exchange(10000);
+    savedWaitMs_ = testing::Context().pipeAcceptWaitMs.exchange(10000);
     listenerPipeInName.clear();
     listenerPipeOutName.clear();
   }
   void TearDown() override {
-    g_pipeAcceptWaitMs = savedWaitMs_;
+    testing::Context().pipeAcceptWaitMs = savedWaitMs_;
     // Sessions that never came up are let go by their own, unjoined threads.
     EXPECT_TRUE(WaitUntil([] { return DEBUG_VXObjectCount().applications == 0; }));
   }
@@ -391,7 +391,7 @@ TEST_F(PipeConnectionThreadTest, ShutdownEndsARunningListener) {
 // A client that opens only "_in" and holds it holds the listener for one
 // accept wait at most: the next client gets in while it still holds on.
 TEST_F(PipeConnectionThreadTest, AClientWithOnlyTheInHalfHoldsTheListenerForOneWaitAtMost) {
-  g_pipeAcceptWaitMs = 500;
+  testing::Context().pipeAcceptWaitMs = 500;
   const std::string pipe = UniquePipeName("half");
   ASSERT_EQ(VXInitializeWithPipeChannel(pipe.c_str(), nullptr, "half", 0, nullptr), VX_SUCCESS);
   VXConnectionReady();

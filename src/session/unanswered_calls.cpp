@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-#include "session/pending_calls.h"
+#include "session/unanswered_calls.h"
 
 #include "runtime/object_counters.h"
 
 namespace vxbus {
 
 void VXPendingCalls::PublishSize() {
-  g_lastPendingCallsSize.store(static_cast<std::uint32_t>(calls_.size()));
+  Counters().lastPendingCallsSize.store(static_cast<std::uint32_t>(calls_.size()));
 }
 
 void VXPendingCalls::Insert(const MessageRef& message) {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The calls of one session that wait for their replies, keyed by message id.
-#ifndef VXBUS_SESSION_PENDING_CALLS_H_
-#define VXBUS_SESSION_PENDING_CALLS_H_
+#ifndef VXBUS_SESSION_UNANSWERED_CALLS_H_
+#define VXBUS_SESSION_UNANSWERED_CALLS_H_
 
 #include <cstddef>
 #include <cstdint>
@@ -43,4 +43,4 @@ class VXPendingCalls {
 
 }  // namespace vxbus
 
-#endif  // VXBUS_SESSION_PENDING_CALLS_H_
+#endif  // VXBUS_SESSION_UNANSWERED_CALLS_H_
