@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "byte_channel.h"
-#include "runtime/process_state.h"
+#include "process/process_context.h"
 #include "session/session.h"
 #include "session/slot_call_message.h"
 
@@ -28,8 +28,9 @@ SessionRef* g_session = nullptr;
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  vxbus::g_limits.limits.MAX_READ_SIZE = 1 << 20;  // see list_stream_fuzzer.cpp
-  g_session = new SessionRef(new Session);
+  vxbus::SessionEnvironment environment = vxbus::ProcessContext::Get().SessionEnvironmentNow();
+  environment.maxReadSize = 1 << 20;  // see list_stream_fuzzer.cpp
+  g_session = new SessionRef(new Session(environment));
   Session& session = **g_session;
   session.MarkEstablished("fuzz:1/peer");
   return 0;
@@ -39,7 +40,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const SessionRef& session = *g_session;
   session->AttachChannel(ChannelRef(new ByteChannel(data, size)));
 
-  vxbus::g_lastMessageId = 0;  // the waiting call gets id 1
+  vxbus::LastMessageId() = 0;  // the waiting call gets id 1
   MessageRef waiting(new VXSlotCallMessage(vxbus::IVXMessage::EventRef(new MTObjects::Latch),
                                            session, 1, VX_INVALID_PARAMLIST, nullptr, nullptr));
   session->PendingCalls().Insert(waiting);

@@ -11,7 +11,7 @@
 #include "byte_channel.h"
 #include "paramlist/handle.h"
 #include "paramlist/param_list.h"
-#include "runtime/process_state.h"
+#include "process/process_context.h"
 #include "session/session.h"
 #include "session/slot_call_message.h"
 #include "transport/app_id_block.h"
@@ -98,7 +98,9 @@ Bytes ImageSeed(HVXPARAMLIST list) {
 
 // A session whose frames land in `sink`.
 SessionRef SinkSession(ByteChannel* sink) {
-  SessionRef session(new vxbus::Session);
+  vxbus::SessionEnvironment environment = vxbus::ProcessContext::Get().SessionEnvironmentNow();
+  environment.ownAppId = "seed:2/connector";
+  SessionRef session(new vxbus::Session(environment));
   session->AttachChannel(ChannelRef(sink));
   session->MarkEstablished("fuzz:1/peer");
   return session;
@@ -133,10 +135,11 @@ Bytes HandshakeSeed(HVXPARAMLIST) {
   vxbus::WriteAppId(*acceptor, "fuzz:1/acceptor");
   const Bytes input = acceptor->Written();
   auto* channel = new ByteChannel(input.data(), input.size());
-  SessionRef session(new vxbus::Session);
+  vxbus::SessionEnvironment environment = vxbus::ProcessContext::Get().SessionEnvironmentNow();
+  environment.ownAppId = "seed:2/connector";
+  SessionRef session(new vxbus::Session(environment));
   ChannelRef channelRef(channel);
   session->AttachChannel(channelRef);
-  vxbus::g_ownAppId = "seed:2/connector";
   session->RunConnectExchange(nullptr, 0, nullptr, 0);
   Bytes seed{1};
   seed.insert(seed.end(), channel->Written().begin(), channel->Written().end());

@@ -8,7 +8,7 @@
 #include <cstring>
 
 #include "byte_channel.h"
-#include "runtime/process_state.h"
+#include "process/process_context.h"
 #include "session/session.h"
 #include "transport/challenge.h"
 
@@ -34,7 +34,7 @@ class AnsweringChannel : public vxbus::fuzz::ByteChannel {
   }
   std::int32_t Write(const void* bytes, std::uint32_t length) override {
     if (answer_ && length == vxbus::kChallengeBytes) {
-      vxbus::ComputeAnswer(vxbus::g_limits.limits.authBlock,
+      vxbus::ComputeAnswer(vxbus::ProcessContext::Get().limits.limits.authBlock,
                            static_cast<const unsigned char*>(bytes), expected_);
       answerDue_ = true;
     }
@@ -50,13 +50,15 @@ class AnsweringChannel : public vxbus::fuzz::ByteChannel {
 }  // namespace
 
 extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  vxbus::g_ownAppId = "fuzz:1/acceptor";
+  vxbus::ProcessContext& context = vxbus::ProcessContext::Get();
+  context.ownAppId = "fuzz:1/acceptor";
+  context.RefreshSessionEnvironment();
   return 0;
 }
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size < 1) return 0;
-  SessionRef session(new Session);
+  SessionRef session(new Session(vxbus::ProcessContext::Get().SessionEnvironmentNow()));
   auto* channel = new AnsweringChannel(data + 1, size - 1, (data[0] & 1) != 0);
   session->AttachChannel(ChannelRef(channel));
   session->RunAcceptExchange();

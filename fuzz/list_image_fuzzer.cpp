@@ -24,6 +24,8 @@ using vxbus::fuzz::ByteChannel;
 namespace {
 
 volatile std::uint64_t g_sink;
+// The read limit of a channel by default.
+constexpr std::uint32_t kDefaultReadLimit = 1073741824;
 
 void Use(const void* p, std::size_t n) {
   const auto* bytes = static_cast<const unsigned char*>(p);
@@ -90,8 +92,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   ChannelRef channel(new ByteChannel(stream.data(), stream.size()));
   HVXPARAMLIST list = VXCreateParamList();
   std::uint32_t next[2] = {};
-  if (ListFromHandle(list)->ReadList(channel.get(), imageSize, children, false, &next[0],
-                                     &next[1]) < 0) {
+  if (ListFromHandle(list)->ReadList(channel.get(), kDefaultReadLimit, imageSize, children, false,
+                                     &next[0], &next[1]) < 0) {
     VXCloseHandle(list);
     return 0;
   }

@@ -8,19 +8,15 @@
 
 #include "byte_channel.h"
 #include "paramlist/param_list.h"
-#include "runtime/process_state.h"
 
 using vxbus::ChannelRef;
 using vxbus::ListRef;
 using vxbus::ParamList;
 using vxbus::fuzz::ByteChannel;
 
-extern "C" int LLVMFuzzerInitialize(int*, char***) {
-  // A deployment's read limit; the default of 1 GiB would only spend the
-  // harness's memory on allocations that the limit check already covers.
-  vxbus::g_limits.limits.MAX_READ_SIZE = 1 << 20;
-  return 0;
-}
+// A deployment's read limit; the default of 1 GiB would only spend the
+// harness's memory on allocations that the limit check already covers.
+constexpr std::uint32_t kReadLimit = 1 << 20;
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size < 8) return 0;
@@ -30,7 +26,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   ChannelRef in(input);
   ListRef root(new ParamList);
   std::uint32_t next[2] = {};
-  if (root->ReadList(in.get(), pair[0], pair[1], false, &next[0], &next[1]) < 0) return 0;
+  if (root->ReadList(in.get(), kReadLimit, pair[0], pair[1], false, &next[0], &next[1]) < 0)
+    return 0;
 
   auto* output = new ByteChannel(nullptr, 0);
   ChannelRef out(output);
