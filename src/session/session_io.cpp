@@ -12,10 +12,10 @@
 #include "session/app_id_tokens.h"
 #include "session/back_pressure.h"
 #include "session/dropped_messages.h"
+#include "session/message.h"
 #include "session/session.h"
 #include "session/session_registry.h"
 #include "session/session_threads.h"
-#include "session/slot_call_message.h"
 
 namespace vxbus {
 
@@ -176,7 +176,7 @@ bool Session::ReceiveMessage(MessageRef& out, MTObjects::ReferenceBlock<Session>
   const std::uint32_t state = Load32(header + 4);
 
   if (state == kStateCall || state == kStateOneWay) {
-    MessageRef message(new VXSlotCallMessage(refs ? refs->Take() : SessionRef(this), header));
+    MessageRef message(new Message(refs ? refs->Take() : SessionRef(this), header));
     const std::int32_t received = message->Receive(nullptr);
     if (received < 0) return false;
     CountReceived(received);

@@ -14,13 +14,13 @@
 
 #include "paramlist/handle.h"
 #include "paramlist/param_list.h"
+#include "runtime/little_endian.h"
 #include "session/back_pressure.h"
 #include "session/message.h"
 #include "session/message_queue.h"
 #include "session/session.h"
 #include "session/session_registry.h"
 #include "session/session_threads.h"
-#include "session/slot_call_message.h"
 #include "session/unanswered_calls.h"
 #include "support/channel_pair.h"
 #include "support/context.h"
@@ -34,14 +34,13 @@ namespace {
 using testing::WaitUntil;
 using Bytes = std::vector<unsigned char>;
 
-// A message that carries only its id.
-class TaggedMessage : public IVXMessage {
- public:
-  explicit TaggedMessage(std::uint32_t id)
-      : IVXMessage(EventRef(), SessionRef(), id, kStateOneWay, nullptr) {}
-  std::int32_t Send() override { return 0; }
-  std::int32_t Receive(const unsigned char*) override { return 0; }
-};
+// A one-way message that carries only its id, as if read off a channel.
+Message* TaggedMessage(std::uint32_t id) {
+  unsigned char header[16] = {};
+  Store32(header, id);
+  Store32(header + 4, kStateOneWay);
+  return new Message(SessionRef(), header);
+}
 
 // Order holds across batches; a null shows once, as an empty reference; and
 // what is still queued when the queue ends is released, shared or taken.
@@ -49,23 +48,23 @@ TEST(MessageQueue, OneProducerKeepsItsOrderAndANullShowsOnce) {
   const std::uint32_t livesBefore = DEBUG_VXObjectCount().messages;
   {
     VXMessageQueue queue;
-    MessageRef out(new TaggedMessage(0));
+    MessageRef out(TaggedMessage(0));
     queue.Pop(out, 20);  // a bounded wait that times out
     EXPECT_FALSE(out);   // and what the reference held was released
-    queue.Push(new TaggedMessage(1));
+    queue.Push(TaggedMessage(1));
     queue.Push(MessageRef());
-    queue.Push(new TaggedMessage(2));
+    queue.Push(TaggedMessage(2));
     queue.Pop(out, 0);  // takes the batch of three
     EXPECT_EQ(out->GetId(), 1u);
-    queue.Push(new TaggedMessage(3));
+    queue.Push(TaggedMessage(3));
     for (std::uint32_t id : {0u, 2u, 3u, 0u}) {  // 0: empty
       queue.Pop(out, 0);
       EXPECT_EQ(out ? out->GetId() : 0u, id);
     }
-    queue.Push(new TaggedMessage(4));
-    queue.Push(new TaggedMessage(5));
+    queue.Push(TaggedMessage(4));
+    queue.Push(TaggedMessage(5));
     queue.Pop(out, 0);  // one moves to the consumer's list, one stays shared
-    queue.Push(new TaggedMessage(6));
+    queue.Push(TaggedMessage(6));
   }
   EXPECT_EQ(DEBUG_VXObjectCount().messages, livesBefore);
 }
@@ -73,7 +72,7 @@ TEST(MessageQueue, OneProducerKeepsItsOrderAndANullShowsOnce) {
 TEST(PendingCalls, VisitsInOrderOfIdTakesOncePublishesSizeOnAMiss) {
   VXPendingCalls calls;
   for (std::uint32_t id : {30u, 10u, 20u})
-    calls.Insert(new TaggedMessage(id));
+    calls.Insert(TaggedMessage(id));
   std::vector<std::uint32_t> seen;
   calls.ForEach([&seen](MessageRef& m) { seen.push_back(m->GetId()); });
   EXPECT_EQ(seen, (std::vector<std::uint32_t>{10, 20, 30}));
@@ -95,8 +94,7 @@ MessageRef OneWay(std::uint32_t payload, const SessionRef& session = SessionRef(
   HVXPARAMLIST list = VXCreateParamList();
   const std::vector<char> bytes(payload, 'p');
   VXSetBinaryValue(list, "p", bytes.data(), payload);
-  MessageRef message(
-      new VXSlotCallMessage(IVXMessage::EventRef(), session, slot, list, nullptr, nullptr));
+  MessageRef message(new Message(Message::EventRef(), session, slot, list, nullptr, nullptr));
   VXCloseHandle(list);
   return message;
 }
@@ -110,7 +108,7 @@ TEST(QueueBytes, CountWhatIsHeldAndComeBackToZero) {
   MessageRef small = OneWay(10), large = OneWay(5000);
   const std::uint64_t smallBytes = VXMessageQueue::MessageBytes(small);
   const std::uint64_t largeBytes = VXMessageQueue::MessageBytes(large);
-  const std::uint64_t blocks = sizeof(VXSlotCallMessage) + sizeof(ParamList);
+  const std::uint64_t blocks = sizeof(Message) + sizeof(ParamList);
   EXPECT_GE(smallBytes, blocks + small->GetInputList()->Used());
   EXPECT_GE(largeBytes, blocks + large->GetInputList()->Used());
   EXPECT_LT(largeBytes, blocks + large->GetInputList()->Used() + 512);
@@ -130,8 +128,8 @@ TEST(QueueBytes, CountWhatIsHeldAndComeBackToZero) {
   EXPECT_EQ(queue.QueuedBytes(), 0u);
 
   // A reply's output list counts, and so does a nested list, image and all.
-  MessageRef reply(new VXSlotCallMessage(
-      IVXMessage::EventRef(), SessionRef(), 7, VX_INVALID_PARAMLIST,
+  MessageRef reply(new Message(
+      Message::EventRef(), SessionRef(), 7, VX_INVALID_PARAMLIST,
       [](const char*, std::uint32_t, HVXPARAMLIST, HVXPARAMLIST, void*) { return VX_SUCCESS; },
       nullptr));
   const std::uint64_t bare = VXMessageQueue::MessageBytes(reply);
@@ -397,8 +395,8 @@ class FrameTest : public ::testing::Test {
 // list. A received call answered with nothing leaves as a bare reply.
 TEST_F(FrameTest, OneWayWithNullListIsTwentyBytesAndAnEmptyReplySixteen) {
   LastMessageId() = 0;
-  MessageRef message(new VXSlotCallMessage(IVXMessage::EventRef(), sender_, 7, VX_INVALID_PARAMLIST,
-                                           nullptr, nullptr));
+  MessageRef message(
+      new Message(Message::EventRef(), sender_, 7, VX_INVALID_PARAMLIST, nullptr, nullptr));
   EXPECT_GE(message->Send(), 0);
   const Bytes frame = ReadExactly(pair_.second, 20);
   EXPECT_EQ(frame, (Bytes{1, 0, 0, 0, 3, 0, 0, 0, 7, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
@@ -410,10 +408,10 @@ TEST_F(FrameTest, OneWayWithNullListIsTwentyBytesAndAnEmptyReplySixteen) {
   EXPECT_EQ(VXGetParamCount(HandleFromList(request->GetInputList().get())), 0u);
   EXPECT_FALSE(request->GetOutputList());  // one-way: no reply will come
   LastMessageId() = 0xFFFFFFFFu;
-  EXPECT_EQ(IVXMessage::NextMessageId(), 0u);  // ids wrap to 0
+  EXPECT_EQ(Message::NextMessageId(), 0u);  // ids wrap to 0
 
   const unsigned char header[16] = {2, 0, 0, 0, 1, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0};
-  MessageRef call(new VXSlotCallMessage(receiver_, header));
+  MessageRef call(new Message(receiver_, header));
   EXPECT_GE(call->Send(), 0);
   EXPECT_EQ(call->GetState(), kStateReply);
   EXPECT_EQ(ReadExactly(pair_.first, 16), (Bytes{2, 0, 0, 0, 2, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0}));
@@ -588,8 +586,8 @@ TEST_F(SessionTest, FramesQueuedAsTheSessionEndsGoAtOnceAndItsChannelClosesWithI
   for (int i = 0; i < 3; ++i)
     producers.emplace_back([&stop, held = session] {
       for (int n = 0; n < kFramesPerProducer && !stop.load(); ++n)
-        held->QueueFrame(MessageRef(new VXSlotCallMessage(IVXMessage::EventRef(), held, 1,
-                                                          VX_INVALID_PARAMLIST, nullptr, nullptr)));
+        held->QueueFrame(MessageRef(
+            new Message(Message::EventRef(), held, 1, VX_INVALID_PARAMLIST, nullptr, nullptr)));
     });
   pair.second.Reset();  // the peer goes while frames pour in
   const bool ended = WaitForSessionThreadsToEnd(std::chrono::seconds(10));
