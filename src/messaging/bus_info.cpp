@@ -125,7 +125,7 @@ void SetCounters(HVXPARAMLIST info) {
 void FillBusInfo(HVXPARAMLIST info) {
   VXSetStringValue(info, "appId", Messaging().OwnAppId().c_str());
   VXSetStringValue(info, "version", VXGetVersion());
-  SetInt32s(info, "slots", VXSlotTable::Instance().Ids());
+  SetInt32s(info, "slots", Messaging().Slots().Ids());
   SetSignals(info);
   SetSessions(info);
   SetCounters(info);

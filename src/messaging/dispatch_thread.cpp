@@ -24,7 +24,7 @@ constexpr std::uint32_t kDirectReplyBytes = 16384;
 // tell it from a slot that returned nothing.
 void RunSlot(Message& message) {
   VXSlotTable::Entry entry;
-  if (!VXSlotTable::Instance().Find(message.GetSlotId(), &entry)) return;
+  if (!Messaging().Slots().Find(message.GetSlotId(), &entry)) return;
   const SessionRef& session = message.GetSession();
   VXSlotContext context{session.IsValid() ? session->Name().c_str() : "", entry.userData};
   entry.slotFunction(HandleFromList(message.GetInputList().get()),
@@ -141,7 +141,7 @@ void DispatchThread() {
       case kStateCall: {
         // The slot table's mutex spans the slot function: slots run one at a
         // time, and an entry can't go while its function runs.
-        std::lock_guard<std::recursive_mutex> lock(VXSlotTable::Instance().Mutex());
+        std::lock_guard<std::recursive_mutex> lock(Messaging().Slots().Mutex());
         RunSlot(*message);
         const SessionRef& session = message->GetSession();
         if (!session.IsValid()) break;
@@ -157,7 +157,7 @@ void DispatchThread() {
         CompleteUnwrittenCall(*message);
         break;
       case kStateOneWay: {
-        std::lock_guard<std::recursive_mutex> lock(VXSlotTable::Instance().Mutex());
+        std::lock_guard<std::recursive_mutex> lock(Messaging().Slots().Mutex());
         RunSlot(*message);
         break;
       }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The hook through which messaging/ reaches the process-wide state that the
 // process's context owns (process/ sits above this layer): the session
-// registry, the dispatch queue, the signal table, the stop flag and the own
+// registry, the dispatch queue, the slot and signal tables, the stop flag and the own
 // appID. process/ installs it at load, before any exported function can run.
 #ifndef VXBUS_MESSAGING_MESSAGING_CONTEXT_H_
 #define VXBUS_MESSAGING_MESSAGING_CONTEXT_H_
@@ -9,6 +9,7 @@
 #include <string>
 
 #include "messaging/signal_table.h"
+#include "messaging/slot_table.h"
 #include "session/message_queue.h"
 #include "session/session_registry.h"
 
@@ -18,6 +19,7 @@ class MessagingContext {
  public:
   virtual SessionRegistry& Sessions() = 0;
   virtual VXMessageQueue& DispatchQueue() = 0;
+  virtual VXSlotTable& Slots() = 0;
   virtual VXSignalTable& Signals() = 0;
   // True from the last VXShutdown's start until the next initialise.
   virtual bool ShuttingDown() const = 0;

@@ -1,17 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "messaging/slot_table.h"
 
+#include "messaging/messaging_context.h"
+
 namespace vxbus {
 
 using Lock = std::lock_guard<std::recursive_mutex>;
-
-VXSlotTable& VXSlotTable::Instance() {
-  static VXSlotTable* const table = new VXSlotTable;
-  return *table;
-}
-
-// Made at load, before any thread of the library can ask for it.
-[[maybe_unused]] static VXSlotTable& g_slotTableAtLoad = VXSlotTable::Instance();
 
 void VXSlotTable::Register(std::uint32_t slotId, VXSlotFunction slotFunction, void* userData) {
   Lock lock(mutex_);
@@ -50,12 +44,12 @@ std::size_t VXSlotTable::Size() {
 
 }  // namespace vxbus
 
-using vxbus::VXSlotTable;
+using vxbus::Messaging;
 
 // No id is tested: the built-in ids are reserved by convention only, and an
 // application may replace or remove their handlers.
 _tag_VX_ERROR VXRegisterSlot(std::uint32_t slotId, VXSlotFunction slotFunction, void* userData) {
-  VXSlotTable::Instance().Register(slotId, slotFunction, userData);
+  Messaging().Slots().Register(slotId, slotFunction, userData);
   return VX_SUCCESS;
 }
 
@@ -72,5 +66,5 @@ _tag_VX_ERROR VXRegisterSlots(const _tag_SLOT_DESCRIPTION* slots, int count) {
 }
 
 _tag_VX_ERROR VXUnregisterSlot(std::uint32_t slotId) {
-  return VXSlotTable::Instance().Unregister(slotId) ? VX_SUCCESS : VX_ERROR_NO_SLOT;
+  return Messaging().Slots().Unregister(slotId) ? VX_SUCCESS : VX_ERROR_NO_SLOT;
 }

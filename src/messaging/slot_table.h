@@ -23,10 +23,6 @@ class VXSlotTable {
     void* userData;
   };
 
-  // The one table of the process. It lives from load to unload and is never
-  // destroyed, so a dispatch thread still running at exit finds it intact.
-  static VXSlotTable& Instance();
-
   // Held by the dispatch thread across each slot function; recursive so that
   // a slot function may register and unregister slots, itself included.
   std::recursive_mutex& Mutex() { return mutex_; }
@@ -44,8 +40,6 @@ class VXSlotTable {
   std::vector<std::uint32_t> Ids();
 
  private:
-  VXSlotTable() = default;
-
   std::recursive_mutex mutex_;
   std::map<std::uint32_t, Entry> slots_;
   std::mutex idsMutex_;  // inside mutex_ when both are held

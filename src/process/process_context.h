@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The state that exists once per process, in one object: the limits in
 // force and their defaults, the secret, host name and own appID, the stop
-// flag, the session registry, the signal table, the dispatch queue, the
+// flag, the session registry, the slot and signal tables, the dispatch queue, the
 // listener threads with their gates and addresses, the four listeners and
 // the initialise count. Made at load, before any exported function can run,
 // and never destroyed: threads of the library may still reach it while the
@@ -22,6 +22,7 @@
 
 #include "messaging/messaging_context.h"
 #include "messaging/signal_table.h"
+#include "messaging/slot_table.h"
 #include "runtime/latch.h"
 #include "session/message_queue.h"
 #include "session/session_acceptor.h"
@@ -68,6 +69,7 @@ class ProcessContext final : public SessionServices, public MessagingContext {
   // --- What sessions and messaging share.
   SessionRegistry registry;
   VXMessageQueue dispatchQueue{true, true};
+  VXSlotTable slotTable;
   VXSignalTable signalTable;
   SessionListeners listeners;
 
@@ -99,6 +101,7 @@ class ProcessContext final : public SessionServices, public MessagingContext {
   // MessagingContext.
   SessionRegistry& Sessions() override { return registry; }
   VXMessageQueue& DispatchQueue() override { return dispatchQueue; }
+  VXSlotTable& Slots() override { return slotTable; }
   VXSignalTable& Signals() override { return signalTable; }
   bool ShuttingDown() const override { return shuttingDown.load(std::memory_order_relaxed); }
   std::string OwnAppId() const override;
