@@ -269,6 +269,9 @@ TEST_F(FloodTest, BothQueuesStayBoundedAndShutdownCountsWhatItDrops) {
   gate_.Open(false);
   peer.Send(FloodCommand());
   ASSERT_TRUE(ShareFills(peer));
+  // On a loaded machine the share may fill before the dispatch thread has
+  // taken the first request; the backlog is only there once it holds it.
+  ASSERT_TRUE(WaitUntil([this] { return gate_.runs.load() == kFloodCount + 1; }));
   std::thread opener([this] {
     WaitUntil(
         [] {
