@@ -10,13 +10,16 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "runtime/block_pool.h"
 #include "runtime/brief_spin.h"
 #include "runtime/latch.h"
+#include "runtime/name_key.h"
 #include "runtime/object_counters.h"
 #include "runtime/printable_name.h"
+#include "runtime/private_heap.h"
 #include "runtime/process_state.h"
 #include "runtime/referenced_ptr.h"
 #include "vxbus.h"
@@ -29,6 +32,21 @@ TEST(PrintableName, EscapesControlBytesOnlyAndLeavesOtherNamesAsTheyAre) {
   EXPECT_EQ(PrintableName("vm:7001/server \\ \x80\xff~"), "vm:7001/server \\ \x80\xff~");
   EXPECT_EQ(PrintableName(std::string("a\0b\x1f\n\r\x7f\x20", 8)), "a\\x00b\\x1f\\x0a\\x0d\\x7f ");
   EXPECT_EQ(PrintableName(""), "");
+}
+
+// Guards the copy of an owned name key: a long name whose copy the heap
+// refuses leaves an empty key that says so, not uninitialised bytes.
+TEST(PrivateHeap, ANameKeyWhoseCopyIsRefusedIsEmptyAndNotWhole) {
+  const std::string longName(300, 'n');
+  RefusePrivateBlocksFrom(300);
+  VXNameKey refused{longName};
+  VXNameKey moved(std::move(refused));
+  RefusePrivateBlocksFrom(0);
+  EXPECT_FALSE(moved.Whole());
+  EXPECT_STREQ(moved.Text(), "");
+  VXNameKey granted{longName};
+  EXPECT_TRUE(granted.Whole());
+  EXPECT_EQ(granted.Text(), longName);
 }
 
 // As the heap's realloc: from null it allocates, and a size of 0 gives a
