@@ -22,10 +22,15 @@
 #include "session/dropped_messages.h"
 #include "session/message_queue.h"
 #include "session/session_acceptor.h"
+#include "session/session_end_hook.h"
 #include "session/session_registry.h"
 #include "session/session_threads.h"
-#include "transport/connection_threads.h"
+#include "transport/channel_acceptor.h"
 #include "transport/pipe_channel.h"
+#include "transport/pipe_connection_thread.h"
+#include "transport/pipe_listen_name.h"
+#include "transport/tcp_connection_thread.h"
+#include "transport/tcp_listen_address.h"
 
 namespace vxbus {
 namespace {

@@ -13,7 +13,6 @@
 #include "session/app_id_tokens.h"
 #include "session/session.h"
 #include "session/session_registry.h"
-#include "session/session_threads.h"
 #include "transport/app_id_block.h"
 #include "transport/challenge.h"
 #include "transport/guess_backoff.h"

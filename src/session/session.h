@@ -167,7 +167,7 @@ class Session : public MTObjects::MTReferencedTypeBase {
     std::uint32_t firstCallId = 0;
   };
 
-  // The bodies of the two threads and their common frame (session_threads.cpp).
+  // The bodies of the two threads and their common frame (session_io.cpp).
   template <void (Session::*Body)()>
   static void RunThread(Session* session);
   void RunReader();

@@ -3,7 +3,7 @@
 #ifndef VXBUS_SESSION_SESSION_ACCEPTOR_H_
 #define VXBUS_SESSION_SESSION_ACCEPTOR_H_
 
-#include "transport/connection_threads.h"
+#include "transport/channel_acceptor.h"
 
 namespace vxbus {
 

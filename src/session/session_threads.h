@@ -1,20 +1,47 @@
 // SPDX-License-Identifier: MIT
-// What the layers around the session threads need of them: the end hook, a
-// wait for all of them, and their poll periods. The threads themselves are
-// members of the session (application.h).
+// Tracking of the session threads that still run, so that a shutdown can
+// wait until none of them is inside the library, and their poll periods. The
+// threads themselves are members of the session (session_io.cpp).
 #ifndef VXBUS_SESSION_SESSION_THREADS_H_
 #define VXBUS_SESSION_SESSION_THREADS_H_
 
 #include <chrono>
-
-#include "session/session.h"
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
 
 namespace vxbus {
 
-// Called on a session's reader as the session ends, before the disconnect
-// listener, so that the layers above can forget it. Set once at load.
-using SessionEndHook = void (*)(Session* session);
-void SetSessionEndHook(SessionEndHook hook);
+// True on a session thread; set by the thread's frame as it starts.
+extern thread_local bool t_onSessionThread;
+
+// The count of session threads that have started and not yet ended.
+class LiveThreads {
+ public:
+  void Started() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    ++count_;
+  }
+  void Ended() {
+    std::lock_guard<std::mutex> lock(mutex_);
+    --count_;
+    allEnded_.notify_all();
+  }
+  // A session thread that waits (a shutdown called from a listener) does not
+  // wait for itself.
+  bool WaitForNone(std::chrono::milliseconds limit) {
+    const int self = t_onSessionThread ? 1 : 0;
+    std::unique_lock<std::mutex> lock(mutex_);
+    return allEnded_.wait_for(lock, limit, [this, self] { return count_ <= self; });
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable allEnded_;
+  int count_ = 0;
+};
+// The process's one count.
+LiveThreads& LiveSessionThreads();
 
 // Waits until no session thread runs any more; false when `limit` passed first.
 bool WaitForSessionThreadsToEnd(std::chrono::milliseconds limit);

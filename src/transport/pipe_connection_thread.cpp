@@ -2,10 +2,13 @@
 // Serves the pipe listener: each round makes a fresh pair of pipes, waits for
 // one client, runs its handshake here and goes round again. An idle round
 // lasts the accept wait by itself, so no pause is needed between rounds.
+#include "transport/pipe_connection_thread.h"
+
 #include "runtime/log.h"
 #include "runtime/process_state.h"
-#include "transport/connection_threads.h"
+#include "transport/channel_acceptor.h"
 #include "transport/pipe_channel.h"
+#include "transport/pipe_listen_name.h"
 
 namespace vxbus {
 namespace {

@@ -3,6 +3,8 @@
 // handshake on a thread of its own within the caps of HandshakeThreads. A
 // listener that cannot bind retries every second for as long as the process
 // lives.
+#include "transport/tcp_connection_thread.h"
+
 #include <algorithm>
 #include <chrono>
 #include <thread>
@@ -10,10 +12,11 @@
 #include "platform/host.h"
 #include "runtime/log.h"
 #include "runtime/process_state.h"
-#include "transport/connection_threads.h"
+#include "transport/channel_acceptor.h"
 #include "transport/guess_backoff.h"
 #include "transport/handshake_threads.h"
 #include "transport/socket_channel.h"
+#include "transport/tcp_listen_address.h"
 
 namespace vxbus {
 namespace {
