@@ -15,8 +15,6 @@ namespace vxbus {
 template <std::size_t N>
 class VXMemoryBufferTpl {
  public:
-  using NoDataExeption = ::NoDataExeption;
-
   VXMemoryBufferTpl() : used(0), capacity(N), data(inline_) {}
   ~VXMemoryBufferTpl() {
     if (data != inline_) PrivateFree(data);
@@ -60,14 +58,6 @@ class VXMemoryBufferTpl {
     return true;
   }
 
-  unsigned char* At(std::uint64_t offset) {
-    if (offset >= used) throw NoDataExeption();
-    return data + offset;
-  }
-  std::uint32_t Read32(std::uint64_t offset) {
-    if (offset + 4 > used) throw NoDataExeption();
-    return Load32(data + offset);
-  }
   bool IsInline() const { return data == inline_; }
 
   std::uint64_t used;

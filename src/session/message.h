@@ -10,6 +10,7 @@
 
 #include "runtime/latch.h"
 #include "runtime/referenced_ptr.h"
+#include "runtime/status.h"
 #include "vxbus.h"
 
 namespace vxbus {
@@ -39,7 +40,9 @@ class IVXMessage : public MTObjects::MTReferencedTypeBase {
   static std::uint32_t NextMessageId();
 
   virtual std::int32_t Send() = 0;
-  virtual std::int32_t Receive(const unsigned char* headerTail) = 0;
+  // The bytes read behind the header, or -1 with `failure` (not null) set
+  // to why: the channel's failure, a broken bound, or the heap's refusal.
+  virtual std::int32_t Receive(const unsigned char* headerTail, Status* failure) = 0;
   virtual void Complete(bool discardOutput);
   virtual std::uint32_t GetSlotId() const { return 0; }
   virtual ListRef& GetInputList();

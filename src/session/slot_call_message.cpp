@@ -34,6 +34,7 @@ std::int32_t VXSlotCallBody::Write(ITransportChannel& channel, bool isRequest,
   ListRef empty;
   if (!held.IsValid()) empty = new ParamList;
   ParamList* list = held.IsValid() ? held.get() : empty.get();
+  if (list == nullptr) return -1;  // the heap refused the empty list
 
   VXMemoryBufferTpl<128> header;
   header.Append32(messageId);
@@ -48,22 +49,26 @@ std::int32_t VXSlotCallBody::Write(ITransportChannel& channel, bool isRequest,
 }
 
 std::int32_t VXSlotCallBody::Read(ITransportChannel& channel, bool isRequest,
-                                  const unsigned char* tail) {
+                                  const unsigned char* tail, Status* failure) {
   ListRef& target = isRequest ? input : output;
-  VXMemoryBufferTpl<128> header;
-  header.AppendPadded(tail, 8);
+  unsigned char header[12];
+  std::memcpy(header, tail, 8);
+  std::uint32_t headerLength = 8;
   if (isRequest) {
     // A request's header has one word more: the slot id stood first in the tail.
-    slotId = header.Read32(0);
-    header.Resize(12);
-    std::int32_t got = channel.Read(header.data + 8, 4);
-    if (got < 0) return got;
+    slotId = Load32(header);
+    if (channel.Read(header + 8, 4) < 0) {
+      const Status channelFailure = channel.FirstFailure();
+      *failure = channelFailure.ok() ? Status::Of(Cause::kSystemError) : channelFailure;
+      return -1;
+    }
+    headerLength = 12;
   }
-  std::uint32_t childCount = header.Read32(header.used - 4);
-  std::uint32_t size = header.Read32(header.used - 8);
+  std::uint32_t childCount = Load32(header + headerLength - 4);
+  std::uint32_t size = Load32(header + headerLength - 8);
   std::uint32_t nextSize = 0, nextChildCount = 0;
   const std::int32_t body =
-      target->ReadList(&channel, size, childCount, false, &nextSize, &nextChildCount);
+      target->ReadList(&channel, size, childCount, false, &nextSize, &nextChildCount, failure);
   return body < 0 || !isRequest ? body : body + 4;
 }
 
@@ -88,7 +93,7 @@ VXSlotCallMessage::VXSlotCallMessage(SessionRef session, const unsigned char* he
 }
 
 // One made and one let go for every frame, mostly on two threads.
-void* VXSlotCallMessage::operator new(std::size_t size) {
+void* VXSlotCallMessage::operator new(std::size_t size) noexcept {
   return PooledAllocate(size);
 }
 void VXSlotCallMessage::operator delete(void* pointer, std::size_t size) {
@@ -106,12 +111,20 @@ std::int32_t VXSlotCallMessage::Send() {
   return body_.Write(*session_->Channel(), isRequest, id_, state_);
 }
 
-std::int32_t VXSlotCallMessage::Receive(const unsigned char* headerTail) {
-  if (!session_.IsValid()) return -1;
+std::int32_t VXSlotCallMessage::Receive(const unsigned char* headerTail, Status* failure) {
+  if (!session_.IsValid()) {
+    *failure = Status::Of(Cause::kLocalStop);
+    return -1;
+  }
   bool isRequest = state_ != kStateReply;
   ListRef& target = isRequest ? body_.input : body_.output;
-  if (!target.IsValid()) return -1;
-  return body_.Read(*session_->Channel(), isRequest, headerTail ? headerTail : headerTail_);
+  // A list the heap refused when the message was made.
+  if (!target.IsValid()) {
+    *failure = Status::OutOfMemory();
+    return -1;
+  }
+  return body_.Read(*session_->Channel(), isRequest, headerTail ? headerTail : headerTail_,
+                    failure);
 }
 
 void VXSlotCallMessage::Complete(bool discardOutput) {

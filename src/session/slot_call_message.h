@@ -22,8 +22,9 @@ class VXSlotCallBody {
   std::int32_t Write(ITransportChannel& channel, bool isRequest, std::uint32_t messageId,
                      std::uint32_t state);
   // The rest of a frame behind its first 8 header bytes, `tail` the next 8:
-  // the bytes read past those 16, negative on failure.
-  std::int32_t Read(ITransportChannel& channel, bool isRequest, const unsigned char* tail);
+  // the bytes read past those 16, negative on failure with `failure` set.
+  std::int32_t Read(ITransportChannel& channel, bool isRequest, const unsigned char* tail,
+                    Status* failure);
 
   std::uint32_t slotId;
   ListRef input;
@@ -39,11 +40,13 @@ class VXSlotCallMessage : public IVXMessage {
   // For receiving: from the 16 header bytes read off the channel.
   VXSlotCallMessage(SessionRef session, const unsigned char* header);
 
-  static void* operator new(std::size_t size);
+  // From the block pool; null when the heap refuses, and then nothing is
+  // constructed.
+  static void* operator new(std::size_t size) noexcept;
   static void operator delete(void* pointer, std::size_t size);
 
   std::int32_t Send() override;
-  std::int32_t Receive(const unsigned char* headerTail) override;
+  std::int32_t Receive(const unsigned char* headerTail, Status* failure) override;
   void Complete(bool discardOutput) override;
   // Completes as a call that got no answer, without touching the output
   // list, which a late reply may be filling on the reader at this moment:

@@ -40,7 +40,7 @@ class TaggedMessage : public IVXMessage {
   explicit TaggedMessage(std::uint32_t id)
       : IVXMessage(EventRef(), SessionRef(), id, kStateOneWay, nullptr) {}
   std::int32_t Send() override { return 0; }
-  std::int32_t Receive(const unsigned char*) override { return 0; }
+  std::int32_t Receive(const unsigned char*, Status*) override { return 0; }
 };
 
 // Order holds across batches; a null shows once, as an empty reference; and
@@ -376,7 +376,7 @@ class FrameTest : public ::testing::Test {
     std::vector<std::uint32_t> slots;
     for (std::size_t i = 0; i < count; ++i) {
       MessageRef message;
-      if (!receiver_->ReceiveMessage(message) || !message.IsValid()) break;
+      if (!receiver_->ReceiveMessage(message).ok() || !message.IsValid()) break;
       slots.push_back(message->GetSlotId());
       sizes_.push_back(message->GetInputList()->Used());
     }
@@ -400,7 +400,7 @@ TEST_F(FrameTest, OneWayWithNullListIsTwentyBytesAndAnEmptyReplySixteen) {
   EXPECT_EQ(pair_.second->WaitReadable(50), 0);         // nothing more
   ASSERT_EQ(pair_.first->Write(frame.data(), 20), 20);  // the same bytes, now received
   MessageRef request;
-  ASSERT_TRUE(receiver_->ReceiveMessage(request));
+  ASSERT_TRUE(receiver_->ReceiveMessage(request).ok());
   ASSERT_TRUE(request->GetInputList().IsValid());
   EXPECT_EQ(VXGetParamCount(HandleFromList(request->GetInputList().get())), 0u);
   EXPECT_FALSE(request->GetOutputList());  // one-way: no reply will come
