@@ -136,6 +136,7 @@ TYPED_TEST(BothChannels, StoppableReadsWaitForTheirFlagOrALocalStop) {
   EXPECT_EQ(read.wait_for(std::chrono::milliseconds(1500)), std::future_status::timeout);
   stop = true;
   EXPECT_EQ(ResultOf(read, pair.first), -1);
+  EXPECT_EQ(pair.second->FirstFailure().cause, Cause::kLocalStop);
 
   const std::atomic<bool> never{false};
   read = ReadOneByte(pair.second, &never);
@@ -163,6 +164,8 @@ TYPED_TEST(BothChannels, PeerClosingFailsReadsAndWrites) {
   const Bytes bytes(8 * 1024 * 1024, 'x');
   EXPECT_EQ(pair.second->Write(bytes.data(), static_cast<std::uint32_t>(bytes.size())), -1);
   EXPECT_EQ(pair.second->Write(bytes.data(), 1), -1);
+  // The session's end is told the first cause, not the failed writes behind it.
+  EXPECT_EQ(pair.second->FirstFailure().cause, Cause::kPeerClosed);
 }
 
 // Small writes of a batch leave in one send; a large one goes out in place
