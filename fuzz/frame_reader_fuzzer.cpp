@@ -8,14 +8,14 @@
 
 #include "byte_channel.h"
 #include "runtime/process_state.h"
+#include "session/message.h"
 #include "session/session.h"
-#include "session/slot_call_message.h"
 
 using vxbus::ChannelRef;
+using vxbus::Message;
 using vxbus::MessageRef;
 using vxbus::Session;
 using vxbus::SessionRef;
-using vxbus::VXSlotCallMessage;
 using vxbus::fuzz::ByteChannel;
 
 namespace {
@@ -40,8 +40,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   session->AttachChannel(ChannelRef(new ByteChannel(data, size)));
 
   vxbus::g_lastMessageId = 0;  // the waiting call gets id 1
-  MessageRef waiting(new VXSlotCallMessage(vxbus::IVXMessage::EventRef(new MTObjects::Latch),
-                                           session, 1, VX_INVALID_PARAMLIST, nullptr, nullptr));
+  MessageRef waiting(new Message(vxbus::Message::EventRef(new MTObjects::Latch), session, 1,
+                                 VX_INVALID_PARAMLIST, nullptr, nullptr));
   session->PendingCalls().Insert(waiting);
 
   MessageRef message;

@@ -12,16 +12,16 @@
 #include "paramlist/handle.h"
 #include "paramlist/param_list.h"
 #include "runtime/process_state.h"
+#include "session/message.h"
 #include "session/session.h"
-#include "session/slot_call_message.h"
 #include "transport/app_id_block.h"
 #include "transport/challenge.h"
 
 using vxbus::ChannelRef;
 using vxbus::ListFromHandle;
+using vxbus::Message;
 using vxbus::MessageRef;
 using vxbus::SessionRef;
-using vxbus::VXSlotCallMessage;
 using vxbus::fuzz::ByteChannel;
 using Bytes = std::vector<std::uint8_t>;
 
@@ -109,14 +109,13 @@ SessionRef SinkSession(ByteChannel* sink) {
 Bytes FrameSeed(HVXPARAMLIST list) {
   auto* sink = new ByteChannel(nullptr, 0);
   SessionRef session = SinkSession(sink);
-  MessageRef oneWay(
-      new VXSlotCallMessage(vxbus::IVXMessage::EventRef(), session, 7, list, nullptr, nullptr));
+  MessageRef oneWay(new Message(vxbus::Message::EventRef(), session, 7, list, nullptr, nullptr));
   oneWay->Send();
-  MessageRef call(new VXSlotCallMessage(vxbus::IVXMessage::EventRef(new MTObjects::Latch), session,
-                                        3, list, nullptr, nullptr));
+  MessageRef call(new Message(vxbus::Message::EventRef(new MTObjects::Latch), session, 3, list,
+                              nullptr, nullptr));
   call->Send();
   const unsigned char callHeader[16] = {1, 0, 0, 0, 1, 0, 0, 0, 3, 0, 0, 0, 0, 0, 0, 0};
-  MessageRef received(new VXSlotCallMessage(session, callHeader));
+  MessageRef received(new Message(session, callHeader));
   VXSetHandleValue(vxbus::HandleFromList(received->GetOutputList().get()), "list", list);
   received->Send();
   return sink->Written();

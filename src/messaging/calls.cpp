@@ -6,8 +6,8 @@
 #include "messaging/flow_id.h"
 #include "paramlist/handle.h"
 #include "session/back_pressure.h"
+#include "session/message.h"
 #include "session/session_registry.h"
-#include "session/slot_call_message.h"
 #include "vxbus.h"
 
 using namespace vxbus;
@@ -25,8 +25,8 @@ MessageRef SendCall(const char* applicationName, std::uint32_t slotId, HVXPARAML
     std::lock_guard<std::recursive_mutex> lock(g_applications.Mutex());
     session = g_applications.FindLocked(applicationName);
     if (!session.IsValid()) return MessageRef();
-    IVXMessage::EventRef event(new MTObjects::Latch);
-    message = new VXSlotCallMessage(event, session, slotId, list, nullptr, nullptr);
+    Message::EventRef event(new MTObjects::Latch);
+    message = new Message(event, session, slotId, list, nullptr, nullptr);
     if (!message.IsValid()) return MessageRef();  // the heap refused it
     writeHere = session->ClaimIdleWriter();
     if (!writeHere) session->QueueFrame(message);
@@ -63,8 +63,8 @@ _tag_VX_ERROR VXNotify(const char* applicationName, std::uint32_t slotId, HVXPAR
   // holds the session until we return: the message's count is this thread's
   // own, while the session's is shared with its writer.
   Session& session = *found;
-  MessageRef message(new VXSlotCallMessage(IVXMessage::EventRef(), std::move(found), slotId, list,
-                                           callback, userData));
+  MessageRef message(
+      new Message(Message::EventRef(), std::move(found), slotId, list, callback, userData));
   if (!message.IsValid()) return VX_ERROR_FAILED;  // the heap refused it
   const std::uint64_t bytes = VXMessageQueue::MessageBytes(message);
   const _tag_VX_ERROR room = AwaitSendRoom(session, bytes);

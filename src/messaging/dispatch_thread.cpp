@@ -22,7 +22,7 @@ constexpr std::uint32_t kDirectReplyBytes = 16384;
 
 // An unknown slot runs nothing: the caller gets the empty reply and can't
 // tell it from a slot that returned nothing.
-void RunSlot(IVXMessage& message) {
+void RunSlot(Message& message) {
   VXSlotTable::Entry entry;
   if (!VXSlotTable::Instance().Find(message.GetSlotId(), &entry)) return;
   const SessionRef& session = message.GetSession();
@@ -47,7 +47,7 @@ bool IsRequest(std::uint32_t state) {
   return state == kStateCall || state == kStateOneWay;
 }
 
-bool FromEndedSession(const IVXMessage& message) {
+bool FromEndedSession(const Message& message) {
   const SessionRef& session = message.GetSession();
   return session.get() != nullptr && session->HasEnded();
 }
@@ -78,7 +78,7 @@ class DroppedMessages {
 };
 
 // A call whose request could not be written gets the empty output list.
-void CompleteUnwrittenCall(IVXMessage& message) {
+void CompleteUnwrittenCall(Message& message) {
   message.Complete(false);
 }
 

@@ -10,12 +10,12 @@ namespace vxbus {
 TimedNotification::TimedNotification(SessionRef session, std::uint32_t slotId, HVXPARAMLIST input,
                                      VXNotifyCallback callback, void* userData,
                                      DeadlineClock::time_point deadline)
-    : VXSlotCallMessage(EventRef(), std::move(session), slotId, input, callback, userData),
+    : Message(EventRef(), std::move(session), slotId, input, callback, userData),
       deadline_(deadline) {}
 
 void TimedNotification::Complete(bool discardOutput) {
   if (!Finish()) return;
-  VXSlotCallMessage::Complete(discardOutput);
+  Message::Complete(discardOutput);
   DeadlineTimer::Instance().Disarm(*this);
 }
 

@@ -9,13 +9,13 @@
 #include <chrono>
 #include <cstdint>
 
-#include "session/slot_call_message.h"
+#include "session/message.h"
 
 namespace vxbus {
 
 using DeadlineClock = std::chrono::steady_clock;
 
-class TimedNotification final : public VXSlotCallMessage {
+class TimedNotification final : public Message {
  public:
   // `callback` must not be null: without one no reply exists to wait for.
   TimedNotification(SessionRef session, std::uint32_t slotId, HVXPARAMLIST input,

@@ -14,11 +14,11 @@
 #include "session/app_id_tokens.h"
 #include "session/back_pressure.h"
 #include "session/dropped_messages.h"
+#include "session/message.h"
 #include "session/session.h"
 #include "session/session_end_hook.h"
 #include "session/session_registry.h"
 #include "session/session_threads.h"
-#include "session/slot_call_message.h"
 
 namespace vxbus {
 
@@ -204,7 +204,7 @@ Status Session::ReceiveMessage(MessageRef& out, MTObjects::ReferenceBlock<Sessio
 
   Status failure;
   if (state == kStateCall || state == kStateOneWay) {
-    MessageRef message(new VXSlotCallMessage(refs ? refs->Take() : SessionRef(this), header));
+    MessageRef message(new Message(refs ? refs->Take() : SessionRef(this), header));
     if (!message.IsValid()) return Status::OutOfMemory();
     const std::int32_t received = message->Receive(nullptr, &failure);
     if (received < 0) return failure;

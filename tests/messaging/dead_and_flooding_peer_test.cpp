@@ -18,9 +18,9 @@
 
 #include "bus_test_fixture.h"
 #include "runtime/log.h"
+#include "session/message.h"
 #include "session/message_queue.h"
 #include "session/session_registry.h"
-#include "session/slot_call_message.h"
 #include "support/log_capture.h"
 #include "support/process_resources.h"
 
@@ -285,7 +285,7 @@ TEST_F(FloodTest, BothQueuesStayBoundedAndShutdownCountsWhatItDrops) {
       ++dropLines;
   EXPECT_EQ(dropLines, 1);
   EXPECT_GE(messages, 1u);
-  EXPECT_GE(bytes, messages * (sizeof(VXSlotCallMessage) + kPayloadBytes));
+  EXPECT_GE(bytes, messages * (sizeof(Message) + kPayloadBytes));
   EXPECT_EQ(g_dispatchQueue.QueuedBytes(), 0u);
   // The peer's flood ends too: its waiting notification saw the session go.
   EXPECT_NE(peer.Expect("notify-result ", std::chrono::seconds(30)), "");

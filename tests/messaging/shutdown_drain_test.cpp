@@ -5,9 +5,9 @@
 #include <chrono>
 
 #include "messaging/dispatch_thread.h"
+#include "session/message.h"
 #include "session/message_queue.h"
 #include "session/session.h"
-#include "session/slot_call_message.h"
 #include "vxbus.h"
 
 namespace vxbus {
@@ -18,9 +18,8 @@ namespace {
 TEST(ShutdownDrain, CompletesACallWhoseRequestFailedToWrite) {
   SessionRef session(new Session);  // no threads: the queue is ours alone
   session->MarkEstablished("host:1/peer");
-  IVXMessage::EventRef completed(new MTObjects::Latch);
-  MessageRef call(
-      new VXSlotCallMessage(completed, session, 7, VX_INVALID_PARAMLIST, nullptr, nullptr));
+  Message::EventRef completed(new MTObjects::Latch);
+  MessageRef call(new Message(completed, session, 7, VX_INVALID_PARAMLIST, nullptr, nullptr));
   call->SetReplyState();  // as the writer hands over a call it could not write
   g_dispatchQueue.Push(call);
   const QueueTally dropped = DropDispatchBacklog();

@@ -31,7 +31,7 @@ std::string OneShot(const std::string& text) {
   return Hex(digest);
 }
 
-TEST(Md5, TestSuiteOfTheRfc) {
+TEST(Md5, DigestsMatchTheRfcTestSuite) {
   EXPECT_EQ(OneShot(""), "d41d8cd98f00b204e9800998ecf8427e");
   EXPECT_EQ(OneShot("a"), "0cc175b9c0f1b6a831c399e269772661");
   EXPECT_EQ(OneShot("abc"), "900150983cd24fb0d6963f7d28e17f72");
@@ -89,7 +89,7 @@ TEST(Challenge, ChallengesComeFreshFromTheSystemSource) {
 }
 
 // A known answer, and a match only when every byte of it agrees.
-TEST(Challenge, AnswerIsTheDigestOfBlockThenChallengeAndMatchesOnlyWhole) {
+TEST(Challenge, OnlyTheDigestOfBlockThenChallengeIsAnAnswer) {
   unsigned char block[kAuthBlockBytes], challenge[kChallengeBytes], answer[kAnswerBytes];
   for (std::size_t i = 0; i < kAuthBlockBytes; ++i)
     block[i] = static_cast<unsigned char>(i);

@@ -46,7 +46,7 @@ TEST(HandshakeThreads, CapsFollowTheHandleLimit) {
   EXPECT_EQ(HandshakeThreads::CapForHandleLimit(1u << 20), HandshakeThreads::kMostRunning);
 }
 
-TEST(HandshakeThreads, ASourceBeyondItsShareIsRefusedAndAFullTableCutsFromTheLargestSource) {
+TEST(HandshakeThreads, NoSourceHoldsMoreThanItsShare) {
   HandshakeThreads threads(12);
   Pending pending(threads);
   for (int i = 0; i < 8; ++i)
@@ -72,7 +72,7 @@ TEST(HandshakeThreads, ASourceBeyondItsShareIsRefusedAndAFullTableCutsFromTheLar
   EXPECT_FALSE(pending.Cut(2));
 }
 
-TEST(HandshakeThreads, AHandshakePastItsDeadlineIsCutAndTheRestAtTheEnd) {
+TEST(HandshakeThreads, NoHandshakeOutlivesItsDeadlineOrTheListener) {
   auto threads = std::make_unique<HandshakeThreads>(8);
   Pending pending(*threads);
   ASSERT_TRUE(pending.Start(1, 1));
