@@ -150,8 +150,7 @@ void PrintValue(Walk& walk, HVXPARAMLIST list, const _tag_VXPARAMVALUE* value, s
       out << (printTypes ? TypeLabel(type) : "=");
       break;
     default:
-      // A damaged type byte: nothing for the value; the step to the next
-      // record reports the damage.
+      // A damaged type byte: nothing for the value, and the walk ends there.
       return;
   }
   switch (type) {
@@ -203,8 +202,8 @@ void PrintHandleInfoRecurse(std::ostream& out, _tag_HVXPARAMLIST list, bool prin
   PrintList(walk, list, depth);
 }
 
-// A damaged list throws out of the walk with the mutex still held: there is
-// no clean-up on that path, and later dumps from other threads then wait.
+// A damaged list ends the walk early; nothing is thrown, so the mutex is
+// always let go.
 void PrintHandleInfo(HVXPARAMLIST list, bool printTypes) {
   std::recursive_mutex& mutex = StderrDumpMutex();
   mutex.lock();

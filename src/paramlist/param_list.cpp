@@ -40,7 +40,7 @@ const _tag_VXPARAMINFO* ParamList::First() const {
 }
 
 const _tag_VXPARAMINFO* ParamList::Next(const _tag_VXPARAMINFO* record) const {
-  if (record == nullptr) return nullptr;
+  if (record == nullptr || !IsStoredType(record->GetValue()->type)) return nullptr;
   const auto* start = reinterpret_cast<const unsigned char*>(record);
   std::size_t end =
       static_cast<std::size_t>(start - data) + record->valueOffset + record->GetValue()->GetSize();
@@ -146,13 +146,10 @@ Status ParamList::CheckedNextOffset(std::uint32_t offset, std::uint32_t* next) c
       }
       break;
     }
-    case PT_INT32:
-    case PT_INT64:
-    case PT_PARAMHANDLE:
-      break;  // fixed sizes, checked below
     default:
-      // GetSize knows no size for any other type byte.
-      return Status::BadInput("a list value of an unknown type");
+      // Fixed sizes, checked below; GetSize knows no size for other bytes.
+      if (!IsStoredType(type)) return Status::BadInput("a list value of an unknown type");
+      break;
   }
   if (!inside) return outside;
   const std::uint64_t end = t + reinterpret_cast<const _tag_VXPARAMVALUE*>(data + t)->GetSize();

@@ -22,6 +22,13 @@ using ListRef = MTObjects::MTReferencedPtr<ParamList>;
 // Child index that refers to no list.
 constexpr std::uint32_t kNullIndex = 0xFFFFFFFFu;
 
+// True for a type byte that a stored value can have, the only ones whose
+// size GetSize knows; any other is damage.
+inline bool IsStoredType(unsigned char type) {
+  const unsigned char base = type & static_cast<unsigned char>(~PT_ARRAY);
+  return base >= PT_STRING && base <= PT_BINARY;
+}
+
 // Stored type bytes of the two kinds of value that hold child indexes.
 constexpr unsigned char kTypeHandle = PT_PARAMHANDLE;
 constexpr unsigned char kTypeHandleArray = PT_ARRAY | PT_PARAMHANDLE;
@@ -56,7 +63,8 @@ class ParamList : public MTObjects::MTReferencedTypeBase, public ListImage {
 
   // Walking. Pointers point into the image and die with its next change.
   const _tag_VXPARAMINFO* First() const;
-  // Null behind the last record, and at a record that overruns the image.
+  // Null behind the last record, and at a record that overruns the image or
+  // has a type byte no stored value has.
   const _tag_VXPARAMINFO* Next(const _tag_VXPARAMINFO* record) const;
   const _tag_VXPARAMINFO* Find(const char* name) const;
 

@@ -30,7 +30,8 @@ void CloseGaps(RefPtrArray<ParamList>& children, std::uint32_t* newPosition) {
 }  // namespace
 
 const _tag_VXPARAMINFO* ParamList::Remove(const _tag_VXPARAMINFO* record) {
-  if (record == nullptr) return nullptr;
+  // A record of no stored type has no size to remove (only damage makes one).
+  if (record == nullptr || !IsStoredType(record->GetValue()->type)) return nullptr;
   const auto* start = reinterpret_cast<const unsigned char*>(record);
   std::uint64_t offset = static_cast<std::uint64_t>(start - data);
   std::uint64_t length = record->GetSize();
