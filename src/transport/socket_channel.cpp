@@ -45,6 +45,13 @@ bool StopWaitAllowed(const std::atomic<bool>* stopFlag) {
   return stopFlag != nullptr && !stopFlag->load(std::memory_order_relaxed);
 }
 
+// Why a read that saw no data gave up: its stop flag, once set, or else
+// its time limit.
+Status QuietReadEnd(const std::atomic<bool>* stopFlag) {
+  const bool stopped = stopFlag != nullptr && stopFlag->load(std::memory_order_relaxed);
+  return Status::Of(stopped ? Cause::kLocalStop : Cause::kTimedOut);
+}
+
 std::string EndpointText(const platform::Ipv4Endpoint& endpoint) {
   return platform::FormatDottedAddress(endpoint.address) + ":" + std::to_string(endpoint.port);
 }
@@ -128,7 +135,7 @@ platform::IoResult SocketChannel::ReceiveSome(void* buffer, std::uint32_t length
     // A reader that may wait for its stop flag has no overall deadline.
     if (!StopWaitAllowed(readStopFlag_) && MillisecondsSince(readStart_) >= TimeLimitMs()) {
       VX_LOG(kLogInfo, "Receive failed with code ", kTimeLimitErrorCode);
-      failures_.Note(Status::Of(Cause::kTimedOut));
+      failures_.Note(QuietReadEnd(readStopFlag_));
       return failed;
     }
     const platform::IoResult waited = platform::WaitReadable(socketHandle, QuietPeriodMs());
@@ -136,10 +143,8 @@ platform::IoResult SocketChannel::ReceiveSome(void* buffer, std::uint32_t length
     if (!StopWaitAllowed(readStopFlag_)) {
       // A plain read gives up after one quiet period; a stoppable one when
       // its flag is set.
-      if (waited.status == platform::IoStatus::kFailed)
-        failures_.Note(StatusOfIoResult(waited));
-      else
-        failures_.Note(Status::Of(readStopFlag_ != nullptr ? Cause::kLocalStop : Cause::kTimedOut));
+      failures_.Note(waited.status == platform::IoStatus::kFailed ? StatusOfIoResult(waited)
+                                                                  : QuietReadEnd(readStopFlag_));
       return failed;
     }
   }

@@ -287,6 +287,7 @@ TEST_F(SocketChannelTest, PlainReadGivesUpAfterHalfTheLimitOfSilenceOrTheWholeLi
   EXPECT_GE(elapsed, 1000);
   EXPECT_LT(elapsed, 1900) << "a silent read ends after half the limit";
   EXPECT_TRUE(log.Lines().empty());
+  EXPECT_EQ(pair.second->FirstFailure().cause, Cause::kTimedOut);
 
   limits().IO_TIMEOUT_MS = 600;
   pair = MakeSocketChannelPair();
@@ -305,6 +306,7 @@ TEST_F(SocketChannelTest, PlainReadGivesUpAfterHalfTheLimitOfSilenceOrTheWholeLi
   const auto lines = log.Lines();
   ASSERT_EQ(lines.size(), 1u);
   EXPECT_EQ(lines[0].second, "Receive failed with code 10035");
+  EXPECT_EQ(pair.second->FirstFailure().cause, Cause::kTimedOut);
 }
 
 TEST_F(ChannelTest, ConnectAndAcceptWithoutAPartnerFail) {
