@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include <gtest/gtest.h>
 
+#include <string>
+
+#include "runtime/private_heap.h"
 #include "session/session.h"
 #include "session/session_registry.h"
 
@@ -17,6 +20,19 @@ TEST(SessionRegistry, AnEndingSessionNeverErasesANewerOneOfTheSameName) {
   EXPECT_EQ(g_applications.Find("peer:1/same").get(), newer.get());
   g_applications.Erase("peer:1/same", newer.get());
   EXPECT_EQ(g_applications.Size(), 0u);
+}
+
+// Guards the check of the owned key: a name too long for the key's inline
+// bytes whose copy the heap refuses is not entered under an empty key.
+TEST(SessionRegistry, ANameWhoseKeyTheHeapRefusesIsNotEntered) {
+  SessionRef session(new Session);
+  const std::string longName = "peer:1/" + std::string(400, 'l');
+  RefusePrivateBlocksFrom(400);
+  const bool entered = g_applications.Assign(longName, session.get());
+  RefusePrivateBlocksFrom(0);
+  EXPECT_FALSE(entered);
+  EXPECT_EQ(g_applications.Size(), 0u);
+  EXPECT_FALSE(g_applications.Find("").IsValid());
 }
 
 }  // namespace
