@@ -17,6 +17,10 @@ bool ResetOnClose(platform::SocketHandle socket);
 // The code the system gives a reader whose peer reset the connection.
 int ConnectionResetCode();
 
+// True where a reset may reach the reader as an orderly end of the stream
+// instead: under Wine, which runs the Windows suite, it does.
+bool ResetMayEndAsClose();
+
 }  // namespace testing
 }  // namespace vxbus
 

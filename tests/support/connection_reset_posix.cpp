@@ -19,5 +19,9 @@ int ConnectionResetCode() {
   return ECONNRESET;
 }
 
+bool ResetMayEndAsClose() {
+  return false;
+}
+
 }  // namespace testing
 }  // namespace vxbus

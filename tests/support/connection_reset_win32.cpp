@@ -18,5 +18,9 @@ int ConnectionResetCode() {
   return WSAECONNRESET;
 }
 
+bool ResetMayEndAsClose() {
+  return true;
+}
+
 }  // namespace testing
 }  // namespace vxbus
