@@ -46,7 +46,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   session->PendingCalls().Insert(waiting);
 
   MessageRef message;
-  for (int frames = 0; frames < 64 && session->ReceiveMessage(message); ++frames) {
+  for (int frames = 0; frames < 64 && session->ReceiveMessage(message).ok(); ++frames) {
     if (!message.IsValid()) __builtin_trap();
   }
   message.Reset();

@@ -688,7 +688,9 @@ class VXBUS_API ParamListHolder {
   static void swap(ParamListHolder& a, ParamListHolder& b);
   bool operator!() const;
 
-  static void* operator new(std::size_t size);
+  /// From the library's private heap, as VXAllocate: null when the heap
+  /// refuses, and then no holder is constructed.
+  static void* operator new(std::size_t size) noexcept;
   static void operator delete(void* pointer);
 
   _tag_HVXPARAMLIST GetHandle() const { return handle_; }

@@ -28,6 +28,7 @@ MessageRef SendCall(const char* applicationName, std::uint32_t slotId, HVXPARAML
     if (!session.IsValid()) return MessageRef();
     Message::EventRef event(new MTObjects::Latch);
     message = new Message(event, session, slotId, list, nullptr, nullptr);
+    if (!message.IsValid()) return MessageRef();  // the heap refused it
     writeHere = session->ClaimIdleWriter();
     if (!writeHere) session->QueueFrame(message);
   }
@@ -65,6 +66,7 @@ _tag_VX_ERROR VXNotify(const char* applicationName, std::uint32_t slotId, HVXPAR
   Session& session = *found;
   MessageRef message(
       new Message(Message::EventRef(), std::move(found), slotId, list, callback, userData));
+  if (!message.IsValid()) return VX_ERROR_FAILED;  // the heap refused it
   const std::uint64_t bytes = VXMessageQueue::MessageBytes(message);
   const _tag_VX_ERROR room = AwaitSendRoom(session, bytes);
   if (room != VX_SUCCESS) return room;

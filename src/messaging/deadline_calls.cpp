@@ -41,6 +41,7 @@ _tag_VX_ERROR VXNotifyWithTimeout(const char* applicationName, std::uint32_t slo
   Session& session = *found;
   TimedNotificationRef message(
       new TimedNotification(std::move(found), slotId, list, callback, userData, deadline));
+  if (!message.IsValid()) return VX_ERROR_FAILED;  // the heap refused it
   const _tag_VX_ERROR room = AwaitSendRoom(session, message);
   if (room != VX_SUCCESS) return room;
   // Armed before it is queued, so that a completion always finds it armed

@@ -150,8 +150,7 @@ void PrintValue(Walk& walk, HVXPARAMLIST list, const VXPARAMVALUE* value, std::i
       out << (printTypes ? TypeLabel(type) : "=");
       break;
     default:
-      // A damaged type byte: nothing for the value; the step to the next
-      // record reports the damage.
+      // A damaged type byte: nothing for the value, and the walk ends there.
       return;
   }
   switch (type) {
@@ -203,8 +202,8 @@ void PrintHandleInfoRecurse(std::ostream& out, HVXPARAMLIST list, bool printType
   PrintList(walk, list, depth);
 }
 
-// A damaged list throws out of the walk with the mutex still held: there is
-// no clean-up on that path, and later dumps from other threads then wait.
+// A damaged list ends the walk early; nothing is thrown, so the mutex is
+// always let go.
 void PrintHandleInfo(HVXPARAMLIST list, bool printTypes) {
   std::recursive_mutex& mutex = StderrDumpMutex();
   mutex.lock();

@@ -122,10 +122,11 @@ HVXPARAMLIST VXCloneHandle(HVXPARAMLIST list) {
   const ParamList* from = ListFromHandle(list);
   if (from == nullptr) return VX_INVALID_PARAMLIST;
   ListRef clone(new ParamList);
-  if (!clone) return VX_INVALID_PARAMLIST;
+  if (!clone || !clone->Reserve(from->Used())) return VX_INVALID_PARAMLIST;
   clone->AppendExact(from->Data(), from->Used());
   for (std::uint32_t i = 0; i < from->ChildCount(); ++i)
-    clone->AppendChild(from->ChildRef(i));
+    if (!clone->AppendChild(from->ChildRef(i))) return VX_INVALID_PARAMLIST;
+  // The source is whole, so its copy counts without fault.
   clone->Recount();
   return HandleFromList(clone.Detach());
 }

@@ -28,8 +28,6 @@ inline std::uint32_t HeaderLength(std::uint32_t nameLength) {
 // Neither inline bytes nor slack: a list's bytes are exactly its image.
 class ListImage {
  public:
-  using NoDataExeption = ::NoDataExeption;
-
   ListImage() : used(0), capacity(0), data(nullptr) {}
   ~ListImage() { FreeImage(data, capacity); }
   ListImage(const ListImage&) = delete;
@@ -139,16 +137,27 @@ class ListImage {
     return data != nullptr && at >= begin && at - begin < capacity;
   }
 
-  unsigned char* At(std::uint32_t offset) {
-    if (offset >= used) throw NoDataExeption();
-    return data + offset;
+  // The word at `offset`, when all four of its bytes lie below `used`;
+  // false, with nothing read or written, when they do not.
+  bool Load32At(std::uint32_t offset, std::uint32_t* value) const {
+    if (!HoldsWordAt(offset)) return false;
+    *value = Load32(data + offset);
+    return true;
   }
-  std::uint32_t Load32At(std::uint32_t offset) { return Load32(At(offset)); }
-  void Store32At(std::uint32_t offset, std::uint32_t value) { Store32(At(offset), value); }
+  bool Store32At(std::uint32_t offset, std::uint32_t value) {
+    if (!HoldsWordAt(offset)) return false;
+    Store32(data + offset, value);
+    return true;
+  }
 
   std::uint32_t used;
   std::uint32_t capacity;
   unsigned char* data;
+
+ private:
+  bool HoldsWordAt(std::uint32_t offset) const {
+    return static_cast<std::uint64_t>(offset) + 4 <= used;
+  }
 };
 
 }  // namespace vxbus

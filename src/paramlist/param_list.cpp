@@ -40,12 +40,13 @@ const VXPARAMINFO* ParamList::First() const {
 }
 
 const VXPARAMINFO* ParamList::Next(const VXPARAMINFO* record) const {
-  if (record == nullptr) return nullptr;
+  if (record == nullptr || !IsStoredType(record->GetValue()->type)) return nullptr;
   const auto* start = reinterpret_cast<const unsigned char*>(record);
   std::size_t end =
       static_cast<std::size_t>(start - data) + record->valueOffset + record->GetValue()->GetSize();
-  if (end == used) return nullptr;
-  if (end > used) throw NoDataExeption();
+  // Only a damaged image overruns, and images are checked as they arrive:
+  // the walk ends there rather than read past the bytes.
+  if (end >= used) return nullptr;
   return AsRecord(data + end);
 }
 
@@ -62,36 +63,45 @@ void ParamList::Clear() {
   used = 0;
 }
 
-void ParamList::Recount() {
-  for (std::uint32_t offset = 0; offset < used; offset = CheckedNextOffset(offset)) {
+Status ParamList::Recount() {
+  std::uint32_t offset = 0;
+  while (offset < used) {
+    const Status step = CheckedNextOffset(offset, &offset);
+    if (!step.ok()) return step;
     ++body_.count;
   }
+  return Status::Ok();
 }
 
 // The same step as Next, for images that came from outside. Every byte that
 // the size computation reads, and every item of an array, is first shown to
-// lie below `used` in 64-bit arithmetic, so a damaged image ends the walk with
-// an exception instead of a read past the buffer or a wrapped length.
-std::uint32_t ParamList::CheckedNextOffset(std::uint32_t offset) const {
+// lie below `used` in 64-bit arithmetic, so a damaged image ends the walk
+// with a status instead of a read past the buffer or a wrapped length.
+Status ParamList::CheckedNextOffset(std::uint32_t offset, std::uint32_t* next) const {
+  const Status outside = Status::BadInput("a list record that runs past its image");
   const std::uint64_t limit = used;
   const std::uint64_t t = static_cast<std::uint64_t>(offset) + data[offset];
-  if (t >= limit) throw NoDataExeption();
+  if (t >= limit) return outside;
   // The name ends with a zero before the type byte, so lookups by name and
   // the printer stop inside the record.
   if (t < static_cast<std::uint64_t>(offset) + 2 ||
       std::memchr(data + offset + 1, 0, t - offset - 1) == nullptr)
-    throw NoDataExeption();
+    return Status::BadInput("a list record whose name has no end");
   // The store puts every type byte last in a 4-byte group and every array
   // item at a multiple of 4, so values are 4-aligned and callers may read
   // them through the exported records; an image that does otherwise is damaged.
-  if (t % 4 != 3) throw NoDataExeption();
+  if (t % 4 != 3) return Status::BadInput("a list value that is not 4-aligned");
   const unsigned char type = data[t];
-  auto require = [](bool inside) {
-    if (!inside) throw NoDataExeption();
-  };
-  auto word = [&](std::uint64_t at) {
-    require(at + 4 <= limit);
-    return static_cast<std::uint64_t>(Load32(data + at));
+  // A failed check clears `inside`; what a check reads after that is still
+  // within the image, and the result is thrown away.
+  bool inside = true;
+  auto require = [&inside](bool holds) { inside = inside && holds; };
+  auto word = [&](std::uint64_t at) -> std::uint64_t {
+    if (at + 4 > limit) {
+      inside = false;
+      return 0;
+    }
+    return Load32(data + at);
   };
   auto textEndsInside = [&](std::uint64_t from) {
     return from < limit && std::memchr(data + from, 0, limit - from) != nullptr;
@@ -127,7 +137,7 @@ std::uint32_t ParamList::CheckedNextOffset(std::uint32_t offset) const {
           }
         }
       }
-      for (std::uint64_t i = 0; i < c; ++i) {
+      for (std::uint64_t i = 0; inside && i < c; ++i) {
         const std::uint64_t itemOffset = word(t + 5 + 4 * i);
         require(itemOffset % 4 == 0);
         std::uint64_t item = items + itemOffset;
@@ -137,11 +147,15 @@ std::uint32_t ParamList::CheckedNextOffset(std::uint32_t offset) const {
       break;
     }
     default:
-      break;  // fixed sizes, or a byte for which GetSize throws DataDamaged
+      // Fixed sizes, checked below; GetSize knows no size for other bytes.
+      if (!IsStoredType(type)) return Status::BadInput("a list value of an unknown type");
+      break;
   }
+  if (!inside) return outside;
   const std::uint64_t end = t + reinterpret_cast<const VXPARAMVALUE*>(data + t)->GetSize();
-  require(end <= limit);
-  return static_cast<std::uint32_t>(end);
+  if (end > limit) return outside;
+  *next = static_cast<std::uint32_t>(end);
+  return Status::Ok();
 }
 
 }  // namespace vxbus

@@ -11,6 +11,7 @@
 #include "paramlist/list_image.h"
 #include "runtime/byte_stream.h"
 #include "runtime/referenced_ptr.h"
+#include "runtime/status.h"
 #include "vxbus.h"
 
 namespace vxbus {
@@ -20,6 +21,13 @@ using ListRef = MTObjects::MTReferencedPtr<ParamList>;
 
 // Child index that refers to no list.
 constexpr std::uint32_t kNullIndex = 0xFFFFFFFFu;
+
+// True for a type byte that a stored value can have, the only ones whose
+// size GetSize knows; any other is damage.
+inline bool IsStoredType(unsigned char type) {
+  const unsigned char base = type & static_cast<unsigned char>(~PT_ARRAY);
+  return base >= PT_STRING && base <= PT_BINARY;
+}
 
 // Stored type bytes of the two kinds of value that hold child indexes.
 constexpr unsigned char kTypeHandle = PT_PARAMHANDLE;
@@ -50,11 +58,14 @@ class ParamList : public MTObjects::MTReferencedTypeBase, public ListImage {
   ParamList* Child(std::uint32_t i) const { return body_.children[i].get(); }
   const ListRef& ChildRef(std::uint32_t i) const { return body_.children[i]; }
   // Adds a reference of this list's own; clone and the reader use it.
-  void AppendChild(const ListRef& child) { body_.children.Push(child); }
+  // False, and nothing added, when the heap refuses to grow the array.
+  bool AppendChild(const ListRef& child) { return body_.children.Push(child); }
 
   // Walking. Pointers point into the image and die with its next change.
   const VXPARAMINFO* First() const;
-  const VXPARAMINFO* Next(const VXPARAMINFO* record) const;  // throws on an overrun
+  // Null behind the last record, and at a record that overruns the image or
+  // has a type byte no stored value has.
+  const VXPARAMINFO* Next(const VXPARAMINFO* record) const;
   const VXPARAMINFO* Find(const char* name) const;
 
   // Removing; each gives the record that now stands in the removed one's place.
@@ -81,9 +92,10 @@ class ParamList : public MTObjects::MTReferencedTypeBase, public ListImage {
   bool SetHandleArray(const char* name, const ListRef* lists, std::uint32_t count);
 
   // Counts the records of an image filled by other means, adding to the
-  // count. Throws NoDataExeption or DataDamaged on a damaged image; it never
-  // reads outside the used bytes, so it is the check for untrusted images.
-  void Recount();
+  // count. A damaged image gives kBadInput naming the broken rule, with the
+  // records before it counted; it never reads outside the used bytes, so it
+  // is the check for untrusted images.
+  Status Recount();
 
   // The stream form of a tree of lists on a channel, image after image in
   // pre-order with the size pair of the next list between two images. The
@@ -91,9 +103,11 @@ class ParamList : public MTObjects::MTReferencedTypeBase, public ListImage {
   // read limit of the channel, before it reserves room for it.
   std::int32_t WriteList(IByteStream* channel, bool hasNext, std::uint32_t nextSize,
                          std::uint32_t nextChildCount);
+  // Gives the bytes read, or -1; `failure` (may be null) gets why: kBadInput
+  // with the bound the stream broke, kOutOfMemory, or the channel's failure.
   std::int32_t ReadList(IByteStream* channel, std::uint32_t maxReadSize, std::uint32_t size,
                         std::uint32_t childCount, bool hasNext, std::uint32_t* nextSize,
-                        std::uint32_t* nextChildCount);
+                        std::uint32_t* nextChildCount, Status* failure = nullptr);
 
  protected:
   bool IsObjectValid() const override { return true; }
@@ -113,15 +127,17 @@ class ParamList : public MTObjects::MTReferencedTypeBase, public ListImage {
   void ReleaseChildrenOf(const unsigned char* record);
   template <class Renumber>
   void RenumberChildIndexes(const unsigned char* skip, Renumber renumber);
-  // Offset of the record behind the one at `offset`, checked against `used`
-  // before any byte is read.
-  std::uint32_t CheckedNextOffset(std::uint32_t offset) const;
-  std::int32_t ReadOntoImage(IByteStream* channel, std::uint32_t maxReadSize, std::uint32_t length);
+  // Puts the offset of the record behind the one at `offset` in `*next`,
+  // each byte checked against `used` before it is read; kBadInput, with
+  // `*next` untouched, for a damaged record.
+  Status CheckedNextOffset(std::uint32_t offset, std::uint32_t* next) const;
+  Status ReadOntoImage(IByteStream* channel, std::uint32_t maxReadSize, std::uint32_t length);
   // ReadList for a list at nesting level `depth`; refuses levels deeper than
-  // VX_MAX_LIST_NESTING, which also bounds the recursion.
-  std::int32_t ReadNested(IByteStream* channel, std::uint32_t maxReadSize, std::uint32_t size,
-                          std::uint32_t childCount, bool hasNext, std::uint32_t* nextSize,
-                          std::uint32_t* nextChildCount, std::uint32_t depth);
+  // VX_MAX_LIST_NESTING, which also bounds the recursion. `*bytesRead` is
+  // set on success only.
+  Status ReadNested(IByteStream* channel, std::uint32_t maxReadSize, std::uint32_t size,
+                    std::uint32_t childCount, bool hasNext, std::uint32_t* nextSize,
+                    std::uint32_t* nextChildCount, std::uint32_t depth, std::int32_t* bytesRead);
 
   ListBody body_;
 };

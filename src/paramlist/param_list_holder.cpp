@@ -2,8 +2,6 @@
 // VX::ParamListHolder: a value type owning one reference to a list. Nearly
 // every member forwards to the exported list functions; what each adds is the
 // reference bookkeeping.
-#include <new>
-
 #include "runtime/private_heap.h"
 #include "vxbus.h"
 
@@ -84,10 +82,10 @@ bool ParamListHolder::operator!() const {
   return IsNull(handle_);
 }
 
-void* ParamListHolder::operator new(std::size_t size) {
-  void* p = vxbus::PrivateAllocate(size);
-  if (p == nullptr) throw std::bad_alloc();
-  return p;
+// Null when the heap refuses, as VXAllocate; being noexcept, the
+// new-expression then gives null and constructs nothing.
+void* ParamListHolder::operator new(std::size_t size) noexcept {
+  return vxbus::PrivateAllocate(size);
 }
 
 void ParamListHolder::operator delete(void* pointer) {

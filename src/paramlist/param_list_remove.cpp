@@ -11,8 +11,27 @@
 
 namespace vxbus {
 
+namespace {
+
+// Moves the entries that stay down over the released ones, keeping their
+// order, and notes each one's new position in `newPosition` when given.
+void CloseGaps(RefPtrArray<ParamList>& children, std::uint32_t* newPosition) {
+  const std::uint32_t size = children.Size();
+  std::uint32_t kept = 0;
+  for (std::uint32_t p = 0; p < size; ++p) {
+    if (!children[p].IsValid()) continue;
+    if (newPosition != nullptr) newPosition[p] = kept;
+    if (p != kept) children[kept] = std::move(children[p]);
+    ++kept;
+  }
+  children.Truncate(kept);
+}
+
+}  // namespace
+
 const VXPARAMINFO* ParamList::Remove(const VXPARAMINFO* record) {
-  if (record == nullptr) return nullptr;
+  // A record of no stored type has no size to remove (only damage makes one).
+  if (record == nullptr || !IsStoredType(record->GetValue()->type)) return nullptr;
   const auto* start = reinterpret_cast<const unsigned char*>(record);
   std::uint64_t offset = static_cast<std::uint64_t>(start - data);
   std::uint64_t length = record->GetSize();
@@ -79,27 +98,32 @@ void ParamList::ReleaseChildrenOf(const unsigned char* record) {
 
   if (*t != kTypeHandleArray) return;
 
-  // Release the array's entries, close the gaps keeping the order of what
-  // stays, and note each survivor's new position.
-  VXMemoryBufferTpl<256> table;
-  table.Resize(4ull * size);
-  if (size != 0) std::memset(table.data, 0, 4ull * size);
-  auto* newPosition = reinterpret_cast<std::uint32_t*>(table.data);
-
+  // Release the array's entries; the others then close up in order.
   std::uint32_t c = Load32(t + 1);
   for (const unsigned char* id = t + 5; c != 0; --c, id += 4) {
     std::uint32_t i = Load32(id);
     if (i != kNullIndex && i < size) children[i].Reset();
   }
-  std::uint32_t kept = 0;
-  for (std::uint32_t p = 0; p < size; ++p) {
-    if (!children[p].IsValid()) continue;
-    newPosition[p] = kept;
-    if (p != kept) children[kept] = std::move(children[p]);
-    ++kept;
-  }
-  children.Truncate(kept);
 
+  // The table of new positions costs no heap up to 64 children. When the
+  // heap refuses a larger one, each index is renumbered by counting the
+  // entries released below it, which needs no memory; a removal never fails.
+  VXMemoryBufferTpl<256> table;
+  if (!table.Resize(4ull * size)) {
+    RenumberChildIndexes(record, [&children, size](std::uint32_t id) {
+      if (id == kNullIndex || id >= size) return id;
+      if (!children[id].IsValid()) return 0u;
+      std::uint32_t released = 0;
+      for (std::uint32_t p = 0; p < id; ++p)
+        released += children[p].IsValid() ? 0 : 1;
+      return id - released;
+    });
+    CloseGaps(children, nullptr);
+    return;
+  }
+  auto* newPosition = reinterpret_cast<std::uint32_t*>(table.data);
+  if (size != 0) std::memset(newPosition, 0, 4ull * size);
+  CloseGaps(children, newPosition);
   RenumberChildIndexes(record, [newPosition, size](std::uint32_t id) {
     return id != kNullIndex && id < size ? newPosition[id] : id;
   });

@@ -62,6 +62,7 @@ bool ParamList::BeginRecord(const char* name, unsigned char type, std::uint32_t 
   const std::uint32_t nameLength = static_cast<std::uint32_t>(std::strlen(name));
   const std::uint32_t recordLength = HeaderLength(nameLength) + valueSize;
   const VXPARAMINFO* old = Find(name);
+  if (old != nullptr && !IsStoredType(old->GetValue()->type)) return false;  // damage
   const std::uint32_t freed = old != nullptr ? old->GetSize() : 0;
   // The need is the same as after the removal, so the image grows exactly as
   // it would; the old record is found again, as the growth may move it.

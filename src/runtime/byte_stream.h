@@ -9,6 +9,7 @@
 #include <cstdint>
 
 #include "runtime/referenced_ptr.h"
+#include "runtime/status.h"
 
 namespace vxbus {
 
@@ -23,6 +24,12 @@ class IByteStream : public MTObjects::MTReferencedTypeBase {
                                      const std::atomic<bool>* stopFlag) = 0;
   virtual std::int32_t Read(void* buffer, std::uint32_t length) = 0;
   virtual std::int32_t Write(const void* bytes, std::uint32_t length) = 0;
+
+  // Why the first read, write or wait that failed did so, with the system's
+  // code; Cause::kOk while nothing has failed or when the stream can't tell.
+  // For the line that logs a session's end. Any thread, after the failing
+  // call has returned.
+  virtual Status FirstFailure() const { return Status::Ok(); }
 };
 
 }  // namespace vxbus

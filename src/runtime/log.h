@@ -20,6 +20,9 @@ enum LogLevel : std::uint32_t {
   kLogError = 2,     // an accept failed, or a session could not be started
   kLogWarning = 4,   // a peer failed the handshake, or a session came up without one
   kLogInfo = 8,      // the ordinary course of things
+  // An addition: what really ended a session, beside the designed line.
+  // Only a mask that names this bit gets it; the designed levels are 1-8.
+  kLogDebug = 16,
 };
 
 // Atomics only so that a sink set while threads run is not a data race. The

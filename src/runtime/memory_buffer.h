@@ -15,8 +15,6 @@ namespace vxbus {
 template <std::size_t N>
 class VXMemoryBufferTpl {
  public:
-  using NoDataExeption = ::NoDataExeption;
-
   VXMemoryBufferTpl() : used(0), capacity(N), data(inline_) {}
   ~VXMemoryBufferTpl() {
     if (data != inline_) PrivateFree(data);
@@ -41,13 +39,15 @@ class VXMemoryBufferTpl {
   void Append32(std::uint32_t v) { AppendRaw(&v, 4); }
   void Append64(std::uint64_t v) { AppendRaw(&v, 8); }
 
-  // Copies n bytes and zero-fills up to the next multiple of 4.
-  void AppendPadded(const void* bytes, std::uint32_t n) {
+  // Copies n bytes and zero-fills up to the next multiple of 4; false, and
+  // nothing appended, when the heap refuses the room.
+  bool AppendPadded(const void* bytes, std::uint32_t n) {
     std::uint64_t rounded = (static_cast<std::uint64_t>(n) + 3) & ~std::uint64_t{3};
-    if (!EnsureRoom(rounded)) return;
+    if (!EnsureRoom(rounded)) return false;
     if (n) std::memcpy(data + used, bytes, n);
     std::memset(data + used + n, 0, rounded - n);
     used += rounded;
+    return true;
   }
 
   // For callers that fill the bytes themselves; false, and nothing changed,
@@ -58,14 +58,6 @@ class VXMemoryBufferTpl {
     return true;
   }
 
-  unsigned char* At(std::uint64_t offset) {
-    if (offset >= used) throw NoDataExeption();
-    return data + offset;
-  }
-  std::uint32_t Read32(std::uint64_t offset) {
-    if (offset + 4 > used) throw NoDataExeption();
-    return Load32(data + offset);
-  }
   bool IsInline() const { return data == inline_; }
 
   std::uint64_t used;

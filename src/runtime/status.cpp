@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "runtime/status.h"
 
+#include "platform/error_text.h"
+
 namespace vxbus {
 
 const char* CauseText(Cause cause) {
@@ -21,6 +23,21 @@ const char* CauseText(Cause cause) {
       return "local stop";
   }
   return "unknown cause";
+}
+
+std::string StatusText(const Status& status) {
+  std::string text = CauseText(status.cause);
+  if (status.cause == Cause::kSystemError) {
+    text += ' ';
+    text += std::to_string(status.systemCode);
+    const std::string words = platform::SystemErrorText(status.systemCode);
+    if (!words.empty()) text += " (" + words + ")";
+  }
+  if (status.detail != nullptr) {
+    text += ": ";
+    text += status.detail;
+  }
+  return text;
 }
 
 }  // namespace vxbus

@@ -74,7 +74,7 @@ Message::~Message() {
 }
 
 // One made and one let go for every frame, mostly on two threads.
-void* Message::operator new(std::size_t size) {
+void* Message::operator new(std::size_t size) noexcept {
   return PooledAllocate(size);
 }
 void Message::operator delete(void* pointer, std::size_t size) {
@@ -92,13 +92,20 @@ std::int32_t Message::Send() {
   return WriteFrame(*session_->Channel(), isRequest);
 }
 
-std::int32_t Message::Receive(const unsigned char* headerTail) {
-  if (!session_.IsValid()) return -1;
+std::int32_t Message::Receive(const unsigned char* headerTail, Status* failure) {
+  if (!session_.IsValid()) {
+    *failure = Status::Of(Cause::kLocalStop);
+    return -1;
+  }
   bool isRequest = state_ != kStateReply;
   ListRef& target = isRequest ? input_ : output_;
-  if (!target.IsValid()) return -1;
+  // A list the heap refused when the message was made.
+  if (!target.IsValid()) {
+    *failure = Status::OutOfMemory();
+    return -1;
+  }
   return ReadFrame(*session_->Channel(), session_->Environment().maxReadSize, isRequest,
-                   headerTail ? headerTail : headerTail_);
+                   headerTail ? headerTail : headerTail_, failure);
 }
 
 std::int32_t Message::WriteFrame(ITransportChannel& channel, bool isRequest) {
@@ -109,6 +116,7 @@ std::int32_t Message::WriteFrame(ITransportChannel& channel, bool isRequest) {
   ListRef empty;
   if (!held.IsValid()) empty = new ParamList;
   ParamList* list = held.IsValid() ? held.get() : empty.get();
+  if (list == nullptr) return -1;  // the heap refused the empty list
 
   VXMemoryBufferTpl<128> header;
   header.Append32(id_);
@@ -123,22 +131,26 @@ std::int32_t Message::WriteFrame(ITransportChannel& channel, bool isRequest) {
 }
 
 std::int32_t Message::ReadFrame(ITransportChannel& channel, std::uint32_t maxReadSize,
-                                bool isRequest, const unsigned char* tail) {
+                                bool isRequest, const unsigned char* tail, Status* failure) {
   ListRef& target = isRequest ? input_ : output_;
-  VXMemoryBufferTpl<128> header;
-  header.AppendPadded(tail, 8);
+  unsigned char header[12];
+  std::memcpy(header, tail, 8);
+  std::uint32_t headerLength = 8;
   if (isRequest) {
     // A request's header has one word more: the slot id stood first in the tail.
-    slotId_ = header.Read32(0);
-    header.Resize(12);
-    std::int32_t got = channel.Read(header.data + 8, 4);
-    if (got < 0) return got;
+    slotId_ = Load32(header);
+    if (channel.Read(header + 8, 4) < 0) {
+      const Status channelFailure = channel.FirstFailure();
+      *failure = channelFailure.ok() ? Status::Of(Cause::kSystemError) : channelFailure;
+      return -1;
+    }
+    headerLength = 12;
   }
-  std::uint32_t childCount = header.Read32(header.used - 4);
-  std::uint32_t size = header.Read32(header.used - 8);
+  std::uint32_t childCount = Load32(header + headerLength - 4);
+  std::uint32_t size = Load32(header + headerLength - 8);
   std::uint32_t nextSize = 0, nextChildCount = 0;
-  const std::int32_t body =
-      target->ReadList(&channel, maxReadSize, size, childCount, false, &nextSize, &nextChildCount);
+  const std::int32_t body = target->ReadList(&channel, maxReadSize, size, childCount, false,
+                                             &nextSize, &nextChildCount, failure);
   return body < 0 || !isRequest ? body : body + 4;
 }
 

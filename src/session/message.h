@@ -12,6 +12,7 @@
 
 #include "runtime/latch.h"
 #include "runtime/referenced_ptr.h"
+#include "runtime/status.h"
 #include "transport/transport_channel.h"
 #include "vxbus.h"
 
@@ -53,7 +54,9 @@ class Message : public MTObjects::MTReferencedTypeBase {
   // gets a fresh input list; a call gets an output list for its reply too.
   Message(SessionRef session, const unsigned char* header);
 
-  static void* operator new(std::size_t size);
+  // From the block pool; null when the heap refuses, and then nothing is
+  // constructed.
+  static void* operator new(std::size_t size) noexcept;
   static void operator delete(void* pointer, std::size_t size);
 
   // Writes the whole frame on the session's channel: the bytes written,
@@ -62,8 +65,9 @@ class Message : public MTObjects::MTReferencedTypeBase {
   // Reads the rest of a frame whose first 8 header bytes were read, into the
   // input list of a request or the output list of a reply; `headerTail`
   // holds the next 8, null for those the message was made from. The bytes
-  // read past the first 16; negative on failure.
-  std::int32_t Receive(const unsigned char* headerTail);
+  // read past the first 16; negative on failure, with `failure` (not null)
+  // set to why: the channel's failure, a broken bound, or the heap's refusal.
+  std::int32_t Receive(const unsigned char* headerTail, Status* failure);
   // Runs the callback and sets the event, each when there is one;
   // `discardOutput` lets go of the output list first (a failed call).
   virtual void Complete(bool discardOutput);
@@ -97,9 +101,9 @@ class Message : public MTObjects::MTReferencedTypeBase {
   // Header and list of one frame: the bytes written, negative on failure.
   std::int32_t WriteFrame(ITransportChannel& channel, bool isRequest);
   // The rest of a frame behind its first 8 header bytes, `tail` the next 8:
-  // the bytes read past those 16, negative on failure.
+  // the bytes read past those 16, negative on failure with `failure` set.
   std::int32_t ReadFrame(ITransportChannel& channel, std::uint32_t maxReadSize, bool isRequest,
-                         const unsigned char* tail);
+                         const unsigned char* tail, Status* failure);
 
   EventRef completion_;  // set as the message completes; null: nobody waits
   std::uint32_t id_;

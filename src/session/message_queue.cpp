@@ -192,19 +192,21 @@ VXMessageQueue::ConsumerAway::~ConsumerAway() {
   if (marked_) queue_.consumerAway_.store(false);
 }
 
-void VXMessageQueue::Push(MessageRef message) {
+bool VXMessageQueue::Push(MessageRef&& message) {
   const std::uint64_t bytes = MessageBytes(message);
-  Push(std::move(message), bytes);
+  return Push(std::move(message), bytes);
 }
 
-void VXMessageQueue::Push(MessageRef message, std::uint64_t bytes) {
+bool VXMessageQueue::Push(MessageRef&& message, std::uint64_t bytes) {
+  void* block = PooledAllocate(sizeof(Node));
+  if (block == nullptr) return false;
   QueueShare* share = nullptr;
   // Any session, established or not, ended or not: its messages are its own.
   if (takesTurns_ && message && message->GetSession().get() != nullptr) {
     share = &message->GetSession()->DispatchShare();
     share->pushed.fetch_add(bytes);  // before the node can be taken
   }
-  Node* node = new (PooledAllocate(sizeof(Node))) Node{nullptr, std::move(message), bytes, share};
+  Node* node = new (block) Node{nullptr, std::move(message), bytes, share};
   queuedBytes_.fetch_add(bytes);
   Node* old = head_.load(std::memory_order_relaxed);
   // Acquires as well: a producer whose node lands after a DropPushed sees
@@ -218,9 +220,10 @@ void VXMessageQueue::Push(MessageRef message, std::uint64_t bytes) {
   // The swap above and the consumer's flag are both sequentially consistent,
   // so either this push sees the flag or the consumer's last look sees the
   // node. The mutex closes the gap between that look and the sleep.
-  if (old != nullptr || !consumerAsleep_.load()) return;
+  if (old != nullptr || !consumerAsleep_.load()) return true;
   std::lock_guard<std::mutex> lock(mutex_);
   notEmpty_.notify_one();
+  return true;
 }
 
 void VXMessageQueue::Wake() {

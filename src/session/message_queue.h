@@ -101,13 +101,16 @@ class VXMessageQueue {
   VXMessageQueue& operator=(const VXMessageQueue&) = delete;
 
   // A null message is allowed: it comes out of Pop as an empty reference,
-  // which is how a consumer is woken to look at its end conditions. Taken by
-  // value, so that a producer done with its reference moves it in and the
-  // count of the message is not touched on the way.
-  void Push(MessageRef message);
+  // which is how a consumer is woken to look at its end conditions. Moved
+  // in, so that the count of the message is not touched on the way. False
+  // when the heap refuses the queue node: nothing is queued and `message`
+  // is left with the caller, who fails it.
+  bool Push(MessageRef&& message);
   // The same for a producer that has counted the message already:
   // `bytes` is what MessageBytes gave for it.
-  void Push(MessageRef message, std::uint64_t bytes);
+  bool Push(MessageRef&& message, std::uint64_t bytes);
+  // For a producer that keeps its own reference.
+  bool Push(const MessageRef& message) { return Push(MessageRef(message)); }
 
   // Makes a Pop that waits, or else the next Pop that finds nothing queued,
   // return at once with nothing. Queues nothing; any thread.

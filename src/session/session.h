@@ -13,6 +13,7 @@
 #include <thread>
 
 #include "runtime/latch.h"
+#include "runtime/status.h"
 #include "session/message.h"
 #include "session/message_queue.h"
 #include "session/session_environment.h"
@@ -80,12 +81,14 @@ class Session : public MTObjects::MTReferencedTypeBase {
   // reader has registered an established session).
   void ReleaseThreads();
 
-  // Reads one frame; false ends the session. Reader thread only.
+  // Reads one frame; a status that is not ok ends the session and says why:
+  // the channel's failure, bytes that break the protocol (which rule), or
+  // the heap's refusal. Reader thread only.
   // With `refs`, the messages made take their references to this session
   // from it (the reader's loop: the dispatch thread releases one for every
   // message, and a count that both threads write for every frame bounces
   // between their cores); without, each takes one of its own.
-  bool ReceiveMessage(MessageRef& out, MTObjects::ReferenceBlock<Session>* refs = nullptr);
+  Status ReceiveMessage(MessageRef& out, MTObjects::ReferenceBlock<Session>* refs = nullptr);
 
   // Joins the reader unless it is the calling thread or already joined; two
   // callers that stop the same session at once are kept apart. Called on the
@@ -176,6 +179,8 @@ class Session : public MTObjects::MTReferencedTypeBase {
   template <void (Session::*Body)()>
   static void RunThread(Session* session);
   void RunReader();
+  // Why the channel failed; a channel that can't tell gives kSystemError.
+  Status ChannelFailure() const;
   void RunWriter();
   bool WriterStopping() const;
   // Counts a frame read whole; reader thread only.

@@ -9,6 +9,7 @@
 #include "runtime/little_endian.h"
 #include "runtime/log.h"
 #include "runtime/printable_name.h"
+#include "runtime/status.h"
 #include "session/app_id_tokens.h"
 #include "session/back_pressure.h"
 #include "session/dropped_messages.h"
@@ -54,7 +55,13 @@ void Session::RunReader() {
     LogNotInitialized(*this);
     return;
   }
-  environment_.registry->Assign(name_, this);
+  // A registry that can't hold the name (the heap refused its copy) ends
+  // the session as a local stop, once the connection is reported.
+  Status ended = Status::Of(Cause::kLocalStop);
+  if (!environment_.registry->Assign(name_, this)) {
+    ended = Status::OutOfMemory();
+    stopRequested_.store(true);
+  }
   readerUp_.Set();
   VX_LOG(kLogInfo, "Application connected:", PrintableName(name_));
   CallConnectListener(*this);
@@ -65,12 +72,19 @@ void Session::RunReader() {
       if (environment_.processStop.StopRequested()) break;
       if (stopRequested_.load()) break;
       std::int32_t ready = channel_->WaitReadable(kReaderPollMs);
-      if (ready < 0) break;
+      if (ready < 0) {
+        ended = ChannelFailure();
+        break;
+      }
       if (ready == 0) continue;
       // A local stop wakes the wait; the frames behind it are not read.
       if (stopRequested_.load()) break;
       MessageRef message;
-      if (!ReceiveMessage(message, &messageRefs) || !message.IsValid()) break;
+      const Status received = ReceiveMessage(message, &messageRefs);
+      if (!received.ok()) {
+        ended = received;
+        break;
+      }
       if (message->GetState() == kStateReply) {
         // Completed here and never queued, so that a slot function blocked in
         // a call on the dispatch thread still gets its answer.
@@ -78,8 +92,14 @@ void Session::RunReader() {
       } else {
         // A full dispatch queue holds the reading back, and so the peer.
         const std::uint64_t bytes = VXMessageQueue::MessageBytes(message);
-        if (!AwaitDispatchRoom(*this, bytes)) break;
-        environment_.dispatchQueue->Push(std::move(message), bytes);
+        if (!AwaitDispatchRoom(*this, bytes)) {
+          ended = PeerEnded() ? Status::Of(Cause::kPeerClosed) : Status::Of(Cause::kLocalStop);
+          break;
+        }
+        if (!environment_.dispatchQueue->Push(std::move(message), bytes)) {
+          ended = Status::OutOfMemory();
+          break;
+        }
       }
     }
   }
@@ -89,6 +109,8 @@ void Session::RunReader() {
                       : stopRequested_.load()                  ? "Local shutdown: "
                                                                : "Remote disconnect: ";
   VX_LOG(kLogInfo, cause, '"', PrintableName(name_), '"', " stopped");
+  // The designed line above is fixed; this one says what really ended it.
+  VX_LOG(kLogDebug, '"', PrintableName(name_), "\" ended: ", StatusText(ended));
   environment_.services->SessionEnded(this);
   CallDisconnectListener(*this);
   // The writer learns of a remote end from this flag; registry and queues
@@ -166,38 +188,46 @@ void Session::CountReceived(std::int32_t rest) {
   bytesReceived_.Add(16 + static_cast<std::uint32_t>(rest));
 }
 
-bool Session::ReceiveMessage(MessageRef& out, MTObjects::ReferenceBlock<Session>* refs) {
+Status Session::ChannelFailure() const {
+  const Status failure = channel_->FirstFailure();
+  return failure.ok() ? Status::Of(Cause::kSystemError) : failure;
+}
+
+Status Session::ReceiveMessage(MessageRef& out, MTObjects::ReferenceBlock<Session>* refs) {
   out.Reset();
   unsigned char header[16] = {0xFF, 0xFF, 0xFF, 0xFF};
   // Only this first read may wait for as long as the peer stays silent; the
   // rest of the frame is bounded by the channel's time limit.
-  if (channel_->ReadStoppable(header, sizeof header, &stopRequested_) < 0) return false;
+  if (channel_->ReadStoppable(header, sizeof header, &stopRequested_) < 0) return ChannelFailure();
   const std::uint32_t id = Load32(header);
   const std::uint32_t state = Load32(header + 4);
 
+  Status failure;
   if (state == kStateCall || state == kStateOneWay) {
     MessageRef message(new Message(refs ? refs->Take() : SessionRef(this), header));
-    const std::int32_t received = message->Receive(nullptr);
-    if (received < 0) return false;
+    if (!message.IsValid()) return Status::OutOfMemory();
+    const std::int32_t received = message->Receive(nullptr, &failure);
+    if (received < 0) return failure;
     CountReceived(received);
     out = std::move(message);
-    return true;
+    return Status::Ok();
   }
   if (state == kStateReply) {
     // A reply to an id we don't wait for ends the session; its body is not read.
     MessageRef message;
     pendingCalls_->Take(id, message);
-    if (!message.IsValid()) return false;
+    if (!message.IsValid()) return Status::BadInput("a reply to no call that waits");
     message->SetReplyState();
     // Taken from the table already: if the body fails now, the call is
     // neither pending nor completed. That gap is kept on purpose.
-    const std::int32_t received = message->Receive(header + 8);
-    if (received < 0) return false;
+    const std::int32_t received = message->Receive(header + 8, &failure);
+    if (received < 0) return failure;
     CountReceived(received);
     out = std::move(message);
-    return true;
+    return Status::Ok();
   }
-  return false;  // state 0 or above 3: nothing more is consumed
+  // Nothing more is consumed.
+  return Status::BadInput("a frame state other than call, reply or one-way");
 }
 
 bool Session::WriterStopping() const {
@@ -211,7 +241,13 @@ void Session::QueueFrame(MessageRef message) {
 
 void Session::QueueFrame(MessageRef message, std::uint64_t bytes) {
   queuedFrames_.fetch_add(1);
-  sendQueue_.Push(std::move(message), bytes);
+  if (!sendQueue_.Push(std::move(message), bytes)) {
+    // The heap refused the node: failed as the writer fails what is left
+    // at a session's end, so no caller waits for a frame that never goes.
+    queuedFrames_.fetch_sub(1);
+    message->Complete(true);
+    return;
+  }
   // Nobody takes frames from a closed queue; they would hold the session.
   if (sendQueueClosed_.load()) sendQueue_.DropPushed();
 }
@@ -300,7 +336,8 @@ void Session::FailUnwrittenCall(std::uint32_t id) {
   pendingCalls_->Take(id, failed);
   if (!failed.IsValid()) return;
   failed->SetReplyState();
-  environment_.dispatchQueue->Push(failed);  // completed by the dispatch thread
+  // Completed by the dispatch thread, or here when the heap refuses the node.
+  if (!environment_.dispatchQueue->Push(std::move(failed))) failed->Complete(true);
 }
 
 }  // namespace vxbus

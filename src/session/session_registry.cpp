@@ -1,6 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "session/session_registry.h"
 
+#include <tuple>
+#include <utility>
+
 namespace vxbus {
 
 Session* SessionRegistry::FindLocked(const char* appId) {
@@ -14,15 +17,23 @@ SessionRef SessionRegistry::Find(const char* appId) {
   return SessionRef(FindLocked(appId));
 }
 
-void SessionRegistry::Assign(const std::string& appId, Session* session) {
+bool SessionRegistry::Assign(const std::string& appId, Session* session) {
   std::lock_guard<std::recursive_mutex> lock(mutex_);
   auto it = map_.find(VXNameKey(appId.c_str()));
   if (it != map_.end()) {
     it->second = session;
-    return;
+    return true;
   }
-  map_.emplace(VXNameKey(appId), SessionRef(session));
+  // The key is built in its node: a move would copy the name once more.
+  it = map_.emplace(std::piecewise_construct, std::forward_as_tuple(appId),
+                    std::forward_as_tuple(session))
+           .first;
+  if (!it->first.Whole()) {
+    map_.erase(it);
+    return false;
+  }
   size_.store(map_.size(), std::memory_order_relaxed);
+  return true;
 }
 
 void SessionRegistry::Erase(const std::string& appId, const Session* session) {

@@ -28,7 +28,9 @@ class SessionRegistry {
 
   // Makes the entry hold `session`, inserting an owning key or replacing the
   // reference of an existing one.
-  void Assign(const std::string& appId, Session* session);
+  // False, with nothing entered, when the heap refused the copy of a
+  // long name for the key.
+  bool Assign(const std::string& appId, Session* session);
   // Erases the entry only while it still holds `session`: a session that
   // ends after a newer one of the same name took its place leaves that one.
   void Erase(const std::string& appId, const Session* session);

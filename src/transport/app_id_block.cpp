@@ -16,7 +16,9 @@ std::int32_t WriteAppId(ITransportChannel& channel, const std::string& appId) {
   // The text and its end byte, rounded up to a multiple of 4.
   const std::uint32_t n = (static_cast<std::uint32_t>(textLength) + 4) & ~std::uint32_t{3};
   VXMemoryBufferTpl<4 + kMaxAppIdBlockLength> block;
-  block.Resize(std::uint64_t{4} + n);
+  // A name longer than any a peer may send still goes out; its block comes
+  // from the heap, which may refuse it.
+  if (!block.Resize(std::uint64_t{4} + n)) return -1;
   Store32(block.data, n);
   std::memset(block.data + 4, 0, n);
   if (textLength != 0) std::memcpy(block.data + 4, appId.data(), textLength);

@@ -54,7 +54,10 @@ std::int32_t PipeChannel::Read(void* buffer, std::uint32_t length) {
 
 std::int32_t PipeChannel::ReadStoppable(void* buffer, std::uint32_t length,
                                         const std::atomic<bool>* stopFlag) {
-  if (length > limits_.maxReadSize || length > kLargestCount) return -1;
+  if (length > limits_.maxReadSize || length > kLargestCount) {
+    failures_.Note(Status::BadInput("a read longer than MAX_READ_SIZE"));
+    return -1;
+  }
   if (length == 0) return 0;
   stopFlagOfRead_ = stopFlag;
   const bool filled = readBuffer_.Fill(static_cast<unsigned char*>(buffer), length, *this).ok();
@@ -65,8 +68,16 @@ std::int32_t PipeChannel::ReadStoppable(void* buffer, std::uint32_t length,
 // wait has passed without data.
 platform::IoResult PipeChannel::ReceiveSome(void* buffer, std::uint32_t length) {
   ++Counters().transportReceiveCalls;
-  return platform::ReadLocalPipe(pipe, buffer, length, ReadWaitMs(limits_.ioTimeoutMs),
-                                 stopFlagOfRead_);
+  const platform::IoResult received = platform::ReadLocalPipe(
+      pipe, buffer, length, ReadWaitMs(limits_.ioTimeoutMs), stopFlagOfRead_);
+  if (!received.ok()) {
+    // An interrupted read ends as if the peer had closed, and a stop flag
+    // that was set as a time-out; both are this side's own stop.
+    const bool stopped = readsInterrupted_.load(std::memory_order_acquire) ||
+                         (stopFlagOfRead_ != nullptr && stopFlagOfRead_->load());
+    failures_.Note(stopped ? Status::Of(Cause::kLocalStop) : StatusOfIoResult(received));
+  }
+  return received;
 }
 
 std::int32_t PipeChannel::Write(const void* bytes, std::uint32_t length) {
@@ -94,7 +105,10 @@ bool PipeChannel::SendAll(const platform::BytePiece* pieces, std::size_t count) 
         count == 1 ? platform::WriteLocalPipe(pipe, left[0].data,
                                               static_cast<std::uint32_t>(left[0].length))
                    : platform::WriteLocalPipeGathered(pipe, left, count);
-    if (!written.ok()) return false;
+    if (!written.ok()) {
+      failures_.Note(StatusOfIoResult(written));
+      return false;
+    }
     count = SkipSentBytes(left, count, written.count);
   }
   return true;
@@ -117,7 +131,12 @@ std::int32_t PipeChannel::WaitReadableForever() {
 }
 
 void PipeChannel::InterruptReads() {
+  readsInterrupted_.store(true, std::memory_order_release);
   platform::InterruptLocalPipeRead(pipe);
+}
+
+Status PipeChannel::FirstFailure() const {
+  return failures_.Get();
 }
 
 void SetPipeNames(const std::string& baseName) {

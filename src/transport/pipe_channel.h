@@ -11,6 +11,7 @@
 
 #include "platform/local_pipe.h"
 #include "transport/channel_limits.h"
+#include "transport/first_failure.h"
 #include "transport/stream_buffers.h"
 #include "transport/transport_channel.h"
 
@@ -47,6 +48,7 @@ class PipeChannel : public ITransportChannel, private ReadBuffer::Source, privat
   void InterruptReads() override;
   void BeginWriteBatch() override;
   std::int32_t EndWriteBatch() override;
+  Status FirstFailure() const override;
 
  private:
   // One read of the pipe within the read's limits, and one gathered write
@@ -61,6 +63,8 @@ class PipeChannel : public ITransportChannel, private ReadBuffer::Source, privat
   ReadBuffer readBuffer_;                              // reader only
   const std::atomic<bool>* stopFlagOfRead_ = nullptr;  // of the read under way
   WriteBatch writeBatch_;                              // writer only
+  std::atomic<bool> readsInterrupted_{false};          // set by InterruptReads
+  FirstFailureRecord failures_;
 };
 
 // Sets both listener names from a base name; an empty one changes nothing,

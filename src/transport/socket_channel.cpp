@@ -40,14 +40,23 @@ bool StopWaitAllowed(const std::atomic<bool>* stopFlag) {
   return stopFlag != nullptr && !stopFlag->load(std::memory_order_relaxed);
 }
 
+// Why a read that saw no data gave up: its stop flag, once set, or else
+// its time limit.
+Status QuietReadEnd(const std::atomic<bool>* stopFlag) {
+  const bool stopped = stopFlag != nullptr && stopFlag->load(std::memory_order_relaxed);
+  return Status::Of(stopped ? Cause::kLocalStop : Cause::kTimedOut);
+}
+
 std::string EndpointText(const platform::Ipv4Endpoint& endpoint) {
   return platform::FormatDottedAddress(endpoint.address) + ":" + std::to_string(endpoint.port);
 }
 
-// The channel's 1, 0 or -1 for a wait.
-std::int32_t WaitResult(const platform::IoResult& waited) {
+// The channel's 1, 0 or -1 for a wait; a failure is noted as the first one.
+std::int32_t WaitResult(const platform::IoResult& waited, FirstFailureRecord& failures) {
   if (waited.ok()) return 1;
-  return waited.status == platform::IoStatus::kTimedOut ? 0 : -1;
+  if (waited.status == platform::IoStatus::kTimedOut) return 0;
+  failures.Note(StatusOfIoResult(waited));
+  return -1;
 }
 
 // Results above the largest count that the contract can return are refused
@@ -81,7 +90,10 @@ std::int32_t SocketChannel::Read(void* buffer, std::uint32_t length) {
 
 std::int32_t SocketChannel::ReadStoppable(void* buffer, std::uint32_t length,
                                           const std::atomic<bool>* stopFlag) {
-  if (length > limits_.maxReadSize || length > kLargestCount) return -1;
+  if (length > limits_.maxReadSize || length > kLargestCount) {
+    failures_.Note(Status::BadInput("a read longer than MAX_READ_SIZE"));
+    return -1;
+  }
   if (length == 0) return 0;
   // The time limit runs from the first look at the socket; a read served
   // from the buffer alone, the common case in a stream of small frames,
@@ -99,25 +111,39 @@ platform::IoResult SocketChannel::ReceiveSome(void* buffer, std::uint32_t length
   }
   platform::IoResult failed;
   for (;;) {
-    if (readsInterrupted_.load(std::memory_order_acquire)) return failed;
+    if (readsInterrupted_.load(std::memory_order_acquire)) {
+      failures_.Note(Status::Of(Cause::kLocalStop));
+      return failed;
+    }
     ++Counters().transportReceiveCalls;
     platform::IoResult received = platform::Receive(socketHandle, buffer, length);
     if (received.ok()) return received;
     if (received.status == platform::IoStatus::kClosed) {
       VX_LOG(kLogInfo, "Receive failed: socket closed");
+      failures_.Note(StatusOfIoResult(received));
       return received;
     }
     if (received.status != platform::IoStatus::kWouldBlock) {
       VX_LOG(kLogInfo, "Receive failed with code ", received.systemCode);
+      failures_.Note(StatusOfIoResult(received));
       return received;
     }
     // A reader that may wait for its stop flag has no overall deadline.
     if (!StopWaitAllowed(stopFlagOfRead_) && MillisecondsSince(readStart_) >= limits_.ioTimeoutMs) {
       VX_LOG(kLogInfo, "Receive failed with code ", kTimeLimitErrorCode);
+      failures_.Note(QuietReadEnd(stopFlagOfRead_));
       return failed;
     }
-    if (platform::WaitReadable(socketHandle, QuietPeriodMs(limits_.ioTimeoutMs)).ok()) continue;
-    if (!StopWaitAllowed(stopFlagOfRead_)) return failed;
+    const platform::IoResult waited =
+        platform::WaitReadable(socketHandle, QuietPeriodMs(limits_.ioTimeoutMs));
+    if (waited.ok()) continue;
+    if (!StopWaitAllowed(stopFlagOfRead_)) {
+      // A plain read gives up after one quiet period; a stoppable one when
+      // its flag is set.
+      failures_.Note(waited.status == platform::IoStatus::kFailed ? StatusOfIoResult(waited)
+                                                                  : QuietReadEnd(stopFlagOfRead_));
+      return failed;
+    }
   }
 }
 
@@ -150,9 +176,19 @@ bool SocketChannel::SendAll(const platform::BytePiece* pieces, std::size_t count
       count = SkipSentBytes(left, count, sent.count);
       continue;
     }
-    if (sent.status != platform::IoStatus::kWouldBlock) return false;
-    if (MillisecondsSince(start) >= limits_.ioTimeoutMs) return false;
-    if (!platform::WaitWritable(socketHandle, kWriteWaitMs).ok()) return false;
+    if (sent.status != platform::IoStatus::kWouldBlock) {
+      failures_.Note(StatusOfIoResult(sent));
+      return false;
+    }
+    if (MillisecondsSince(start) >= limits_.ioTimeoutMs) {
+      failures_.Note(Status::Of(Cause::kTimedOut));
+      return false;
+    }
+    const platform::IoResult waited = platform::WaitWritable(socketHandle, kWriteWaitMs);
+    if (!waited.ok()) {
+      failures_.Note(StatusOfIoResult(waited));
+      return false;
+    }
   }
   return true;
 }
@@ -168,17 +204,21 @@ std::string SocketChannel::GetLocalAddress() {
 // Bytes already taken off the socket count as ready.
 std::int32_t SocketChannel::WaitReadable(std::uint32_t timeoutMs) {
   if (readBuffer_.HasBytes()) return 1;
-  return WaitResult(platform::WaitReadable(socketHandle, timeoutMs));
+  return WaitResult(platform::WaitReadable(socketHandle, timeoutMs), failures_);
 }
 
 std::int32_t SocketChannel::WaitReadableForever() {
   if (readBuffer_.HasBytes()) return 1;
-  return WaitResult(platform::WaitReadable(socketHandle, platform::kWaitForever));
+  return WaitResult(platform::WaitReadable(socketHandle, platform::kWaitForever), failures_);
 }
 
 void SocketChannel::InterruptReads() {
   readsInterrupted_.store(true, std::memory_order_release);
   platform::InterruptReceive(socketHandle);
+}
+
+Status SocketChannel::FirstFailure() const {
+  return failures_.Get();
 }
 
 bool SocketChannel::PeerEnded() {

@@ -10,6 +10,7 @@
 
 #include "platform/socket.h"
 #include "transport/channel_limits.h"
+#include "transport/first_failure.h"
 #include "transport/stream_buffers.h"
 #include "transport/transport_channel.h"
 
@@ -44,6 +45,7 @@ class SocketChannel : public ITransportChannel,
   bool PeerEnded() override;
   void BeginWriteBatch() override;
   std::int32_t EndWriteBatch() override;
+  Status FirstFailure() const override;
 
  private:
   // One receive that waits for data within the read's limits, and one
@@ -66,6 +68,7 @@ class SocketChannel : public ITransportChannel,
   // Set by InterruptReads: a peer that goes on sending must not keep a
   // read going, as the socket may still deliver what arrives after it.
   std::atomic<bool> readsInterrupted_{false};
+  FirstFailureRecord failures_;
 };
 
 // Connects outward to a dotted address or a host name; null on failure.

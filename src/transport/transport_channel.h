@@ -37,11 +37,6 @@ class ITransportChannel : public IByteStream {
   virtual void BeginWriteBatch() {}
   virtual std::int32_t EndWriteBatch() { return 0; }
 
-  // Why the first read, write or wait that failed did so, with the system's
-  // code; Cause::kOk while nothing has failed. For the line that logs a
-  // session's end. Any thread, after the failing call has returned.
-  virtual Status FirstFailure() const { return Status::Ok(); }
-
  protected:
   bool IsObjectValid() const override { return true; }
 };

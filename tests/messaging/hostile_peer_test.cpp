@@ -8,6 +8,8 @@
 
 #include "bus_test_fixture.h"
 #include "raw_client.h"
+#include "runtime/status.h"
+#include "support/connection_reset.h"
 #include "transport/socket_channel.h"
 
 namespace vxbus {
@@ -35,9 +37,11 @@ Bytes Int32Record(unsigned char type) {
 // exactly the bytes it is given.
 class RawClient {
  public:
-  RawClient(int port, const std::string& appId)
-      : channel_(
-            ConnectSocketChannel("127.0.0.1", static_cast<std::uint16_t>(port), ChannelLimits())) {
+  // With `resetOnClose`, the client's end sends a reset instead of closing.
+  RawClient(int port, const std::string& appId, bool resetOnClose = false)
+      : channel_(resetOnClose ? ConnectResetting(port)
+                              : ConnectSocketChannel("127.0.0.1", static_cast<std::uint16_t>(port),
+                                                     ChannelLimits())) {
     established_ =
         channel_ && SpeakClientHandshake(*channel_, appId, kSecret) == Outcome::kEstablished;
   }
@@ -62,6 +66,19 @@ class RawClient {
   }
 
  private:
+  static ChannelRef ConnectResetting(int port) {
+    platform::Ipv4Endpoint endpoint;
+    endpoint.port = static_cast<std::uint16_t>(port);
+    platform::ParseDottedAddress("127.0.0.1", &endpoint.address);
+    const platform::SocketHandle socket = platform::CreateStreamSocket();
+    if (!platform::Connect(socket, endpoint).ok() || !ResetOnClose(socket)) {
+      platform::CloseSocket(socket);
+      return ChannelRef();
+    }
+    ApplyConnectedSocketOptions(socket);
+    return WrapAcceptedSocket(socket, ChannelLimits());
+  }
+
   ChannelRef channel_;
   bool established_ = false;
 };
@@ -132,6 +149,46 @@ TEST_F(HostilePeerTest, EachHostileStreamEndsOnlyItsOwnSession) {
   }));
   for (const std::string& line : server.Lines())
     EXPECT_NE(line.rfind("log 1 ", 0), 0u) << line;
+}
+
+// Beside the fixed "Remote disconnect" line, the peer says at the debug
+// level what really ended each session: an orderly close, a reset with the
+// system's code and words, or the rule that a broken frame broke.
+TEST_F(HostilePeerTest, TheSessionEndNamesItsRealCauseAtTheDebugLevel) {
+  const std::string reset =
+      StatusText(Status::Of(Cause::kSystemError, testing::ConnectionResetCode()));
+  const struct {
+    const char* what;
+    bool resetOnClose;
+    Bytes bytes;  // sent before the client's end
+    std::string cause;
+  } ends[] = {
+      {"a peer that closes", false, {}, "peer closed the stream"},
+      {"a peer that resets", true, {}, reset},
+      {"a frame of state 4", false, Words({7, 4, 1, 0, 0}),
+       "peer sent bytes that break the protocol: a frame state other than call, reply or one-way"},
+      {"lists nested too deep", false, NestedChain(VX_MAX_LIST_NESTING + 1),
+       "peer sent bytes that break the protocol: list nesting deeper than 256"},
+  };
+  Peer server(TcpPeer("server", kSecretHex));
+  ASSERT_TRUE(server.Ready());
+  int round = 0;
+  for (const auto& end : ends) {
+    SCOPED_TRACE(end.what);
+    const std::string name = "127.0.0.1:1/ending" + std::to_string(++round);
+    RawClient client(server.Port(), name, end.resetOnClose);
+    ASSERT_TRUE(client.Established());
+    ASSERT_FALSE(server.Expect("connected " + name).empty());
+    if (!end.bytes.empty()) client.Send(end.bytes);
+    if (end.bytes.empty()) client.Close();
+    EXPECT_FALSE(server.Expect("log 8 Remote disconnect: \"" + name + "\" stopped").empty());
+    const std::string prefix = "log 16 \"" + name + "\" ended: ";
+    const std::string line = server.Expect(prefix);
+    const bool resetAsClose = end.resetOnClose && testing::ResetMayEndAsClose() &&
+                              line == prefix + "peer closed the stream";
+    EXPECT_TRUE(line == prefix + end.cause || resetAsClose) << line;
+    client.Close();
+  }
 }
 
 }  // namespace

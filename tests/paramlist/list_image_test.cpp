@@ -218,5 +218,26 @@ TEST_F(ListImageTest, KeptQuirksOfTheGetters) {
   }
 }
 
+// Nothing in the library throws: a type byte that an application damaged
+// through a record pointer ends the walk there, its record can be neither
+// removed nor set again, and a dump stops at it.
+TEST_F(ListImageTest, ADamagedTypeByteEndsTheWalkWithoutAnException) {
+  ScopedList list;
+  VXSetInt32Value(list, "a", 1);
+  VXSetInt32Value(list, "b", 2);
+  VXSetInt32Value(list, "c", 3);
+  const _tag_VXPARAMINFO* b = VXGetNextParam(list, VXGetFirstParam(list));
+  ASSERT_STREQ(b->name, "b");
+  const_cast<_tag_VXPARAMVALUE*>(b->GetValue())->type = 0x86;
+  EXPECT_EQ(VXGetNextParam(list, b), nullptr);
+  EXPECT_EQ(VXGetInt32Value(list, "c"), 0u);
+  EXPECT_EQ(VXSetInt32Value(list, "b", 4), VX_ERROR_FAILED);
+  VXRemoveValue(list, "b");
+  EXPECT_EQ(VXGetParamCount(list), 3u);
+  char text[256];
+  PrintHandleInfoToBuffer(list, false, text, sizeof text);
+  EXPECT_NE(std::string(text).find("a=1"), std::string::npos) << text;
+}
+
 }  // namespace
 }  // namespace vxbus

@@ -8,6 +8,8 @@
 #include <vector>
 
 #include "list_test_support.h"
+#include "runtime/private_heap.h"
+#include "runtime/status.h"
 #include "support/memory_channel.h"
 
 namespace vxbus {
@@ -49,6 +51,16 @@ class ListStream : public testing::LeakCheckedTest {
     std::uint32_t next[2] = {};
     return ListFromHandle(into)->ReadList(channel_.get(), kReadLimit, size, childCount, false,
                                           &next[0], &next[1]);
+  }
+  // Why a read of a root with that size and child count failed.
+  Status ReadFailure(std::uint32_t size, std::uint32_t childCount) {
+    ScopedList into;
+    std::uint32_t next[2] = {};
+    Status failure;
+    EXPECT_EQ(ListFromHandle(into)->ReadList(channel_.get(), kReadLimit, size, childCount, false,
+                                             &next[0], &next[1], &failure),
+              -1);
+    return failure;
   }
   std::int32_t Read(HVXPARAMLIST into, HVXPARAMLIST pairOf) {
     return Read(into, VXGetHandleSize(pairOf), ListFromHandle(pairOf)->ChildCount());
@@ -239,6 +251,45 @@ TEST_F(ListStream, DeclaredSizeAboveTheReadLimitReservesNothing) {
     EXPECT_EQ(Read(received, c[0], c[1]), -1) << c[0];
     EXPECT_EQ(received->capacity, 0u) << c[0];
   }
+}
+
+// The session's end names what broke: each failed read says which bound or
+// rule, the heap's refusal, or the channel's own failure.
+TEST_F(ListStream, EachFailedReadNamesItsCause) {
+  const std::uint32_t tooLarge = kReadLimit + 1;
+  const struct {
+    Bytes wire;
+    std::uint32_t size, childCount;
+    Cause cause;
+    const char* detail;
+  } cases[] = {
+      {Chain({}, VX_MAX_LIST_NESTING + 1), 0, 1, Cause::kBadInput, "list nesting deeper than 256"},
+      {{}, tooLarge, 0, Cause::kBadInput, "a list larger than MAX_READ_SIZE"},
+      {{}, 0xFFFFFFFCu, 1, Cause::kBadInput, "a list size that wraps with its pair"},
+      {{3, 'a', 0, 6, 1, 0, 0, 0}, 8, 0, Cause::kBadInput, "a list value of an unknown type"},
+      {{3, 'a', 0, 2, 1, 0, 0}, 7, 0, Cause::kBadInput, "a list record that runs past its image"},
+      {{3, 'a', 'b', 2, 1, 0, 0, 0}, 8, 0, Cause::kBadInput, "a list record whose name has no end"},
+      {{4, 'a', 0, 0, 2, 1, 0, 0, 0}, 9, 0, Cause::kBadInput, "a list value that is not 4-aligned"},
+      {{1, 2}, 8, 0, Cause::kSystemError, nullptr},  // the stream ends; it can't tell why
+  };
+  for (const auto& c : cases) {
+    Reset();
+    memory_->Feed(c.wire);
+    const Status failure = ReadFailure(c.size, c.childCount);
+    EXPECT_EQ(failure.cause, c.cause) << StatusText(failure);
+    EXPECT_STREQ(failure.detail, c.detail) << StatusText(failure);
+  }
+  EXPECT_EQ(StatusText(Status::BadInput("list nesting deeper than 256")),
+            "peer sent bytes that break the protocol: list nesting deeper than 256");
+
+  // An image the heap refuses; large images skip the pool.
+  Reset();
+  memory_->Feed(Bytes(4096, 0));
+  RefusePrivateBlocksFrom(1024);
+  const Status refused = ReadFailure(4096, 0);
+  RefusePrivateBlocksFrom(0);
+  EXPECT_EQ(refused.cause, Cause::kOutOfMemory);
+  EXPECT_EQ(memory_->Queued(), 4096u) << "nothing is read for an image with no room";
 }
 
 }  // namespace

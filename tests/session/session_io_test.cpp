@@ -38,7 +38,7 @@ class FrameTest : public ::testing::Test {
     std::vector<std::uint32_t> slots;
     for (std::size_t i = 0; i < count; ++i) {
       MessageRef message;
-      if (!receiver_->ReceiveMessage(message) || !message.IsValid()) break;
+      if (!receiver_->ReceiveMessage(message).ok() || !message.IsValid()) break;
       slots.push_back(message->GetSlotId());
       sizes_.push_back(message->GetInputList()->Used());
     }
@@ -62,7 +62,7 @@ TEST_F(FrameTest, FramesWithEmptyListsAreByteExact) {
   EXPECT_EQ(pair_.second->WaitReadable(50), 0);         // nothing more
   ASSERT_EQ(pair_.first->Write(frame.data(), 20), 20);  // the same bytes, now received
   MessageRef request;
-  ASSERT_TRUE(receiver_->ReceiveMessage(request));
+  ASSERT_TRUE(receiver_->ReceiveMessage(request).ok());
   ASSERT_TRUE(request->GetInputList().IsValid());
   EXPECT_EQ(VXGetParamCount(HandleFromList(request->GetInputList().get())), 0u);
   EXPECT_FALSE(request->GetOutputList());  // one-way: no reply will come

@@ -215,7 +215,7 @@ int main(int argc, char** argv) {
   const std::string& pipe = option["--pipe"];
   const int port = number("--port");
   g_quiet = option["--quiet"] == "1";
-  VXSetLogLevel(0xF, 0, LogSink);
+  VXSetLogLevel(0x1F, 0, LogSink);  // the designed levels and the debug one
   VXSetConnectListener(OnConnect);
   VXSetDisconnectListener(OnDisconnect);
   VXSetAuthFailedListener(OnAuthFailed);

@@ -132,6 +132,7 @@ TYPED_TEST(BothChannels, StoppableReadsWaitForTheirFlagOrALocalStop) {
   EXPECT_EQ(read.wait_for(std::chrono::milliseconds(1500)), std::future_status::timeout);
   stop = true;
   EXPECT_EQ(ResultOf(read, pair.first), -1);
+  EXPECT_EQ(pair.second->FirstFailure().cause, Cause::kLocalStop);
 
   const std::atomic<bool> never{false};
   read = ReadOneByte(pair.second, &never);
@@ -159,6 +160,8 @@ TYPED_TEST(BothChannels, PeerClosingFailsReadsAndWrites) {
   const Bytes bytes(8 * 1024 * 1024, 'x');
   EXPECT_EQ(pair.second->Write(bytes.data(), static_cast<std::uint32_t>(bytes.size())), -1);
   EXPECT_EQ(pair.second->Write(bytes.data(), 1), -1);
+  // The session's end is told the first cause, not the failed writes behind it.
+  EXPECT_EQ(pair.second->FirstFailure().cause, Cause::kPeerClosed);
 }
 
 // Small writes of a batch leave in one send; a large one goes out in place
@@ -283,6 +286,7 @@ TEST_F(SocketChannelTest, PlainReadGivesUpAfterHalfTheLimitOfSilenceOrTheWholeLi
   EXPECT_GE(elapsed, 1000);
   EXPECT_LT(elapsed, 1900) << "a silent read ends after half the limit";
   EXPECT_TRUE(log.Lines().empty());
+  EXPECT_EQ(pair.second->FirstFailure().cause, Cause::kTimedOut);
 
   limits().ioTimeoutMs = 600;
   pair = MakeSocketChannelPair(limits());
@@ -301,6 +305,7 @@ TEST_F(SocketChannelTest, PlainReadGivesUpAfterHalfTheLimitOfSilenceOrTheWholeLi
   const auto lines = log.Lines();
   ASSERT_EQ(lines.size(), 1u);
   EXPECT_EQ(lines[0].second, "Receive failed with code 10035");
+  EXPECT_EQ(pair.second->FirstFailure().cause, Cause::kTimedOut);
 }
 
 TEST_F(ChannelTest, ConnectAndAcceptWithoutAPartnerFail) {

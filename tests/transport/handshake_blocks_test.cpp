@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "runtime/private_heap.h"
 #include "support/memory_channel.h"
 #include "transport/app_id_block.h"
 #include "transport/challenge.h"
@@ -132,6 +133,17 @@ TEST(AppIdBlock, WritesExactBytesThatReadBack) {
     EXPECT_EQ(ReadAppId(channel), name);
     EXPECT_EQ(channel.Queued(), 0u);
   }
+}
+
+// Guards the check of the block's growth: a name longer than the inline
+// bytes whose block the heap refuses fails the write, and nothing goes out.
+TEST(AppIdBlock, ALongNameWhoseBlockTheHeapRefusesFailsTheWrite) {
+  MemoryChannel channel;
+  RefusePrivateBlocksFrom(1024);
+  const std::int32_t written = WriteAppId(channel, std::string(1000, 'l'));
+  RefusePrivateBlocksFrom(0);
+  EXPECT_EQ(written, -1);
+  EXPECT_TRUE(channel.Written().empty());
 }
 
 // What a read leaves queued shows how far it went.
