@@ -57,7 +57,9 @@ std::atomic<long> LocalPipe::ownListenerPipes{0};
 
 namespace {
 
-constexpr DWORD kPipeBufferBytes = 16284;
+// What each direction may hold before a write waits for the reader: at 16 KB
+// a large image crossed in a round of wake-ups per 16 KB.
+constexpr DWORD kPipeBufferBytes = 512 * 1024;
 constexpr DWORD kUnlimitedInstances = PIPE_UNLIMITED_INSTANCES;  // 255
 constexpr DWORD kDefaultTimeout = 0xFFFFFFFF;
 // How long a client waits for an instance while another client is taken.
@@ -100,8 +102,8 @@ IoResult FromLastError() {
   return Status(closed ? IoStatus::kClosed : IoStatus::kFailed, 0, static_cast<int>(error));
 }
 
-// Open mode as given; byte stream, blocking, up to 255 instances, 16284-byte
-// buffers both ways.
+// Open mode as given; byte stream, blocking, up to 255 instances, buffers of
+// kPipeBufferBytes both ways.
 HANDLE CreateListeningEnd(const std::string& name, DWORD openMode) {
   return ::CreateNamedPipeA(PipePath(name).c_str(), openMode, PIPE_TYPE_BYTE | PIPE_WAIT,
                             kUnlimitedInstances, kPipeBufferBytes, kPipeBufferBytes,
