@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "transport/pipe_channel.h"
 
+#include <chrono>
 #include <limits>
 #include <new>
 
+#include "runtime/brief_spin.h"
 #include "runtime/object_counters.h"
 #include "runtime/process_state.h"
 #include "transport/pipe_name.h"
@@ -64,11 +66,25 @@ std::int32_t PipeChannel::ReadStoppable(void* buffer, std::uint32_t length,
   return filled ? static_cast<std::int32_t>(length) : -1;
 }
 
-// A reader that may wait for its stop flag looks at it only when a whole
-// wait has passed without data.
+// Bytes that are there cost one read and no clock. A reader that may wait
+// for its stop flag looks at it only when a whole wait has passed without
+// data.
 platform::IoResult PipeChannel::ReceiveSome(void* buffer, std::uint32_t length) {
   ++g_transportReceiveCalls;
-  return platform::ReadLocalPipe(pipe, buffer, length, ReadWaitMs(), readStopFlag_);
+  platform::IoResult received = platform::ReadLocalPipeNow(pipe, buffer, length);
+  if (received.status != platform::IoStatus::kWouldBlock) return received;
+  const std::chrono::microseconds look = readerSpin_.Look();
+  if (look.count() > 0 && SpinFor(look, [&] {
+        received = platform::ReadLocalPipeNow(pipe, buffer, length);
+        return received.status != platform::IoStatus::kWouldBlock;
+      })) {
+    readerSpin_.Found();
+    return received;
+  }
+  const auto sleepStart = std::chrono::steady_clock::now();
+  received = platform::ReadLocalPipe(pipe, buffer, length, ReadWaitMs(), readStopFlag_);
+  readerSpin_.Slept(std::chrono::steady_clock::now() - sleepStart);
+  return received;
 }
 
 std::int32_t PipeChannel::Write(const void* bytes, std::uint32_t length) {

@@ -10,6 +10,7 @@
 #include <string>
 
 #include "platform/local_pipe.h"
+#include "transport/reader_spin.h"
 #include "transport/stream_buffers.h"
 #include "transport/transport_channel.h"
 
@@ -47,8 +48,9 @@ class PipeChannel : public ITransportChannel, private ReadBuffer::Source, privat
   std::int32_t EndWriteBatch() override;
 
  private:
-  // One read of the pipe within the read's limits, and one gathered write
-  // until every byte is taken; each system call counted once.
+  // One read of the pipe within the read's limits, after a brief look for
+  // bytes that are on their way, and one gathered write until every byte is
+  // taken; each counted once.
   platform::IoResult ReceiveSome(void* buffer, std::uint32_t length) override;
   bool SendAll(const platform::BytePiece* pieces, std::size_t count) override;
 
@@ -57,6 +59,7 @@ class PipeChannel : public ITransportChannel, private ReadBuffer::Source, privat
   std::string localAddress;
   ReadBuffer readBuffer_;                            // reader only
   const std::atomic<bool>* readStopFlag_ = nullptr;  // of the read under way
+  ReaderSpin readerSpin_;                            // reader only
   WriteBatch writeBatch_;                            // writer only
 };
 

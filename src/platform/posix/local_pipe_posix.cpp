@@ -326,6 +326,11 @@ IoResult ReadLocalPipe(LocalPipe* pipe, void* buffer, std::uint32_t length, std:
   }
 }
 
+IoResult ReadLocalPipeNow(LocalPipe* pipe, void* buffer, std::uint32_t length) {
+  if (pipe == nullptr) return Status(IoStatus::kFailed, 0, EBADF);
+  return ReceiveNow(pipe->readFd, buffer, length);
+}
+
 void InterruptLocalPipeRead(LocalPipe* pipe) {
   if (pipe != nullptr) ::shutdown(pipe->readFd, SHUT_RD);
 }
