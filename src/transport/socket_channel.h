@@ -9,6 +9,7 @@
 #include <string>
 
 #include "platform/socket.h"
+#include "transport/reader_spin.h"
 #include "transport/stream_buffers.h"
 #include "transport/transport_channel.h"
 
@@ -50,12 +51,15 @@ class SocketChannel : public ITransportChannel,
   // counted once.
   platform::IoResult ReceiveSome(void* buffer, std::uint32_t length) override;
   bool SendAll(const platform::BytePiece* pieces, std::size_t count) override;
+  // One wait for the socket to turn readable, after a brief look.
+  platform::IoResult WaitForBytes(std::int64_t timeoutMs);
 
   platform::SocketHandle socketHandle;
   std::string peerAddress;
   std::string localAddress;
   // WaitReadable reports ready while the buffer holds bytes. Reader only.
   ReadBuffer readBuffer_;
+  ReaderSpin readerSpin_;  // reader only
   // The stop flag and start of the read under way. Reader only.
   const std::atomic<bool>* readStopFlag_ = nullptr;
   bool readStarted_ = false;
