@@ -69,6 +69,13 @@ void CloseLocalPipe(LocalPipe* pipe);
 IoResult ReadLocalPipe(LocalPipe* pipe, void* buffer, std::uint32_t length, std::int64_t roundMs,
                        const std::atomic<bool>* stop);
 
+// One read that never waits: kOk with at least 1 and at most `length`
+// bytes that were there already; kWouldBlock when none were; kClosed once
+// the writer has gone or reads were interrupted; kFailed. For a reader that
+// looks for a moment before it waits in ReadLocalPipe; nothing is left in
+// flight.
+IoResult ReadLocalPipeNow(LocalPipe* pipe, void* buffer, std::uint32_t length);
+
 // Ends a ReadLocalPipe under way, and every later one, at once with
 // kClosed, whatever its stop flag says. This side's writing goes on as
 // before; the peer's writes to this side may fail from then on, as after a

@@ -26,19 +26,23 @@ std::chrono::microseconds BriefSpinBudget();
 std::chrono::microseconds ParseSpinSetting(const char* text);
 
 // Asks `ready` again and again, yielding the core in between so that the
-// thread waited for can run, until it returns true or the spin budget has
-// passed. With no budget it asks once. Returns what `ready` said last;
-// never blocks.
+// thread waited for can run, until it returns true or `budget` has passed.
+// With no budget it asks once. Returns what `ready` said last; never blocks.
 template <class Ready>
-bool SpinBriefly(Ready ready) {
-  const std::chrono::microseconds budget = BriefSpinBudget();
-  if (budget.count() == 0) return ready();
+bool SpinFor(std::chrono::microseconds budget, Ready ready) {
+  if (budget.count() <= 0) return ready();
   const auto end = std::chrono::steady_clock::now() + budget;
   for (;;) {
     if (ready()) return true;
     if (std::chrono::steady_clock::now() >= end) return false;
     std::this_thread::yield();
   }
+}
+
+// SpinFor with the spin budget of this process.
+template <class Ready>
+bool SpinBriefly(Ready ready) {
+  return SpinFor(BriefSpinBudget(), ready);
 }
 
 }  // namespace vxbus

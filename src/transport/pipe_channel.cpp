@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "transport/pipe_channel.h"
 
+#include <chrono>
 #include <limits>
 #include <new>
 
+#include "runtime/brief_spin.h"
 #include "runtime/object_counters.h"
 #include "transport/pipe_name.h"
 
@@ -64,12 +66,26 @@ std::int32_t PipeChannel::ReadStoppable(void* buffer, std::uint32_t length,
   return filled ? static_cast<std::int32_t>(length) : -1;
 }
 
-// A reader that may wait for its stop flag looks at it only when a whole
-// wait has passed without data.
+// Bytes that are there cost one read and no clock. A reader that may wait
+// for its stop flag looks at it only when a whole wait has passed without
+// data.
 platform::IoResult PipeChannel::ReceiveSome(void* buffer, std::uint32_t length) {
   ++Counters().transportReceiveCalls;
-  const platform::IoResult received = platform::ReadLocalPipe(
-      pipe, buffer, length, ReadWaitMs(limits_.ioTimeoutMs), stopFlagOfRead_);
+  platform::IoResult received = platform::ReadLocalPipeNow(pipe, buffer, length);
+  if (received.status == platform::IoStatus::kWouldBlock) {
+    const std::chrono::microseconds look = readerSpin_.Look();
+    if (look.count() > 0 && SpinFor(look, [&] {
+          received = platform::ReadLocalPipeNow(pipe, buffer, length);
+          return received.status != platform::IoStatus::kWouldBlock;
+        })) {
+      readerSpin_.Found();
+    } else {
+      const auto sleepStart = std::chrono::steady_clock::now();
+      received = platform::ReadLocalPipe(pipe, buffer, length, ReadWaitMs(limits_.ioTimeoutMs),
+                                         stopFlagOfRead_);
+      readerSpin_.Slept(std::chrono::steady_clock::now() - sleepStart);
+    }
+  }
   if (!received.ok()) {
     // An interrupted read ends as if the peer had closed, and a stop flag
     // that was set as a time-out; both are this side's own stop.

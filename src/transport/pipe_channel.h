@@ -12,6 +12,7 @@
 #include "platform/local_pipe.h"
 #include "transport/channel_limits.h"
 #include "transport/first_failure.h"
+#include "transport/reader_spin.h"
 #include "transport/stream_buffers.h"
 #include "transport/transport_channel.h"
 
@@ -51,8 +52,9 @@ class PipeChannel : public ITransportChannel, private ReadBuffer::Source, privat
   Status FirstFailure() const override;
 
  private:
-  // One read of the pipe within the read's limits, and one gathered write
-  // until every byte is taken; each system call counted once.
+  // One read of the pipe within the read's limits, after a brief look for
+  // bytes that are on their way, and one gathered write until every byte is
+  // taken; each counted once.
   platform::IoResult ReceiveSome(void* buffer, std::uint32_t length) override;
   bool SendAll(const platform::BytePiece* pieces, std::size_t count) override;
 
@@ -62,6 +64,7 @@ class PipeChannel : public ITransportChannel, private ReadBuffer::Source, privat
   const ChannelLimits limits_;
   ReadBuffer readBuffer_;                              // reader only
   const std::atomic<bool>* stopFlagOfRead_ = nullptr;  // of the read under way
+  ReaderSpin readerSpin_;                              // reader only
   WriteBatch writeBatch_;                              // writer only
   std::atomic<bool> readsInterrupted_{false};          // set by InterruptReads
   FirstFailureRecord failures_;

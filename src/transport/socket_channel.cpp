@@ -1,11 +1,13 @@
 // SPDX-License-Identifier: MIT
 #include "transport/socket_channel.h"
 
+#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <limits>
 #include <new>
 
+#include "runtime/brief_spin.h"
 #include "runtime/log.h"
 #include "runtime/object_counters.h"
 
@@ -204,12 +206,33 @@ std::string SocketChannel::GetLocalAddress() {
 // Bytes already taken off the socket count as ready.
 std::int32_t SocketChannel::WaitReadable(std::uint32_t timeoutMs) {
   if (readBuffer_.HasBytes()) return 1;
-  return WaitResult(platform::WaitReadable(socketHandle, timeoutMs), failures_);
+  return WaitResult(WaitForBytes(timeoutMs), failures_);
 }
 
 std::int32_t SocketChannel::WaitReadableForever() {
   if (readBuffer_.HasBytes()) return 1;
-  return WaitResult(platform::WaitReadable(socketHandle, platform::kWaitForever), failures_);
+  return WaitResult(WaitForBytes(platform::kWaitForever), failures_);
+}
+
+// A wait that may sleep looks without waiting first, for as long as the
+// reader's spin allows, and tells the spin how long the sleep took.
+platform::IoResult SocketChannel::WaitForBytes(std::int64_t timeoutMs) {
+  if (timeoutMs == 0) return platform::WaitReadable(socketHandle, 0);
+  platform::IoResult waited;
+  std::chrono::microseconds look = readerSpin_.Look();
+  if (timeoutMs > 0)
+    look = std::min<std::chrono::microseconds>(look, std::chrono::milliseconds(timeoutMs));
+  if (look.count() > 0 && SpinFor(look, [&] {
+        waited = platform::WaitReadable(socketHandle, 0);
+        return waited.status != platform::IoStatus::kTimedOut;
+      })) {
+    readerSpin_.Found();
+    return waited;
+  }
+  const Clock::time_point sleepStart = Clock::now();
+  waited = platform::WaitReadable(socketHandle, timeoutMs);
+  readerSpin_.Slept(Clock::now() - sleepStart);
+  return waited;
 }
 
 void SocketChannel::InterruptReads() {

@@ -11,6 +11,7 @@
 #include "platform/socket.h"
 #include "transport/channel_limits.h"
 #include "transport/first_failure.h"
+#include "transport/reader_spin.h"
 #include "transport/stream_buffers.h"
 #include "transport/transport_channel.h"
 
@@ -53,6 +54,8 @@ class SocketChannel : public ITransportChannel,
   // counted once.
   platform::IoResult ReceiveSome(void* buffer, std::uint32_t length) override;
   bool SendAll(const platform::BytePiece* pieces, std::size_t count) override;
+  // One wait for the socket to turn readable, after a brief look.
+  platform::IoResult WaitForBytes(std::int64_t timeoutMs);
 
   platform::SocketHandle socketHandle;
   std::string peerAddress;
@@ -60,6 +63,7 @@ class SocketChannel : public ITransportChannel,
   const ChannelLimits limits_;
   // WaitReadable reports ready while the buffer holds bytes. Reader only.
   ReadBuffer readBuffer_;
+  ReaderSpin readerSpin_;  // reader only
   // The stop flag and start of the read under way. Reader only.
   const std::atomic<bool>* stopFlagOfRead_ = nullptr;
   bool readStarted_ = false;

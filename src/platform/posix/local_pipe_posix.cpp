@@ -41,8 +41,11 @@ class LocalPipe {
 
 namespace {
 
-// The size of the pipe buffers in both directions.
-constexpr int kPipeBufferBytes = 16284;
+// What each direction may hold in flight; the system caps it at its own
+// most. A stream socket moves a large write in pieces of up to half of it,
+// and every time it fills, writer and reader take turns through a wake-up:
+// at 16 KB a 1 MiB image took some sixty of them.
+constexpr int kPipeBufferBytes = 512 * 1024;
 // How long a connect waits while another client is being taken.
 constexpr time_t kConnectWaitSeconds = 10;
 // How often the wait for a client looks at the stop flag.
@@ -321,6 +324,11 @@ IoResult ReadLocalPipe(LocalPipe* pipe, void* buffer, std::uint32_t length, std:
     if (waited == 0) return Status(IoStatus::kTimedOut);
     if (waited < 0) return Status(IoStatus::kFailed, 0, errno);
   }
+}
+
+IoResult ReadLocalPipeNow(LocalPipe* pipe, void* buffer, std::uint32_t length) {
+  if (pipe == nullptr) return Status(IoStatus::kFailed, 0, EBADF);
+  return ReceiveNow(pipe->readFd, buffer, length);
 }
 
 void InterruptLocalPipeRead(LocalPipe* pipe) {

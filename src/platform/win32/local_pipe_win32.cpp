@@ -57,7 +57,9 @@ std::atomic<long> LocalPipe::ownListenerPipes{0};
 
 namespace {
 
-constexpr DWORD kPipeBufferBytes = 16284;
+// What each direction may hold before a write waits for the reader: at 16 KB
+// a large image crossed in a round of wake-ups per 16 KB.
+constexpr DWORD kPipeBufferBytes = 512 * 1024;
 constexpr DWORD kUnlimitedInstances = PIPE_UNLIMITED_INSTANCES;  // 255
 constexpr DWORD kDefaultTimeout = 0xFFFFFFFF;
 // How long a client waits for an instance while another client is taken.
@@ -100,8 +102,8 @@ IoResult FromLastError() {
   return Status(closed ? IoStatus::kClosed : IoStatus::kFailed, 0, static_cast<int>(error));
 }
 
-// Open mode as given; byte stream, blocking, up to 255 instances, 16284-byte
-// buffers both ways.
+// Open mode as given; byte stream, blocking, up to 255 instances, buffers of
+// kPipeBufferBytes both ways.
 HANDLE CreateListeningEnd(const std::string& name, DWORD openMode) {
   return ::CreateNamedPipeA(PipePath(name).c_str(), openMode, PIPE_TYPE_BYTE | PIPE_WAIT,
                             kUnlimitedInstances, kPipeBufferBytes, kPipeBufferBytes,
@@ -288,15 +290,19 @@ IoResult ReadLocalPipe(LocalPipe* pipe, void* buffer, std::uint32_t length, std:
       return Status(IoStatus::kClosed);
     OVERLAPPED overlapped{};
     overlapped.hEvent = pipe->readEvent;
-    if (!::ReadFile(pipe->read, buffer, length, nullptr, &overlapped) &&
-        ::GetLastError() != ERROR_IO_PENDING)
-      return FromLastError();
+    DWORD count = 0;
+    // Bytes that were there already complete the read at once: no wait.
+    if (::ReadFile(pipe->read, buffer, length, nullptr, &overlapped)) {
+      if (!::GetOverlappedResult(pipe->read, &overlapped, &count, FALSE)) return FromLastError();
+      if (count > 0) return Status(IoStatus::kOk, count);
+      continue;
+    }
+    if (::GetLastError() != ERROR_IO_PENDING) return FromLastError();
     DWORD waited = ::WaitForMultipleObjects(2, events, FALSE, round);
     while (waited == WAIT_TIMEOUT && stop != nullptr && !stop->load(std::memory_order_relaxed))
       waited = ::WaitForMultipleObjects(2, events, FALSE, round);
     const DWORD waitError = ::GetLastError();
     if (waited != WAIT_OBJECT_0) ::CancelIo(pipe->read);
-    DWORD count = 0;
     if (!::GetOverlappedResult(pipe->read, &overlapped, &count, TRUE)) {
       if (::GetLastError() != ERROR_OPERATION_ABORTED) return FromLastError();
       if (waited == WAIT_OBJECT_0 + 1) return Status(IoStatus::kClosed);
@@ -305,6 +311,19 @@ IoResult ReadLocalPipe(LocalPipe* pipe, void* buffer, std::uint32_t length, std:
     }
     if (count > 0) return Status(IoStatus::kOk, count);
   }
+}
+
+// Only bytes that PeekNamedPipe has seen are read, so the ReadFile behind it
+// completes at once and nothing stays in flight.
+IoResult ReadLocalPipeNow(LocalPipe* pipe, void* buffer, std::uint32_t length) {
+  if (pipe == nullptr) return Status(IoStatus::kFailed, 0, ERROR_INVALID_HANDLE);
+  if (::WaitForSingleObject(pipe->interruptEvent, 0) == WAIT_OBJECT_0)
+    return Status(IoStatus::kClosed);
+  DWORD available = 0;
+  if (!::PeekNamedPipe(pipe->read, nullptr, 0, nullptr, &available, nullptr))
+    return FromLastError();
+  if (available == 0) return Status(IoStatus::kWouldBlock);
+  return ReadLocalPipe(pipe, buffer, std::min<DWORD>(length, available), kWaitForever, nullptr);
 }
 
 // The read under way waits on this event too, and cancels itself; a later
