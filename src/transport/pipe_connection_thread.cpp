@@ -1,36 +1,85 @@
 // SPDX-License-Identifier: MIT
-// Serves the pipe listener: each round makes a fresh pair of pipes, waits for
-// one client, runs its handshake here and goes round again. An idle round
-// lasts the accept wait by itself, so no pause is needed between rounds.
+// Serves the pipe listener. Where the designed listener made a fresh pair of
+// pipes for each client and ran its handshake on this thread, so that
+// clients coming together failed and had to try again one by one, this one
+// keeps its pipes up from start to shutdown and runs each handshake on a
+// thread of its own (HandshakeThreads), within the caps of the TCP listener:
+// per client process, overall, and a deadline for the whole exchange.
+#include <algorithm>
+
+#include "platform/host.h"
 #include "runtime/log.h"
 #include "runtime/process_state.h"
 #include "transport/connection_threads.h"
+#include "transport/handshake_threads.h"
 #include "transport/pipe_channel.h"
+#include "transport/pipe_channel_listener.h"
 
 namespace vxbus {
 namespace {
 
-// A round whose pipes cannot be made, typically because another process
-// listens on the name, waits out the length of a round instead of coming
-// straight back, and says so once per run of such rounds; the listener comes
-// up by itself once the name is free.
-void ServeOneRound(bool& createFailureLogged) {
+constexpr std::int64_t kAcceptPollMs = 1000;
+
+bool ShuttingDown() {
+  return g_shuttingDown.load(std::memory_order_relaxed);
+}
+
+// A silent pipe client is dropped after one read time limit, the whole
+// IO_TIMEOUT_MS (a pipe read has no half period); that is also the most a
+// trickling one gets now.
+std::int64_t HandshakeDeadlineMs() {
+  const std::int32_t limit = g_limits.limits.IO_TIMEOUT_MS;
+  return limit < 0 ? std::int64_t{0x7FFFFFFF} : std::max<std::int64_t>(limit, 1);
+}
+
+class PipeListener {
+ public:
+  void Run();
+
+ private:
+  bool Open();
+  void TakeOneClient(std::int64_t waitMs);
+
+  PipeChannelListener pipes_;
+  bool createFailureLogged_ = false;  // one line per run of failures
+  HandshakeThreads handshakes_{HandshakeThreads::CapForHandleLimit(platform::OpenHandleLimit())};
+};
+
+// Pipes that cannot be made, typically because another process listens on
+// the name, are tried again after the length of a round, and said so once per
+// run of failures; the listener comes up by itself once the name is free.
+bool PipeListener::Open() {
   int createError = 0;
-  ChannelRef channel = AcceptPipeChannel(&g_shuttingDown, &createError);
-  if (createError != 0) {
-    if (!createFailureLogged) {
-      createFailureLogged = true;
-      VX_LOG(kLogCritical, "ConnThread Pipe. create pipe '", listenerPipeInName,
-             "' FAILED with code=", createError, ". Try to reinitialize listener");
-    }
-    PausePipeListener(&g_shuttingDown);
-    return;
+  if (pipes_.Open(&createError)) {
+    createFailureLogged_ = false;
+    return true;
   }
-  createFailureLogged = false;
+  if (!createFailureLogged_) {
+    createFailureLogged_ = true;
+    VX_LOG(kLogCritical, "ConnThread Pipe. create pipe '", listenerPipeInName,
+           "' FAILED with code=", createError, ". Try to reinitialize listener");
+  }
+  PausePipeListener(&g_shuttingDown);
+  return false;
+}
+
+void PipeListener::TakeOneClient(std::int64_t waitMs) {
+  std::uint32_t client = 0;
+  ChannelRef channel = pipes_.Accept(waitMs, &g_shuttingDown, &client);
   if (!channel.IsValid()) return;
   // At the limit the client's pipes just close; no line is logged here.
   if (ChannelAcceptor().SessionCount() > g_limits.limits.MAX_CONNECTIONS) return;
-  AcceptAndLog(channel, "");
+  // Without room the pipes close as well: the client sees its handshake fail.
+  handshakes_.Run(client, channel, HandshakeDeadlineMs(), [channel] { AcceptAndLog(channel, ""); });
+}
+
+void PipeListener::Run() {
+  while (!ShuttingDown()) {
+    if (!pipes_.IsOpen() && !Open()) continue;
+    // Woken in time for the next handshake deadline as well.
+    const std::int64_t untilDeadline = handshakes_.CutOffOverdue();
+    TakeOneClient(untilDeadline < 0 ? kAcceptPollMs : std::min(kAcceptPollMs, untilDeadline));
+  }
 }
 
 }  // namespace
@@ -44,9 +93,10 @@ void PipeConnectionThread() {
     VX_LOG(kLogInfo, "ConnThread Pipe stopped - pipes are not defined");
     return;
   }
-  bool createFailureLogged = false;
-  while (!g_shuttingDown.load(std::memory_order_relaxed))
-    ServeOneRound(createFailureLogged);
+  {
+    PipeListener listener;
+    listener.Run();
+  }
   VX_LOG(kLogInfo, "ConnThread Shutdown");
 }
 
