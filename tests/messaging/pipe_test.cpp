@@ -3,6 +3,8 @@
 // between two rounds or during a handshake, and a connect then fails at
 // once: clients try again, and so do these tests, within a bound.
 #include <algorithm>
+#include <chrono>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -10,8 +12,10 @@
 #include "runtime/log.h"
 #include "session/session_registry.h"
 #include "support/channel_pair.h"
+#include "support/half_open_pipe.h"
 #include "support/log_capture.h"
 #include "transport/pipe_channel.h"
+#include "transport/pipe_name.h"
 
 namespace vxbus {
 namespace testing {
@@ -73,6 +77,31 @@ TEST_F(PipeSessionTest, ALongNameCarriesALargeListAndOverTheLimitPipesCloseWitho
     EXPECT_NE(listener.Lines()[i].rfind("log ", 0), 0u) << listener.Lines()[i];
 }
 
+// Clients of forty processes that come together all get in on their first
+// try, although one that connected before them stays silent: its handshake
+// holds a thread of its own, not the listener.
+TEST_F(PipeSessionTest, FortyClientsAtOnceAllGetInOnTheirFirstTryBesideASilentOne) {
+  const std::string pipe = UniquePipeName("crowd");
+  Peer listener(PipePeer("crowd", pipe, 64));
+  ASSERT_TRUE(listener.Ready());
+  std::vector<std::unique_ptr<Peer>> clients;
+  for (int i = 0; i < 40; ++i) {
+    PeerOptions options = PipePeer("client" + std::to_string(i), "");
+    options.quiet = true;
+    clients.push_back(std::make_unique<Peer>(options));
+    ASSERT_TRUE(clients.back()->Ready());
+  }
+  ChannelRef silent;
+  ASSERT_TRUE(WaitUntil([&] { return (silent = ConnectPipeChannel(pipe)).IsValid(); }));
+  const auto start = std::chrono::steady_clock::now();
+  for (auto& client : clients)
+    client->Send("connect-pipe " + pipe);
+  for (auto& client : clients)  // each waits up to 15 s
+    EXPECT_EQ(client->Expect("connect-result "), "connect-result 0 " + listener.AppId());
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20))
+      << "goal: a few seconds";
+}
+
 // The line that a listener on `pipe` writes when its pipes can't be made,
 // up to the system's error code.
 std::string CreateFailedLine(const std::string& pipe) {
@@ -118,6 +147,19 @@ TEST_F(PipeListenerTest, ASecondProcessOnATakenNameSaysSoOnceAndQuitsAtOnce) {
   EXPECT_EQ(exitCode, 0);
   EXPECT_EQ(second.CountLines(CreateFailedLine(pipe)), 1);
   EXPECT_EQ(log_.Count(kLogCritical, "ConnThread Pipe. create pipe", true), 0);
+}
+
+// A client that holds only the "_in" pipe holds up nobody else: a client
+// of another process gets in on its first try meanwhile.
+TEST_F(PipeListenerTest, AHalfOpenClientHoldsUpNoOtherClient) {
+  const std::string pipe = UniquePipeName("halfway");
+  ASSERT_EQ(VXStartListeners(pipe.c_str(), nullptr, 0), VX_SUCCESS);
+  HalfOpenPipe half;
+  ASSERT_TRUE(WaitUntil([&] { return half.Open(SystemPipeName(pipe + "_in")); }));
+  Peer other(PipePeer("other", ""));
+  ASSERT_TRUE(other.Ready());
+  other.Send("connect-pipe " + pipe);
+  EXPECT_EQ(other.Expect("connect-result "), "connect-result 0 " + g_ownAppId);
 }
 
 }  // namespace
