@@ -71,10 +71,9 @@ void AcceptAndLog(const ChannelRef& channel, const char* linePrefix);
 extern MTObjects::MTReferencedPtr<TcpListenAddress> g_connThreadInfo;
 extern MTObjects::MTReferencedPtr<PipeListenName> g_connPipeThreadInfo;
 
-// Both wait at their gates first and end on g_shuttingDown. The TCP thread
-// runs each handshake on a handshake thread (HandshakeThreads), within its
-// caps and deadline, and cuts off and joins those still under way before it
-// ends; the pipe thread runs each one itself.
+// Both wait at their gates first and end on g_shuttingDown. Each runs every
+// handshake on a handshake thread (HandshakeThreads), within its caps and
+// deadline, and cuts off and joins those still under way before it ends.
 void TcpConnectionThread();
 void PipeConnectionThread();
 
