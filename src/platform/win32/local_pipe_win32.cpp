@@ -287,6 +287,7 @@ class LocalPipeListener {
     }
     std::vector<HANDLE> halves;
     pending.TakeAll(&halves);
+    pendingOut.TakeAll(&halves);
     for (HANDLE half : halves)
       ::CloseHandle(half);
   }
@@ -307,7 +308,10 @@ class LocalPipeListener {
 
   WaitingEnd in;
   WaitingEnd out;
+  // "in" halves, and "out" halves seen before their "in": a client opens "in"
+  // first, but the two connects may be reported here the other way round.
   PendingPipeHalves<HANDLE> pending;
+  PendingPipeHalves<HANDLE> pendingOut;
 };
 
 namespace {
@@ -417,26 +421,39 @@ LocalPipe* AcceptFromLocalPipeListener(LocalPipeListener* listener, std::int64_t
   for (;;) {
     if (Stopped(stop)) return nullptr;
     std::vector<HANDLE> closed;
-    const std::int64_t nextExpiry = listener->pending.TakeExpired(Clock::now(), &closed);
-    // "in" first: a client opens it before "out", so its "out" finds it.
+    const auto now = Clock::now();
+    std::int64_t nextExpiry = listener->pending.TakeExpired(now, &closed);
+    const std::int64_t nextOutExpiry = listener->pendingOut.TakeExpired(now, &closed);
+    if (nextExpiry < 0 || (nextOutExpiry >= 0 && nextOutExpiry < nextExpiry))
+      nextExpiry = nextOutExpiry;
+    const auto halfDeadline =
+        now + std::chrono::milliseconds(std::max<std::int64_t>(halfWaitMs, 0));
+    auto anyOut = [](HANDLE) { return true; };  // a gone client fails the handshake
+    HANDLE pairedIn = INVALID_HANDLE_VALUE, pairedOut = INVALID_HANDLE_VALUE;
+    std::uint32_t process = 0;
     HANDLE in = TakeConnected(listener->in);
     if (in != INVALID_HANDLE_VALUE) {
-      const auto halfDeadline =
-          Clock::now() + std::chrono::milliseconds(std::max<std::int64_t>(halfWaitMs, 0));
-      if (!listener->pending.Add(in, ClientOf(in), halfDeadline)) closed.push_back(in);
+      process = ClientOf(in);
+      if (listener->pendingOut.Take(process, anyOut, &pairedOut, &closed))
+        pairedIn = in;
+      else if (!listener->pending.Add(in, process, halfDeadline))
+        closed.push_back(in);
     }
-    HANDLE out = TakeConnected(listener->out);
-    HANDLE paired = INVALID_HANDLE_VALUE;
-    const std::uint32_t process = out == INVALID_HANDLE_VALUE ? 0 : ClientOf(out);
-    if (out != INVALID_HANDLE_VALUE &&
-        !listener->pending.Take(process, StillOpen, &paired, &closed))
-      closed.push_back(out);
+    HANDLE out =
+        pairedIn == INVALID_HANDLE_VALUE ? TakeConnected(listener->out) : INVALID_HANDLE_VALUE;
+    if (out != INVALID_HANDLE_VALUE) {
+      process = ClientOf(out);
+      if (listener->pending.Take(process, StillOpen, &pairedIn, &closed))
+        pairedOut = out;
+      else if (!listener->pendingOut.Add(out, process, halfDeadline))
+        closed.push_back(out);
+    }
     CloseAll(closed);
     AwaitNextClient(listener->in);
     AwaitNextClient(listener->out);
-    if (paired != INVALID_HANDLE_VALUE) {
+    if (pairedIn != INVALID_HANDLE_VALUE) {
       if (client != nullptr) *client = process;
-      return MakePipe(paired, out, true);
+      return MakePipe(pairedIn, pairedOut, true);
     }
     if (in != INVALID_HANDLE_VALUE || out != INVALID_HANDLE_VALUE) continue;  // look again at once
     std::int64_t step = kStopPollMs;
