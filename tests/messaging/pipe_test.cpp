@@ -151,15 +151,14 @@ TEST_F(PipeListenerTest, ASecondProcessOnATakenNameSaysSoOnceAndQuitsAtOnce) {
 
 // A client that holds only the "_in" pipe holds up nobody else: a client
 // of another process gets in on its first try meanwhile.
-TEST_F(PipeListenerTest, AHalfOpenClientHoldsUpNoOtherClient) {
+TEST_F(PipeSessionTest, AHalfOpenClientHoldsUpNoOtherClient) {
   const std::string pipe = UniquePipeName("halfway");
-  ASSERT_EQ(VXStartListeners(pipe.c_str(), nullptr, 0), VX_SUCCESS);
+  Peer listener(PipePeer("halfway", pipe)), other(PipePeer("other", ""));
+  ASSERT_TRUE(listener.Ready() && other.Ready());
   HalfOpenPipe half;
   ASSERT_TRUE(WaitUntil([&] { return half.Open(SystemPipeName(pipe + "_in")); }));
-  Peer other(PipePeer("other", ""));
-  ASSERT_TRUE(other.Ready());
   other.Send("connect-pipe " + pipe);
-  EXPECT_EQ(other.Expect("connect-result "), "connect-result 0 " + g_ownAppId);
+  EXPECT_EQ(other.Expect("connect-result "), "connect-result 0 " + listener.AppId());
 }
 
 }  // namespace
