@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "harness.h"
+#include "idle_sessions.h"
 #include "vxbus.h"
 
 namespace {
@@ -175,5 +176,7 @@ std::unique_ptr<bench::Peer> MakePeer(bench::Ports ports) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  if (argc == 2 && std::string(argv[1]) == "idle") return bench::RunIdleSessions(argv[0]);
+  if (argc >= 2 && std::string(argv[1]) == "idle-peer") return bench::RunIdlePeer(argc, argv);
   return bench::BenchMain(argc, argv, Serve, MakePeer);
 }

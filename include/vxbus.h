@@ -410,8 +410,8 @@ VXBUS_API _tag_VX_ERROR VXStartListeners(const char* pipeName, const char* bindA
                                          std::uint16_t port);
 /// Only the call matching the first initialise does anything: it blocks until
 /// the listener threads, every session and the dispatch thread have ended;
-/// a pipe handshake under way is finished first, and TCP handshakes still
-/// pending are cut off. What was still queued then (to be sent, or to run in
+/// handshakes still pending, over TCP or pipes, are cut off. What was still
+/// queued then (to be sent, or to run in
 /// a slot) is let go and counted in one log line at level 4,
 /// "Shutdown dropped N queued messages (B bytes)"; queued calls and
 /// notifications with a callback are completed as failed. VX_SUCCESS, but for

@@ -31,6 +31,10 @@ run raw_unix bench_raw_tcp local 0 50
 run raw_unix_poll bench_raw_tcp local 1 50
 run zmq_tcp bench_zmq tcp 0 50
 run zmq_ipc bench_zmq local 0 50
+# One process with 100 idle sessions, over TCP and over pipes: its CPU time.
+echo "running idle ..."
+BENCH_TRANSPORT=tcp timeout 600 "$bin/bench_vxbus" idle >"$out/idle.tsv"
+BENCH_TRANSPORT=local timeout 600 "$bin/bench_vxbus" idle >>"$out/idle.tsv"
 # The one-way rate alone, three times each, for its run-to-run spread.
 for peer in vxbus zmq; do
   : >"$out/${peer}_notify3.tsv"
@@ -44,7 +48,7 @@ done
 awk -v plotdir="$out" -f bench/table.awk \
   "$out"/{vxbus_tcp,vxbus_tcp_nospin,vxbus_pipe,vxbus_pipe_nospin,raw_tcp,raw_tcp_poll}.tsv \
   "$out"/{raw_unix,raw_unix_poll,zmq_tcp,zmq_ipc}.tsv \
-  "$out"/{vxbus,zmq}_notify3.tsv | tee "$out/table.md"
+  "$out"/{vxbus,zmq}_notify3.tsv "$out/idle.tsv" | tee "$out/table.md"
 gnuplot -e "dir='$out'; output='$out/bench.svg'" bench/plot.gp
 echo "load after the run: $(cut -d' ' -f1-3 /proc/loadavg)"
 echo "table: $out/table.md, plot: $out/bench.svg"

@@ -52,7 +52,10 @@ std::size_t MaxLocalPipeNameLength();
 
 // The client's side: opens `inName` for writing, then `outName` for reading.
 // Fails at once when nobody listens on a name; waits up to 10 s while the
-// listener is busy with another client. Owned by the caller, or null.
+// listener is busy with another client. The clients of one process open
+// their halves one at a time, so that a listener that pairs halves by
+// process (local_pipe_listener.h) pairs them in order. Owned by the caller,
+// or null.
 LocalPipe* ConnectLocalPipe(const std::string& inName, const std::string& outName);
 
 // Closes both streams without a flush; the peer's next read or write fails.

@@ -171,8 +171,8 @@ _tag_VX_ERROR VXShutdown(void) {
   if (context.initCount.load() == 0) return VX_SUCCESS;
   if (context.initCount.fetch_sub(1) != 1) return VX_SUCCESS;
 
-  // Writers leave the registry on the flag within their 200 ms poll, mostly
-  // long before the sessions are visited below, while their readers may sit
+  // Writers leave the registry once their sessions are stopped below, or on
+  // the flag within their poll, while their readers may sit
   // in a 5 s channel wait. So the sessions are taken while the flag is set,
   // under the registry lock: a reader registered later sees the flag at the
   // top of its loop and ends by itself. Unjoined, a reader would outlive the

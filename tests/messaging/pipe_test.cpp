@@ -3,6 +3,8 @@
 // between two rounds or during a handshake, and a connect then fails at
 // once: clients try again, and so do these tests, within a bound.
 #include <algorithm>
+#include <chrono>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -11,8 +13,10 @@
 #include "session/session_registry.h"
 #include "support/channel_pair.h"
 #include "support/context.h"
+#include "support/half_open_pipe.h"
 #include "support/log_capture.h"
 #include "transport/pipe_channel.h"
+#include "transport/pipe_name.h"
 
 namespace vxbus {
 namespace testing {
@@ -61,9 +65,12 @@ TEST_F(PipeSessionTest, ALongNameCarriesALargeListAndOverTheLimitPipesCloseWitho
   VXCloseHandle(reply);
   VXCloseHandle(list);
 
-  // The last line the listener writes about this process's session.
-  ASSERT_FALSE(
-      listener.ExpectSeen("log 8 Startup completed for " + testing::Context().ownAppId).empty());
+  // The last lines the listener writes about the two sessions, whose
+  // handshakes ran on threads of their own and may end in either order.
+  for (const std::string& client : {other.AppId(), testing::Context().ownAppId}) {
+    ASSERT_FALSE(listener.ExpectSeen("log 8 Application connected:" + client).empty());
+    ASSERT_FALSE(listener.ExpectSeen("log 8 Startup completed for " + client).empty());
+  }
   const std::size_t linesBefore = listener.Lines().size();
   ChannelRef channel;
   ASSERT_TRUE(
@@ -75,6 +82,32 @@ TEST_F(PipeSessionTest, ALongNameCarriesALargeListAndOverTheLimitPipesCloseWitho
   EXPECT_EQ(listener.Expect("counters ").rfind("counters 2 ", 0), 0u);
   for (std::size_t i = linesBefore; i < listener.Lines().size(); ++i)
     EXPECT_NE(listener.Lines()[i].rfind("log ", 0), 0u) << listener.Lines()[i];
+}
+
+// Clients of forty processes that come together all get in on their first
+// try, although one that connected before them stays silent: its handshake
+// holds a thread of its own, not the listener.
+TEST_F(PipeSessionTest, FortyClientsAtOnceAllGetInOnTheirFirstTryBesideASilentOne) {
+  const std::string pipe = UniquePipeName("crowd");
+  Peer listener(PipePeer("crowd", pipe, 64));
+  ASSERT_TRUE(listener.Ready());
+  std::vector<std::unique_ptr<Peer>> clients;
+  for (int i = 0; i < 40; ++i) {
+    PeerOptions options = PipePeer("client" + std::to_string(i), "");
+    options.quiet = true;
+    clients.push_back(std::make_unique<Peer>(options));
+    ASSERT_TRUE(clients.back()->Ready());
+  }
+  ChannelRef silent;
+  ASSERT_TRUE(
+      WaitUntil([&] { return (silent = ConnectPipeChannel(pipe, ChannelLimits())).IsValid(); }));
+  const auto start = std::chrono::steady_clock::now();
+  for (auto& client : clients)
+    client->Send("connect-pipe " + pipe);
+  for (auto& client : clients)  // each waits up to 15 s
+    EXPECT_EQ(client->Expect("connect-result "), "connect-result 0 " + listener.AppId());
+  EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(20))
+      << "goal: a few seconds";
 }
 
 // The line that a listener on `pipe` writes when its pipes can't be made,
@@ -124,6 +157,18 @@ TEST_F(PipeListenerTest, ASecondProcessOnATakenNameSaysSoOnceAndQuitsAtOnce) {
   EXPECT_EQ(exitCode, 0);
   EXPECT_EQ(second.CountLines(CreateFailedLine(pipe)), 1);
   EXPECT_EQ(log_.Count(kLogCritical, "ConnThread Pipe. create pipe", true), 0);
+}
+
+// A client that holds only the "_in" pipe holds up nobody else: a client
+// of another process gets in on its first try meanwhile.
+TEST_F(PipeSessionTest, AHalfOpenClientHoldsUpNoOtherClient) {
+  const std::string pipe = UniquePipeName("halfway");
+  Peer listener(PipePeer("halfway", pipe)), other(PipePeer("other", ""));
+  ASSERT_TRUE(listener.Ready() && other.Ready());
+  HalfOpenPipe half;
+  ASSERT_TRUE(WaitUntil([&] { return half.Open(SystemPipeName(pipe + "_in")); }));
+  other.Send("connect-pipe " + pipe);
+  EXPECT_EQ(other.Expect("connect-result "), "connect-result 0 " + listener.AppId());
 }
 
 }  // namespace

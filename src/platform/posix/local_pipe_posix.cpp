@@ -16,8 +16,12 @@
 #include <chrono>
 #include <cstddef>
 #include <cstring>
+#include <mutex>
 #include <new>
+#include <vector>
 
+#include "platform/local_pipe_listener.h"
+#include "platform/pending_pipe_halves.h"
 #include "platform/posix/gather_posix.h"
 #include "platform/posix/poll_posix.h"
 
@@ -90,23 +94,24 @@ LocalPipe* MakePipe(int readFd, int writeFd) {
   return pipe;
 }
 
-// A backlog of 0 lets one client wait to be taken; a second one waits in
-// its connect until the round ends, and then fails. On failure `*error` gets
-// the reason: EADDRINUSE while another process listens on the name.
-int OpenListener(const std::string& name, int* error) {
+// A round's backlog of 0 lets one client wait to be taken; a second one
+// waits in its connect until the round ends, and then fails. On failure
+// `*error` gets the reason: EADDRINUSE while another process listens on the
+// name.
+int OpenListener(const std::string& name, int* error, int backlog = 0, int flags = 0) {
   sockaddr_un address;
   socklen_t length = 0;
   if (!MakeAddress(name, &address, &length)) {
     *error = ENAMETOOLONG;
     return -1;
   }
-  int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+  int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | flags, 0);
   if (fd < 0) {
     *error = errno;
     return -1;
   }
   if (::bind(fd, reinterpret_cast<const sockaddr*>(&address), length) != 0 ||
-      ::listen(fd, 0) != 0) {
+      ::listen(fd, backlog) != 0) {
     *error = errno;
     ::close(fd);
     return -1;
@@ -265,11 +270,151 @@ void IdleLocalPipeRound(std::int64_t waitMs, const std::atomic<bool>* stop) {
   WaitForFirstHalf(-1, waitMs, stop);
 }
 
+// Both names, kept from open to close; non-blocking, so that the accepts of
+// one wake take what is queued and no more.
+class LocalPipeListener {
+ public:
+  LocalPipeListener(int inFd, int outFd) : inFd(inFd), outFd(outFd) {}
+  ~LocalPipeListener() {
+    std::vector<int> halves;
+    pending.TakeAll(&halves);
+    for (int fd : halves)
+      ::close(fd);
+    ::close(inFd);
+    ::close(outFd);
+  }
+  LocalPipeListener(const LocalPipeListener&) = delete;
+  LocalPipeListener& operator=(const LocalPipeListener&) = delete;
+
+  const int inFd;
+  const int outFd;
+  PendingPipeHalves<int> pending;
+};
+
+namespace {
+
+// Room for a burst of clients, as a TCP listener has.
+constexpr int kLastingBacklog = 128;
+
+std::uint32_t ClientOf(int fd) {
+  const pid_t pid = PeerProcess(fd);
+  return pid < 0 ? 0 : static_cast<std::uint32_t>(pid);
+}
+
+// A half whose client has closed it, or gone, is no use to pair.
+bool StillOpen(int fd) {
+  pollfd entry{fd, POLLRDHUP, 0};
+  return ::poll(&entry, 1, 0) == 0;
+}
+
+void CloseAll(const std::vector<int>& fds) {
+  for (int fd : fds)
+    ::close(fd);
+}
+
+// Takes every "in" half queued now. Each client's "in" was queued before it
+// opened "out", so after this an "out" finds the "in" of its client.
+void TakeInHalves(LocalPipeListener& listener, std::int64_t halfWaitMs) {
+  const auto deadline = std::chrono::steady_clock::now() +
+                        std::chrono::milliseconds(std::max<std::int64_t>(halfWaitMs, 0));
+  for (;;) {
+    int fd = AcceptOne(listener.inFd);
+    if (fd < 0) return;
+    if (!listener.pending.Add(fd, ClientOf(fd), deadline)) ::close(fd);
+  }
+}
+
+// Takes queued "out" halves until one pairs with a waiting "in" half of its
+// process; an "out" with none is closed. Null when none is queued any more.
+LocalPipe* PairOutHalf(LocalPipeListener& listener, std::uint32_t* client) {
+  for (;;) {
+    int outFd = AcceptOne(listener.outFd);
+    if (outFd < 0) return nullptr;
+    const std::uint32_t process = ClientOf(outFd);
+    int inFd = -1;
+    std::vector<int> gone;
+    const bool paired = listener.pending.Take(process, StillOpen, &inFd, &gone);
+    CloseAll(gone);
+    if (!paired) {
+      ::close(outFd);
+      continue;
+    }
+    SetBuffers(inFd);
+    SetBuffers(outFd);
+    if (client != nullptr) *client = process;
+    return MakePipe(inFd, outFd);
+  }
+}
+
+}  // namespace
+
+LocalPipeListener* OpenLocalPipeListener(const std::string& inName, const std::string& outName,
+                                         int* createError) {
+  int error = 0;
+  if (createError != nullptr) *createError = 0;
+  int outFd = OpenListener(outName, &error, kLastingBacklog, SOCK_NONBLOCK);
+  int inFd = outFd < 0 ? -1 : OpenListener(inName, &error, kLastingBacklog, SOCK_NONBLOCK);
+  if (inFd < 0) {
+    CloseFd(outFd);
+    if (createError != nullptr) *createError = error;
+    return nullptr;
+  }
+  auto* listener = new (std::nothrow) LocalPipeListener(inFd, outFd);
+  if (listener == nullptr) {
+    ::close(inFd);
+    ::close(outFd);
+    if (createError != nullptr) *createError = ENOMEM;
+  }
+  return listener;
+}
+
+LocalPipe* AcceptFromLocalPipeListener(LocalPipeListener* listener, std::int64_t waitMs,
+                                       std::int64_t halfWaitMs, const std::atomic<bool>* stop,
+                                       std::uint32_t* client) {
+  using Clock = std::chrono::steady_clock;
+  if (listener == nullptr) return nullptr;
+  const bool forever = waitMs < 0;
+  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(forever ? 0 : waitMs);
+  for (;;) {
+    if (Stopped(stop)) return nullptr;
+    std::vector<int> expired;
+    const std::int64_t nextExpiry = listener->pending.TakeExpired(Clock::now(), &expired);
+    CloseAll(expired);
+    TakeInHalves(*listener, halfWaitMs);
+    if (LocalPipe* pipe = PairOutHalf(*listener, client)) return pipe;
+    std::int64_t step = kStopCheckMs;
+    if (!forever) {
+      const auto left =
+          std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+      if (left <= 0) return nullptr;
+      step = std::min<std::int64_t>(step, left);
+    }
+    if (nextExpiry >= 0) step = std::min(step, nextExpiry);
+    pollfd entries[3] = {
+        {listener->inFd, POLLIN, 0}, {listener->outFd, POLLIN, 0}, {AcceptWakeFd(), POLLIN, 0}};
+    const int result = ::poll(entries, 3, static_cast<int>(step));
+    if (result < 0 && errno != EINTR) return nullptr;
+    if (result > 0 && entries[2].revents != 0) {
+      TakeAcceptWake();
+      return nullptr;
+    }
+  }
+}
+
+void CloseLocalPipeListener(LocalPipeListener* listener) {
+  delete listener;
+}
+
 std::size_t MaxLocalPipeNameLength() {
   return sizeof sockaddr_un::sun_path - 1;  // after the zero byte of an abstract name
 }
 
+// One client of this process at a time opens its two halves, so that a
+// lasting listener, which pairs halves by process, pairs this process's in
+// the order they came.
 LocalPipe* ConnectLocalPipe(const std::string& inName, const std::string& outName) {
+  static std::mutex oneClientAtATime;
+  std::lock_guard<std::mutex> lock(oneClientAtATime);
   int inConnection = ConnectTo(inName);
   if (inConnection < 0) return nullptr;
   int outConnection = ConnectTo(outName);

@@ -9,9 +9,13 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <mutex>
 #include <new>
+#include <vector>
 
 #include "platform/local_pipe.h"
+#include "platform/local_pipe_listener.h"
+#include "platform/pending_pipe_halves.h"
 
 namespace vxbus {
 namespace platform {
@@ -178,10 +182,19 @@ bool AwaitSameClient(HANDLE out, HANDLE in, std::int64_t waitMs, const std::atom
   }
 }
 
+// Another client may take the instance that the wait saw free: the wait
+// and the open are then tried again, within the same 10 s.
 HANDLE OpenClientEnd(const std::string& name, DWORD access, DWORD flags) {
+  using Clock = std::chrono::steady_clock;
   const std::string path = PipePath(name);
-  if (!::WaitNamedPipeA(path.c_str(), kConnectWaitMs)) return INVALID_HANDLE_VALUE;
-  return ::CreateFileA(path.c_str(), access, 0, nullptr, OPEN_EXISTING, flags, nullptr);
+  const auto giveUp = Clock::now() + std::chrono::milliseconds(kConnectWaitMs);
+  for (;;) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(giveUp - Clock::now()).count();
+    if (left <= 0 || !::WaitNamedPipeA(path.c_str(), static_cast<DWORD>(left)))
+      return INVALID_HANDLE_VALUE;
+    HANDLE end = ::CreateFileA(path.c_str(), access, 0, nullptr, OPEN_EXISTING, flags, nullptr);
+    if (end != INVALID_HANDLE_VALUE || ::GetLastError() != ERROR_PIPE_BUSY) return end;
+  }
 }
 
 // A name stays open to further instances in any process, so a second
@@ -254,14 +267,227 @@ void IdleLocalPipeRound(std::int64_t waitMs, const std::atomic<bool>* stop) {
   ::CloseHandle(never);
 }
 
+// Both names, each with one instance that waits for the next client in an
+// overlapped connect; an instance that a client took is replaced at once, so
+// the next client finds one while this one is paired and served.
+class LocalPipeListener {
+ public:
+  // One name's waiting instance and its connect.
+  struct WaitingEnd {
+    std::string name;
+    DWORD openMode = 0;
+    HANDLE instance = INVALID_HANDLE_VALUE;
+    HANDLE event = nullptr;  // manual reset; set when a client has come
+    OVERLAPPED overlapped{};
+    bool connecting = false;  // the overlapped connect is under way
+  };
+
+  ~LocalPipeListener() {
+    for (WaitingEnd* end : {&in, &out}) {
+      DropInstance(*end);
+      if (end->event != nullptr) ::CloseHandle(end->event);
+    }
+    std::vector<HANDLE> halves;
+    pending.TakeAll(&halves);
+    pendingOut.TakeAll(&halves);
+    for (HANDLE half : halves)
+      ::CloseHandle(half);
+  }
+
+  // Closes the waiting instance; a connect under way is cancelled first, as
+  // its record must outlive it.
+  static void DropInstance(WaitingEnd& end) {
+    if (end.instance == INVALID_HANDLE_VALUE) return;
+    if (end.connecting) {
+      ::CancelIo(end.instance);
+      DWORD ignored = 0;
+      ::GetOverlappedResult(end.instance, &end.overlapped, &ignored, TRUE);
+    }
+    ::CloseHandle(end.instance);
+    end.instance = INVALID_HANDLE_VALUE;
+    end.connecting = false;
+  }
+
+  WaitingEnd in;
+  WaitingEnd out;
+  // "in" halves, and "out" halves seen before their "in": a client opens "in"
+  // first, but the two connects may be reported here the other way round.
+  PendingPipeHalves<HANDLE> pending;
+  PendingPipeHalves<HANDLE> pendingOut;
+};
+
+namespace {
+
+// Makes a new waiting instance, if there is none, and starts its connect; a
+// client that came between the two shows as a set event. False when no
+// instance could be made; the next look tries again.
+bool AwaitNextClient(LocalPipeListener::WaitingEnd& end) {
+  if (end.instance != INVALID_HANDLE_VALUE) return true;
+  end.instance = CreateListeningEnd(end.name, end.openMode);
+  if (end.instance == INVALID_HANDLE_VALUE) return false;
+  ::ResetEvent(end.event);
+  end.overlapped = OVERLAPPED{};
+  end.overlapped.hEvent = end.event;
+  if (!::ConnectNamedPipe(end.instance, &end.overlapped)) {
+    const DWORD error = ::GetLastError();
+    if (error == ERROR_IO_PENDING) {
+      end.connecting = true;
+      return true;
+    }
+    if (error != ERROR_PIPE_CONNECTED) {
+      LocalPipeListener::DropInstance(end);
+      return false;
+    }
+  }
+  ::SetEvent(end.event);
+  return true;
+}
+
+// The instance that a client has taken, handed over to the caller, or
+// INVALID_HANDLE_VALUE when none has come.
+HANDLE TakeConnected(LocalPipeListener::WaitingEnd& end) {
+  if (end.instance == INVALID_HANDLE_VALUE || ::WaitForSingleObject(end.event, 0) != WAIT_OBJECT_0)
+    return INVALID_HANDLE_VALUE;
+  DWORD ignored = 0;
+  const bool connected =
+      !end.connecting || ::GetOverlappedResult(end.instance, &end.overlapped, &ignored, FALSE);
+  end.connecting = false;
+  HANDLE taken = end.instance;
+  end.instance = INVALID_HANDLE_VALUE;
+  ::ResetEvent(end.event);
+  if (connected) return taken;
+  ::CloseHandle(taken);
+  return INVALID_HANDLE_VALUE;
+}
+
+std::uint32_t ClientOf(HANDLE instance) {
+  ULONG process = 0;
+  return ::GetNamedPipeClientProcessId(instance, &process) ? process : 0;
+}
+
+// A half whose client has closed it is no use to pair.
+bool StillOpen(HANDLE half) {
+  return ::PeekNamedPipe(half, nullptr, 0, nullptr, nullptr, nullptr) != 0;
+}
+
+void CloseAll(const std::vector<HANDLE>& handles) {
+  for (HANDLE handle : handles)
+    ::CloseHandle(handle);
+}
+
+}  // namespace
+
+LocalPipeListener* OpenLocalPipeListener(const std::string& inName, const std::string& outName,
+                                         int* createError) {
+  if (createError != nullptr) *createError = 0;
+  auto* listener = new (std::nothrow) LocalPipeListener;
+  if (listener == nullptr) {
+    if (createError != nullptr) *createError = ERROR_NOT_ENOUGH_MEMORY;
+    return nullptr;
+  }
+  listener->in.name = inName;
+  listener->in.openMode = PIPE_ACCESS_INBOUND | FILE_FLAG_OVERLAPPED;
+  listener->out.name = outName;
+  listener->out.openMode = PIPE_ACCESS_OUTBOUND | FILE_FLAG_OVERLAPPED;
+  DWORD error = 0;
+  for (LocalPipeListener::WaitingEnd* end : {&listener->in, &listener->out}) {
+    end->event = ::CreateEventA(nullptr, TRUE, FALSE, nullptr);
+    if (end->event == nullptr) error = ::GetLastError();
+  }
+  // The first instance of "in" tells whether another process holds the name.
+  if (error == 0) {
+    listener->in.instance = CreateListeningEnd(inName, listener->in.openMode);
+    if (listener->in.instance == INVALID_HANDLE_VALUE)
+      error = ::GetLastError();
+    else if (HeldElsewhere(listener->in.instance))
+      error = ERROR_ALREADY_EXISTS;
+    LocalPipeListener::DropInstance(listener->in);
+  }
+  if (error == 0 && (!AwaitNextClient(listener->in) || !AwaitNextClient(listener->out)))
+    error = ::GetLastError();
+  if (error != 0) {
+    delete listener;
+    if (createError != nullptr) *createError = static_cast<int>(error);
+    return nullptr;
+  }
+  return listener;
+}
+
+LocalPipe* AcceptFromLocalPipeListener(LocalPipeListener* listener, std::int64_t waitMs,
+                                       std::int64_t halfWaitMs, const std::atomic<bool>* stop,
+                                       std::uint32_t* client) {
+  using Clock = std::chrono::steady_clock;
+  if (listener == nullptr) return nullptr;
+  const bool forever = waitMs < 0;
+  const Clock::time_point deadline = Clock::now() + std::chrono::milliseconds(forever ? 0 : waitMs);
+  for (;;) {
+    if (Stopped(stop)) return nullptr;
+    std::vector<HANDLE> closed;
+    const auto now = Clock::now();
+    std::int64_t nextExpiry = listener->pending.TakeExpired(now, &closed);
+    const std::int64_t nextOutExpiry = listener->pendingOut.TakeExpired(now, &closed);
+    if (nextExpiry < 0 || (nextOutExpiry >= 0 && nextOutExpiry < nextExpiry))
+      nextExpiry = nextOutExpiry;
+    const auto halfDeadline =
+        now + std::chrono::milliseconds(std::max<std::int64_t>(halfWaitMs, 0));
+    auto anyOut = [](HANDLE) { return true; };  // a gone client fails the handshake
+    HANDLE pairedIn = INVALID_HANDLE_VALUE, pairedOut = INVALID_HANDLE_VALUE;
+    std::uint32_t process = 0;
+    HANDLE in = TakeConnected(listener->in);
+    if (in != INVALID_HANDLE_VALUE) {
+      process = ClientOf(in);
+      if (listener->pendingOut.Take(process, anyOut, &pairedOut, &closed))
+        pairedIn = in;
+      else if (!listener->pending.Add(in, process, halfDeadline))
+        closed.push_back(in);
+    }
+    HANDLE out =
+        pairedIn == INVALID_HANDLE_VALUE ? TakeConnected(listener->out) : INVALID_HANDLE_VALUE;
+    if (out != INVALID_HANDLE_VALUE) {
+      process = ClientOf(out);
+      if (listener->pending.Take(process, StillOpen, &pairedIn, &closed))
+        pairedOut = out;
+      else if (!listener->pendingOut.Add(out, process, halfDeadline))
+        closed.push_back(out);
+    }
+    CloseAll(closed);
+    AwaitNextClient(listener->in);
+    AwaitNextClient(listener->out);
+    if (pairedIn != INVALID_HANDLE_VALUE) {
+      if (client != nullptr) *client = process;
+      return MakePipe(pairedIn, pairedOut, true);
+    }
+    if (in != INVALID_HANDLE_VALUE || out != INVALID_HANDLE_VALUE) continue;  // look again at once
+    std::int64_t step = kStopPollMs;
+    if (!forever) {
+      const auto left =
+          std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+      if (left <= 0) return nullptr;
+      step = std::min<std::int64_t>(step, left);
+    }
+    if (nextExpiry >= 0) step = std::min(step, nextExpiry);
+    const HANDLE events[] = {listener->in.event, listener->out.event, AcceptWakeEvent()};
+    if (::WaitForMultipleObjects(3, events, FALSE, static_cast<DWORD>(step)) == WAIT_OBJECT_0 + 2)
+      return nullptr;  // woken: the caller looks at its stop flag
+  }
+}
+
+void CloseLocalPipeListener(LocalPipeListener* listener) {
+  delete listener;
+}
+
 // The whole path "\\.\pipe\<name>" may have 256 characters.
 std::size_t MaxLocalPipeNameLength() {
   return 256 - PipePath("").size();
 }
 
 // "in" first, as the listener waits for it first; only "out", which this
-// side reads, is overlapped.
+// side reads, is overlapped. One client of this process at a time opens its
+// two halves, so that a lasting listener, which pairs halves by process,
+// pairs this process's in the order they came.
 LocalPipe* ConnectLocalPipe(const std::string& inName, const std::string& outName) {
+  static std::mutex oneClientAtATime;
+  std::lock_guard<std::mutex> lock(oneClientAtATime);
   HANDLE in = OpenClientEnd(inName, GENERIC_WRITE, 0);
   if (in == INVALID_HANDLE_VALUE) return nullptr;
   HANDLE out = OpenClientEnd(outName, GENERIC_READ, FILE_FLAG_OVERLAPPED);
