@@ -103,12 +103,6 @@ class GatedSlotTest : public BusTest {
     }));
   }
 
-  // The session is out of the registry once both its threads are past their
-  // loops: the writer erases it after the reader's end.
-  static bool WaitForSessionEnd(const Peer& peer) {
-    return WaitUntil([&] { return !g_applications.Find(peer.AppId().c_str()).IsValid(); });
-  }
-
   SlotGate gate_;
 };
 
@@ -119,7 +113,7 @@ bool SameCounts(const VXObjectCounters& a, const VXObjectCounters& b) {
          a.paramLists == b.paramLists;
 }
 
-TEST_F(DeadPeerTest, PeerKilledMidCallLeavesNothingAndTheNextPeerIsServedAtOnce) {
+TEST_F(DeadPeerTest, APeerKilledMidCallHoldsUpNoNextPeer) {
   Peer doomed(TcpPeer("doomed")), next(TcpPeer("next"));
   ASSERT_TRUE(doomed.Ready() && next.Ready());
   const VXObjectCounters start = DEBUG_VXObjectCount();
@@ -144,7 +138,7 @@ TEST_F(DeadPeerTest, PeerKilledMidCallLeavesNothingAndTheNextPeerIsServedAtOnce)
   HoldPeerInGatedSlot(doomed, kRequests, false);
 
   doomed.Kill();
-  ASSERT_TRUE(WaitForSessionEnd(doomed));
+  ASSERT_TRUE(WaitForSessionEnd(doomed.AppId()));
   EXPECT_EQ(VXNotify(doomed.AppId().c_str(), 1, VX_INVALID_PARAMLIST, nullptr, nullptr),
             VX_ERROR_NO_APPLICATION);
   gate_.Open(true);
@@ -167,7 +161,7 @@ TEST_F(DeadPeerTest, PeerKilledMidCallLeavesNothingAndTheNextPeerIsServedAtOnce)
   EXPECT_EQ(done_.nullOutputs + done_.emptyOutputs, kNotifications);
 }
 
-TEST_F(DeadPeerTest, PeerKilledInsideItsSlotHasItsSocketClosedAndItsRepliesAndCallsDropped) {
+TEST_F(DeadPeerTest, APeerKilledInsideItsSlotHasItsQueuedWorkDropped) {
   LogCapture log(kLogWarning);
   Peer doomed(TcpPeer("doomed"));
   ASSERT_TRUE(doomed.Ready());
@@ -178,7 +172,7 @@ TEST_F(DeadPeerTest, PeerKilledInsideItsSlotHasItsSocketClosedAndItsRepliesAndCa
   constexpr int kCalls = 5;  // each wants a reply
   HoldPeerInGatedSlot(doomed, kCalls, true);
   doomed.Kill();
-  ASSERT_TRUE(WaitForSessionEnd(doomed));
+  ASSERT_TRUE(WaitForSessionEnd(doomed.AppId()));
   // Both session threads end and the socket is closed, though the call in
   // the slot still holds the session.
   EXPECT_TRUE(threads < 0 || WaitUntil([&] { return CountThreads() == threads; }));
@@ -235,7 +229,7 @@ class FloodTest : public GatedSlotTest {
   VXLimits limits_{};
 };
 
-TEST_F(FloodTest, BothQueuesStayBoundedAndShutdownCountsWhatItDrops) {
+TEST_F(FloodTest, AFloodIsHeldWithinBothQueueBoundsToTheEnd) {
   PeerOptions options = TcpPeer("flooder");
   options.sendQueueBytes = kPeerSendQueueBytes;
   Peer peer(options);
@@ -357,8 +351,7 @@ TEST_F(KilledFlooderTest, SessionEndsWhileItsReaderWaitsForRoom) {
   }));
 
   flooder.Kill();
-  EXPECT_TRUE(WaitUntil([&] { return !g_applications.Find(flooder.AppId().c_str()).IsValid(); },
-                        std::chrono::seconds(3)));
+  EXPECT_TRUE(WaitForSessionEnd(flooder.AppId(), std::chrono::seconds(3)));
   gate_.Open(true);
   EXPECT_TRUE(WaitUntil([] { return DEBUG_VXObjectCount().messages == 0; }));
   EXPECT_EQ(gate_.runs, 1u);
