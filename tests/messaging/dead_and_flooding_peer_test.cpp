@@ -233,7 +233,6 @@ TEST_F(FloodTest, AFloodIsHeldWithinBothQueueBoundsToTheEnd) {
   PeerOptions options = TcpPeer("flooder");
   options.sendQueueBytes = kPeerSendQueueBytes;
   Peer peer(options);
-  ASSERT_TRUE(peer.Ready());
   ASSERT_EQ(Connect(peer), VX_SUCCESS);
 
   // While the slot is shut, the reader stops at the bound and the peer's
@@ -335,7 +334,6 @@ TEST_F(KilledFlooderTest, SessionEndsWhileItsReaderWaitsForRoom) {
   GTEST_SKIP() << "Winsock tells the end of a stream only to a read that reaches it";
 #endif
   Peer flooder(TcpPeer("flooder"));
-  ASSERT_TRUE(flooder.Ready());
   ASSERT_EQ(Connect(flooder), VX_SUCCESS);
   flooder.Send(FloodCommand(kGatedSlot, 45, kPayloadBytes));
   ASSERT_NE(flooder.Expect("notify-result "), "");
@@ -386,7 +384,6 @@ TEST_F(ReceiverMemoryTest, ResidentSizeStaysWithinTheShareUnderAFlood) {
   PeerOptions options = TcpPeer("receiver");
   options.dispatchQueueBytes = kReceiverQueueBytes;
   Peer receiver(options);
-  ASSERT_TRUE(receiver.Ready());
   ASSERT_EQ(Connect(receiver), VX_SUCCESS);
   const long long before = Resident(receiver);
 

@@ -207,7 +207,6 @@ TEST_F(DeadlineTest, ThousandsOfAbandonedCallsLeaveNothingOnceAnswered) {
 // session and its own slots.
 TEST_F(DeadlineTest, ASlowSlotOfAPeerMissesTheDeadlineWithoutEndingTheSession) {
   Peer peer(TcpPeer("slow"));
-  ASSERT_TRUE(peer.Ready());
   ASSERT_EQ(Connect(peer), VX_SUCCESS);
   const char* to = peer.AppId().c_str();
   const auto start = std::chrono::steady_clock::now();
@@ -252,7 +251,6 @@ TEST_F(DeadlineTest, ASlowSlotOfAPeerMissesTheDeadlineWithoutEndingTheSession) {
 // session's channel and address, and a slot that serves it only on request.
 TEST_F(DeadlineTest, BusInfoDescribesThisProcess) {
   Peer peer(TcpPeer("subscriber"));
-  ASSERT_TRUE(peer.Ready());
   ASSERT_EQ(Connect(peer), VX_SUCCESS);
   ASSERT_EQ(VXRegisterSignal("opened"), VX_SUCCESS);
   ASSERT_EQ(VXRegisterSignal("closed"), VX_SUCCESS);
