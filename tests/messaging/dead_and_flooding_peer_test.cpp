@@ -1,11 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A peer whose work waits in a slot of this process that is held shut: a
-// peer killed meanwhile ends its session at once, costs nothing afterwards and
-// holds up no next peer; a flooding peer is held within both queue bounds and
-// its share, loses nothing while the session lives, holds up no honest peer,
-// ends its session when killed even while its reader waits for room, and a
-// shutdown counts what it drops. A flooded receiver's memory stays within its
-// bound.
+// Peers whose work waits in a slot of this process that is held shut: killed
+// meanwhile, or flooding it; and a receiver flooded from this process.
 #include <algorithm>
 #include <atomic>
 #include <chrono>
