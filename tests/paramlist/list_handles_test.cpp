@@ -89,7 +89,7 @@ TEST_F(ListHandles, ParentKeepsItsChildrenAlive) {
   VXCloseHandle(child);
 }
 
-TEST_F(ListHandles, CloneCopiesTheImageAndSharesNestedLists) {
+TEST_F(ListHandles, ACloneSharesOnlyItsNestedLists) {
   ScopedList empty;
   ScopedList emptyClone(VXCloneHandle(empty));
   EXPECT_EQ(emptyClone->Data(), nullptr);
