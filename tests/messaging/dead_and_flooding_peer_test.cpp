@@ -255,6 +255,9 @@ TEST_F(FloodTest, AFloodIsHeldWithinBothQueueBoundsToTheEnd) {
   gate_.Open(false);
   peer.Send(FloodCommand());
   ASSERT_TRUE(ShareFills(peer));
+  // Held in the slot before the shutdown starts, or the dispatch thread may
+  // take the backlog as an ended session's instead.
+  ASSERT_TRUE(WaitUntil([this] { return gate_.runs.load() > kFloodCount; }));
   std::thread opener([this] {
     WaitUntil([] { return g_shuttingDown.load() && g_applications.Size() == 0; },
               std::chrono::seconds(60));
