@@ -104,7 +104,7 @@ using AdmissionTest = BusTest;
 
 // 64 silent and 16 trickling connections from ten other machines, eight
 // from each, the most that one source may have pending.
-TEST_F(AdmissionTest, SilentAndTricklingConnectionsLeaveRoomAndEndAtTheirDeadline) {
+TEST_F(AdmissionTest, SilentAndTricklingConnectionsEndAtTheirDeadline) {
   PeerOptions options = TcpPeer("guarded");
   options.ioTimeoutMs = 10000;  // the whole handshake within 5 s
   constexpr auto kDeadline = milliseconds(5001);
@@ -152,7 +152,7 @@ TEST_F(AdmissionTest, SilentAndTricklingConnectionsLeaveRoomAndEndAtTheirDeadlin
     platform::CloseSocket(socket);
 }
 
-TEST_F(AdmissionTest, WrongSecretsBackOffTheirSourceOnlyAndAreLoggedOncePerPeriod) {
+TEST_F(AdmissionTest, WrongSecretsBackOffTheirSourceOnly) {
   Peer peer(TcpPeer("guarded", kSecretHex));
   ASSERT_TRUE(peer.Ready());
   const std::string guesser = "127.0.0.2", honest = "127.0.0.3";

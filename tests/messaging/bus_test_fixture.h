@@ -8,11 +8,13 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <mutex>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "session/session_registry.h"
 #include "support/context.h"
 #include "support/peer.h"
 #include "support/wait.h"
@@ -159,6 +161,14 @@ class BusTest : public ::testing::Test {
   // A call to the peer: on return every request sent there before has run.
   static void AwaitDispatchAt(const std::string& appId) {
     VXCloseHandle(VXCall(appId.c_str(), 1, VX_INVALID_PARAMLIST));
+  }
+
+  // The session is out of the registry once both its threads are past their
+  // loops: the writer erases it after the reader's end.
+  static bool WaitForSessionEnd(const std::string& appId,
+                                std::chrono::milliseconds limit = std::chrono::seconds(10)) {
+    return WaitUntil([&] { return !testing::Context().registry.Find(appId.c_str()).IsValid(); },
+                     limit);
   }
 
   // The peer emits `signal`; on return this process has run every delivery.

@@ -65,7 +65,7 @@ class ChurnTest : public BusTest {
   std::string pipe_ = UniquePipeName("churn");
 };
 
-TEST_F(ChurnTest, SessionsComeAndGoOverTcpAndPipesWithoutLeavingAnythingBehind) {
+TEST_F(ChurnTest, ShortSessionsLeaveNothingBehind) {
   PeerOptions options = TcpPeer("server");
   options.pipe = pipe_;
   options.quiet = true;

@@ -60,9 +60,6 @@ class RawPeer {
     pair_.second->Write(frame.data(), static_cast<std::uint32_t>(frame.size()));
     if (cut != SIZE_MAX) pair_.second.Reset();
   }
-  void Write(const Bytes& bytes) {
-    pair_.second->Write(bytes.data(), static_cast<std::uint32_t>(bytes.size()));
-  }
   bool Registered() { return testing::Context().registry.Find(AppId()).IsValid(); }
 
  private:
@@ -71,17 +68,7 @@ class RawPeer {
   SessionRef session_;
 };
 
-// A callback that counts and keeps what it saw of the output.
-struct Outcomes {
-  std::atomic<int> calls{0}, nullOutputs{0}, ids{0};
-};
-_tag_VX_ERROR Count(const char*, std::uint32_t, HVXPARAMLIST, HVXPARAMLIST output, void* data) {
-  auto* outcomes = static_cast<Outcomes*>(data);
-  if (!output.value) ++outcomes->nullOutputs;
-  if (VXGetInt32Value(output, "id") == 7) ++outcomes->ids;
-  ++outcomes->calls;
-  return VX_SUCCESS;
-}
+constexpr auto Count = CountCompletion;
 
 // Looks up field `name` of the session `appId` in `info`.
 std::uint64_t SessionField(HVXPARAMLIST info, const std::string& appId, const char* name) {
@@ -124,7 +111,7 @@ TEST_F(DeadlineTest, APeerThatDiesInsideAReplyEndsOnlyTheCallsWithADeadline) {
   caller.join();
   EXPECT_EQ(reply, VX_INVALID_PARAMLIST);
 
-  Outcomes timed, untimed, ended;
+  Completions timed, untimed, ended;
   ASSERT_EQ(VXNotifyWithTimeout(notified.AppId(), 5, VX_INVALID_PARAMLIST, Count, &timed, 300),
             VX_SUCCESS);
   // Still waiting when the session ends: completed then, and off the timer.
@@ -145,14 +132,14 @@ TEST_F(DeadlineTest, APeerThatDiesInsideAReplyEndsOnlyTheCallsWithADeadline) {
 
 // A reply after the deadline is read whole and let go: the session goes on,
 // the next call on it gets its own reply, and the counts of the look inside
-// are the frames' sizes. A reply to an id never sent still ends the session.
-TEST_F(DeadlineTest, ALateReplyIsDroppedAndTheSessionGoesOnUntilAForgedOne) {
+// are the frames' sizes.
+TEST_F(DeadlineTest, ALateReplyIsDroppedWithoutEndingTheSession) {
   LogCapture log;
   RawPeer peer("raw:4/late");
   EXPECT_EQ(VXCallWithTimeout(peer.AppId(), 5, VX_INVALID_PARAMLIST, 20), VX_INVALID_PARAMLIST);
   const std::uint32_t lateCall = peer.ReadCall(5);
   EXPECT_EQ(LocalSessionField(peer.AppId(), "pendingCalls"), 1u);  // abandoned, still there
-  Outcomes outcomes;
+  Completions outcomes;
   ASSERT_EQ(VXNotifyWithTimeout(peer.AppId(), 6, VX_INVALID_PARAMLIST, Count, &outcomes, 20),
             VX_SUCCESS);
   const std::uint32_t lateNotify = peer.ReadCall(6);
@@ -179,15 +166,11 @@ TEST_F(DeadlineTest, ALateReplyIsDroppedAndTheSessionGoesOnUntilAForgedOne) {
   EXPECT_EQ(LocalSessionField(peer.AppId(), "bytesSent"), 3u * 20);
   EXPECT_EQ(log.Count(8, "Remote disconnect: \"raw:4/late\" stopped"), 0);
   EXPECT_TRUE(peer.Registered());
-
-  peer.Write(Words({lateCall + 1000, 2, 0, 0}));  // an id never sent
-  EXPECT_TRUE(WaitUntil([&] { return !peer.Registered(); }));
-  EXPECT_TRUE(log.WaitFor(8, "Remote disconnect: \"raw:4/late\" stopped"));
 }
 
 // Thousands of calls and notifications given up on leave nothing once their
 // replies came: no pending entry, no armed deadline, no message, no list.
-TEST_F(DeadlineTest, ThousandsOfAbandonedCallsLeaveNoEntryAndNoMemory) {
+TEST_F(DeadlineTest, ThousandsOfAbandonedCallsLeaveNothingOnceAnswered) {
   RawPeer peer("raw:5/slow");
   const VXObjectCounters before = DEBUG_VXObjectCount();
   constexpr int kCalls = 3000, kNotifications = 1000;
@@ -198,7 +181,7 @@ TEST_F(DeadlineTest, ThousandsOfAbandonedCallsLeaveNoEntryAndNoMemory) {
   });
   for (int i = 0; i < kCalls; ++i)
     ASSERT_EQ(VXCallWithTimeout(peer.AppId(), 5, VX_INVALID_PARAMLIST, 0), VX_INVALID_PARAMLIST);
-  Outcomes outcomes;
+  Completions outcomes;
   for (int i = 0; i < kNotifications; ++i)
     ASSERT_EQ(VXNotifyWithTimeout(peer.AppId(), 6, VX_INVALID_PARAMLIST, Count, &outcomes, 1),
               VX_SUCCESS);
@@ -223,9 +206,8 @@ TEST_F(DeadlineTest, ThousandsOfAbandonedCallsLeaveNoEntryAndNoMemory) {
 // call past its deadline, and the same session then serves calls as before.
 // The peer's look inside, asked through the slot it serves it on, tells this
 // session and its own slots.
-TEST_F(DeadlineTest, ASlowSlotOfAPeerMissesTheDeadlineAndTheSessionGoesOn) {
+TEST_F(DeadlineTest, ASlowSlotOfAPeerMissesTheDeadlineWithoutEndingTheSession) {
   Peer peer(TcpPeer("slow"));
-  ASSERT_TRUE(peer.Ready());
   ASSERT_EQ(Connect(peer), VX_SUCCESS);
   const char* to = peer.AppId().c_str();
   const auto start = std::chrono::steady_clock::now();
@@ -269,9 +251,8 @@ TEST_F(DeadlineTest, ASlowSlotOfAPeerMissesTheDeadlineAndTheSessionGoesOn) {
 
 // The look inside this process: the signals with their subscribers, the
 // session's channel and address, and a slot that serves it only on request.
-TEST_F(DeadlineTest, BusInfoTellsSignalsSubscribersAndSessions) {
+TEST_F(DeadlineTest, BusInfoDescribesThisProcess) {
   Peer peer(TcpPeer("subscriber"));
-  ASSERT_TRUE(peer.Ready());
   ASSERT_EQ(Connect(peer), VX_SUCCESS);
   ASSERT_EQ(VXRegisterSignal("opened"), VX_SUCCESS);
   ASSERT_EQ(VXRegisterSignal("closed"), VX_SUCCESS);

@@ -26,7 +26,7 @@ class LinuxWindowsTest : public BusTest {
   }
 };
 
-TEST_F(LinuxWindowsTest, CallsNotificationsAndSignalsCross) {
+TEST_F(LinuxWindowsTest, EveryKindOfRequestCrossesTheSystems) {
   const PeerOptions options = WindowsPeer("windows");
   if (!std::ifstream(options.program)) GTEST_SKIP() << "no Windows build at " << options.program;
   Peer peer(options);

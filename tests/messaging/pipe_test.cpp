@@ -24,7 +24,7 @@ namespace {
 
 using PipeSessionTest = BusTest;
 
-TEST_F(PipeSessionTest, ALongNameCarriesALargeListAndOverTheLimitPipesCloseWithoutALogLine) {
+TEST_F(PipeSessionTest, APipeSessionUnderALongNameCarriesALargeList) {
   char buffer[256] = "untouched";
   EXPECT_EQ(VXConnectEx(nullptr, "127.0.0.1", 0, buffer, sizeof buffer, nullptr, 0),
             VX_ERROR_FAILED);  // port 0 takes the pipe path, where no name is a failure
@@ -129,7 +129,7 @@ class PipeListenerTest : public BusTest {
 
 // A second process quits at once although it waits a whole round of 10 s
 // after a failed create; this process goes on taking clients.
-TEST_F(PipeListenerTest, ASecondProcessOnATakenNameSaysSoOnceAndQuitsAtOnce) {
+TEST_F(PipeListenerTest, ASecondProcessOnATakenNameQuitsAtOnce) {
   const std::string pipe = UniquePipeName("taken");
   ASSERT_EQ(VXStartListeners(pipe.c_str(), nullptr, 0), VX_SUCCESS);
   // A client that names nobody shows that the listener is up; its failure

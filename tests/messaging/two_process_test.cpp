@@ -47,7 +47,7 @@ TEST_F(TwoProcessTest, AWaitForALineThatNeverComesFailsAtOnceWithTheLinesSeen) {
   EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(50));
 }
 
-TEST_F(TwoProcessTest, HandshakeComparesSecretBlocksAndRefusesASecondSession) {
+TEST_F(TwoProcessTest, AHandshakeAdmitsOneSessionPerPeerWithTheRightSecret) {
   Peer open(TcpPeer("open")), guarded(TcpPeer("guarded", "616263"));
   Peer padded(TcpPeer("padded", "61626300"));
   ASSERT_TRUE(open.Ready() && guarded.Ready() && padded.Ready());
@@ -70,7 +70,7 @@ TEST_F(TwoProcessTest, HandshakeComparesSecretBlocksAndRefusesASecondSession) {
   EXPECT_NE(guarded.Expect("authfailed ").find(padded.AppId()), std::string::npos);
 }
 
-TEST_F(TwoProcessTest, CallsAndNotificationsRunBothWaysThroughAThirdProcessAndAHolder) {
+TEST_F(TwoProcessTest, RequestsReachTheirSlotsEveryWay) {
   Peer front(TcpPeer("front")), back(TcpPeer("back"));
   ASSERT_TRUE(front.Ready() && back.Ready());
   ASSERT_EQ(Connect(front), VX_SUCCESS);
@@ -141,8 +141,7 @@ TEST_F(TwoProcessTest, CallsAndNotificationsRunBothWaysThroughAThirdProcessAndAH
   EXPECT_NE(reply.value, nullptr);
   VXCloseHandle(reply);
   EXPECT_NE(back.Expect("disconnected " + testing::Context().ownAppId), "");
-  EXPECT_TRUE(WaitUntil(
-      [&back] { return !testing::Context().registry.Find(back.AppId().c_str()).IsValid(); }));
+  EXPECT_TRUE(WaitForSessionEnd(back.AppId()));
   EXPECT_EQ(holder.Call(1, VX_INVALID_PARAMLIST).value, nullptr);
   EXPECT_EQ(holder.getName(), back.AppId()) << "the original still holds the name";
 }
@@ -155,10 +154,13 @@ int SubscriberCount(const std::string& signal) {
                                                             : static_cast<int>(it->second.size());
 }
 
-TEST_F(SignalTest, NullNameAnswersZeroAndEmissionWithoutSubscribersCallsBackAtOnce) {
+TEST_F(SignalTest, ANullNameRegistersNothing) {
   const std::size_t before = testing::Context().signalTable.signals.size();
   EXPECT_EQ(VXRegisterSignal(nullptr), VX_SUCCESS);
   EXPECT_EQ(testing::Context().signalTable.signals.size(), before);
+}
+
+TEST_F(SignalTest, AnEmissionWithoutSubscribersCompletesAtOnce) {
   ASSERT_EQ(VXRegisterSignal("lonely"), VX_SUCCESS);
   EXPECT_EQ(VXEmit("lonely", VX_INVALID_PARAMLIST, CountCompletion, &done_), VX_SUCCESS);
   EXPECT_EQ(done_.calls, 1);
@@ -177,7 +179,7 @@ void NoteSubscribers(const char*, const char*, std::int32_t, const char*) {
   g_multiSubscribersThen = SubscriberCount("multi");
 }
 
-TEST_F(SignalTest, EmissionsKeepSubscriptionOrderAndSubscriptionsEndBeforeTheListenerRuns) {
+TEST_F(SignalTest, SubscriptionsRunInOrderUntilTheirSessionEnds) {
   ASSERT_EQ(VXRegisterSignal("news"), VX_SUCCESS);
   ASSERT_EQ(VXRegisterSignal("multi"), VX_SUCCESS);
   VXSetDisconnectListener(NoteSubscribers);

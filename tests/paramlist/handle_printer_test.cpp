@@ -31,7 +31,7 @@ std::string ToBuffer(HVXPARAMLIST list, bool printTypes, std::uint32_t size = 1 
   return std::string(buffer.data());
 }
 
-TEST_F(HandlePrinter, ExampleInBothModes) {
+TEST_F(HandlePrinter, TheExamplePrintsByteForByteInEitherMode) {
   ScopedList list, sub;
   const unsigned char bytes[] = {0x0A, 0xFF};
   VXSetStringValue(sub, "s", "hi");
@@ -51,7 +51,7 @@ TEST_F(HandlePrinter, ExampleInBothModes) {
   EXPECT_EQ(ToBuffer(list, true, n), typed.substr(0, n - 1));
 }
 
-TEST_F(HandlePrinter, EmptyValuesArrayElementsAndAListThatHoldsItself) {
+TEST_F(HandlePrinter, UnusualValuesPrintByteForByte) {
   ScopedList list, one;
   EXPECT_EQ(ToBuffer(list, true), Framed(list, ""));
   VXSetHandleValue(list, "self", list);  // printed once, not until the stack ends

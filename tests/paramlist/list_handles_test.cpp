@@ -40,7 +40,7 @@ std::vector<HVXPARAMLIST> Children(HVXPARAMLIST list) {
   return children;
 }
 
-TEST_F(ListHandles, RemovalRenumbersHandlesAndHandleArrays) {
+TEST_F(ListHandles, RemovalRenumbersEveryChildId) {
   constexpr std::uint32_t N = kNullIndex;
   const struct {
     const char* remove;
@@ -89,7 +89,7 @@ TEST_F(ListHandles, ParentKeepsItsChildrenAlive) {
   VXCloseHandle(child);
 }
 
-TEST_F(ListHandles, CloneCopiesTheImageAndSharesNestedLists) {
+TEST_F(ListHandles, ACloneSharesOnlyItsNestedLists) {
   ScopedList empty;
   ScopedList emptyClone(VXCloneHandle(empty));
   EXPECT_EQ(emptyClone->Data(), nullptr);
@@ -164,7 +164,7 @@ std::string Names(const ParamListHolder& holder) {
 }
 
 // FromHandle borrows, FromRefHandle adopts, and assignment swaps or shares.
-TEST_F(Holder, ConstructionAndAssignmentKeepTheCountsRight) {
+TEST_F(Holder, EveryWayToMakeOrAssignAHolderKeepsTheCount) {
   HVXPARAMLIST h = VXCreateParamList();
   { ParamListHolder borrowed = ParamListHolder::FromHandle(h); }
   EXPECT_EQ(RefCount(h), 1);
@@ -207,7 +207,7 @@ TEST_F(Holder, CopyDataCreatesTheMissingList) {
   EXPECT_EQ(Names(source), "ab");  // a copy would have moved a to the end
 }
 
-TEST_F(Holder, HandlesOfAnArray) {
+TEST_F(Holder, HandlesOfAnArrayComeOutByPosition) {
   ParamListHolder x = ListWith("x", 1), y = ListWith("y", 2), parent = ListWith("n", 0);
   const HVXPARAMLIST items[] = {x.GetHandle(), VX_INVALID_PARAMLIST, y.GetHandle()};
   parent.SetHandleArray("arr", 3, items);
@@ -226,7 +226,7 @@ TEST_F(Holder, HandlesOfAnArray) {
 
 // Two holders of one list: erase takes the iterators of either, ClearList
 // lets go of one reference only, and RemoveAll empties the list for both.
-TEST_F(Holder, EraseClearListAndRemoveAllOnASharedList) {
+TEST_F(Holder, ASharedListStaysConsistentForBothHolders) {
   ParamListHolder list = ListWith("x", 1);
   list.SetInt32("y", 2);
   list.SetInt32("z", 3);

@@ -144,7 +144,7 @@ TEST_F(ListImageTest, SettersReadArgumentsThatPointIntoTheSameList) {
 // The image grows from a small block into large ones, one record at a time;
 // each new record is first set from the one before, read out of the image
 // that the set moves.
-TEST_F(ListImageTest, GrowthKeepsEveryRecordAlsoWhenTheValueComesFromTheList) {
+TEST_F(ListImageTest, GrowthKeepsEveryRecord) {
   ScopedList list;
   auto get = [&list](int i) { return VXGetStringValue(list, ("k" + std::to_string(i)).c_str()); };
   std::vector<std::string> values = {"seed"};
@@ -164,7 +164,7 @@ TEST_F(ListImageTest, GrowthKeepsEveryRecordAlsoWhenTheValueComesFromTheList) {
 
 // Guards the checked growth of the image: a setter that the heap refuses the
 // room fails, and the list stays as it was, its old value of that name kept.
-TEST_F(ListImageTest, ASetterRefusedTheRoomToGrowFailsAndLeavesTheListAsItWas) {
+TEST_F(ListImageTest, ASetterRefusedTheRoomToGrowLeavesTheListAsItWas) {
   ScopedList list;
   const std::vector<unsigned char> bytes(2u << 20, 0x5a);  // images this large skip the pool
   ASSERT_EQ(VXSetBinaryValue(list, "big", bytes.data(), 1u << 20), VX_SUCCESS);
@@ -197,7 +197,7 @@ TEST_F(ListImageTest, TheLongestNameFillsTheHeader) {
 // Kept as applications know them: the 64-bit array getter answers for the
 // 32-bit array only, and VXParamByIndex gives the second record whatever the
 // index.
-TEST_F(ListImageTest, KeptQuirksOfTheGetters) {
+TEST_F(ListImageTest, TheGettersKeepTheirQuirks) {
   ScopedList l;
   const std::uint64_t qwords[] = {1, 2};
   const std::uint32_t dwords[] = {7, 8, 9};

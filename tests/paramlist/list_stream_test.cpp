@@ -88,7 +88,7 @@ class ListStream : public testing::LeakCheckedTest {
 };
 
 // Both images of the example tree, each record byte for byte.
-TEST_F(ListStream, WorkedExample) {
+TEST_F(ListStream, TheExampleTreeGoesOutByteForByte) {
   ScopedList root, sub;
   VXSetInt32Value(root, "id", 7);
   VXSetStringValue(sub, "s", "hi");
@@ -145,7 +145,7 @@ TEST_F(ListStream, ListsOfZeroBytesShowOnlyAsTheirPairs) {
   EXPECT_EQ(RoundTrip(parent), ImageHex(parent) + Pair(empty) + Pair(s) + ImageHex(s));
 }
 
-TEST_F(ListStream, RoundTripKeepsImagesOrderCountAndNullIndexes) {
+TEST_F(ListStream, ARoundTripKeepsTheWholeTree) {
   ScopedList r, n1, n2, n3, received;
   VXSetStringValue(n1, "who", "n1");
   VXSetStringValue(n2, "who", "n2");

@@ -160,7 +160,7 @@ class BusTest(unittest.TestCase):
         self.shop.notify(2, {"note": "no answer wanted"})
         self.server.expect('note:string = "no answer wanted"')
 
-    def test_signals_both_ways(self):
+    def test_signals_cross_both_ways(self):
         # A C++ application's signal reaches our slot 100.
         self.shop.connect_signal("shipped", 100)
         self.shop.disconnect_signal("never-subscribed", 100)  # returns once the owner caught up
@@ -202,7 +202,7 @@ class BusTest(unittest.TestCase):
             self.assertIn('"host:port"', str(raised.exception))
             self.assertIn('"pipe:NAME"', str(raised.exception))
 
-    def test_info_tells_this_process_and_a_peer_may_ask_for_it(self):
+    def test_info_describes_this_process_to_it_and_to_peers(self):
         info = self.bus.info()
         self.assertEqual((info["appId"], info["version"]),
                          (self.bus.app_id, vxbus.library_version()))
@@ -219,7 +219,7 @@ class BusTest(unittest.TestCase):
         self.assertEqual((asked["appId"], asked["version"]), (self.bus.app_id, vxbus.__version__))
         self.assertIn(9, asked["slots"])
 
-    def test_a_slot_or_callback_that_raises_is_logged_and_the_caller_gets_an_empty_reply(self):
+    def test_an_exception_in_a_slot_or_callback_is_logged_not_raised(self):
         self.bus.register_slot(7, lambda args, sender: {"ok": 1, "bad": True})  # fails half filled
         with self.assertLogs("vxbus", "ERROR") as logged:
             self.assertEqual(self.call_with_vxctl(7, "--allow-empty", "n=1"), {})

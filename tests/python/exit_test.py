@@ -55,7 +55,7 @@ class ExitTest(unittest.TestCase):
             if only:  # and nothing else: no exception ignored in a callback, say
                 self.assertEqual(err.strip(), want_error)
 
-    def test_a_bus_left_running_or_a_raise_keeps_the_exit_status(self):
+    def test_a_script_keeps_its_exit_status_whatever_it_leaves_running(self):
         self.script("""
             vxbus.Bus("idle")  # held by no one
             """, 0)

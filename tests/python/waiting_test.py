@@ -14,13 +14,12 @@ import socket
 import sys
 import textwrap
 import threading
-import time
 import unittest
 
 import binding_under_test
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tools"))
-from process_helpers import LIMIT, Program, free_tcp_port  # noqa: E402
+from process_helpers import LIMIT, Program, free_tcp_port, wait_until  # noqa: E402
 
 PYTHON_DIR = TEST_PEER = None
 vxbus = None
@@ -56,16 +55,12 @@ class WaitingTest(unittest.TestCase):
         return session
 
     def assert_lists_let_go(self):
-        """Waits, within LIMIT, for the count of lists alive to come back: they
-        are let go on whichever library thread drops them last."""
-        def alive():
-            return self.bus.info()["counters"]["paramLists"]
-        deadline = time.monotonic() + LIMIT
-        while alive() != self.lists_before and time.monotonic() < deadline:
-            time.sleep(0.001)
-        self.assertEqual(alive(), self.lists_before, "lists alive, and before")
+        """The count of lists alive comes back: they are let go on whichever
+        library thread drops them last."""
+        wait_until(lambda: self.bus.info()["counters"]["paramLists"] == self.lists_before,
+                   "every list let go")
 
-    def test_every_kind_of_wait_keeps_its_deadline_and_the_peer_goes_on(self):
+    def test_every_kind_of_wait_keeps_its_deadline(self):
         def timed_out(error):
             self.assertIsInstance(error, vxbus.TimeoutError)
             self.assertIsInstance(error, builtins.TimeoutError)
@@ -132,7 +127,7 @@ class WaitingTest(unittest.TestCase):
                 self.assertEqual(str(results[0]), "the session with %s ended before the reply "
                                  "(%d)" % (self.shop.app_id, vxbus.VX_ERROR_FAILED))
 
-    def test_ctrl_c_interrupts_a_call_at_once_and_the_call_is_let_go(self):
+    def test_ctrl_c_interrupts_a_call_at_once(self):
         script = textwrap.dedent("""
             import sys, time
             sys.path.insert(0, %r)

@@ -1,16 +1,8 @@
 // SPDX-License-Identifier: MIT
 // A second application for tests, driven line by line over standard input
-// and reporting what happens to it on standard output. It uses only the
-// exported interface of the shared library, as any application would.
-//
-//   vxbus_test_peer --name NAME --host HOST [--port N] [--pipe BASE] [--secret-hex HEX]
-//                   [--max-connections N] [--quiet 1] [--send-queue-bytes N]
-//                   [--dispatch-queue-bytes N]
-//
-// Commands: quit | connect HOST PORT [SECRETHEX] | connect-pipe BASE [SECRETHEX]
-//           | call APPID SLOT | notify APPID SLOT COUNT BYTES [reply] | register-signal NAME
-//           | emit NAME | subscribe APPID SIGNAL SLOT | counters | resources | memory
-//           | release | serve-info SLOT
+// (the verbs of Command below) and reporting what happens to it on standard
+// output. It uses only the exported interface of the shared library, as any
+// application would. Its options are read in main.
 #include <algorithm>
 #include <condition_variable>
 #include <cstdio>

@@ -24,7 +24,15 @@ std::string Error(const std::string& json) {
   return error;
 }
 
-TEST(VxctlJson, ReadsEscapesAndRefusesWhatAListCannotHold) {
+List FromJsonText(const char* text) {
+  Json json;
+  List list;
+  std::string error;
+  EXPECT_TRUE(ParseJson(text, json, error) && ListFromJson(json, 0, list, error)) << error;
+  return list;
+}
+
+TEST(VxctlJson, AcceptsExactlyWhatAListCanHold) {
   Json j;
   std::string error;
   ASSERT_TRUE(ParseJson(
@@ -77,7 +85,7 @@ TEST(VxctlJson, MembersSetAgainMoveToTheEnd) {
   EXPECT_EQ(list.params[1].second.number + list.params[2].second.number, 5u);
 }
 
-TEST(VxctlTypedValue, IntegersTakeTheNarrowestTypeAndRangesHold) {
+TEST(VxctlTypedValue, ArgumentsTakeTheirTypeFromTheKeyOrTheValue) {
   struct Case {
     const char* argument;
     int type;
@@ -123,20 +131,12 @@ TEST(VxctlTypedValue, IntegersTakeTheNarrowestTypeAndRangesHold) {
   EXPECT_FALSE(ListFromJson(json, 0, list, error));
 }
 
-List FromJsonText(const char* text) {
-  Json json;
-  List list;
-  std::string error;
-  EXPECT_TRUE(ParseJson(text, json, error) && ListFromJson(json, 0, list, error)) << error;
-  return list;
-}
-
 // The library's printer shows 0x0a as " a" and leaves the stream in hex
 // after a binary array; vxctl's own form must do neither.
-TEST(VxctlListText, BytesInHexNumbersInDecimalAndNestingByIndent) {
+TEST(VxctlListText, PrintsEachTypeInItsOwnForm) {
   const List list = FromJsonText(R"({"raw:hex":"000102ff0a","blobs:hex[]":["0a",""],"n":255,
       "big:int64":1099511627776,"empty:hex":"","s":"a\"\u001b[2J\u007f",
-      "sub":{"t":"x","l":[{"a":10},null]},"none:list":null,"noWords:string[]":[],
+      "sub":{"t":"x","m":[16],"l":[{"a":10},null]},"none:list":null,"noWords:string[]":[],
       "odd name\n":1})");
   EXPECT_EQ(ListToText(list),
             "raw:hex = 000102ff0a\n"
@@ -149,6 +149,8 @@ TEST(VxctlListText, BytesInHexNumbersInDecimalAndNestingByIndent) {
             "s:string = \"a\\\"\\u001b[2J\\u007f\"\n"
             "sub:list\n"
             "  t:string = \"x\"\n"
+            "  m:int32[] (1)\n"
+            "    [0] = 16\n"
             "  l:list[] (2)\n"
             "    [0]\n"
             "      a:int32 = 10\n"
@@ -162,7 +164,7 @@ TEST(VxctlListText, BytesInHexNumbersInDecimalAndNestingByIndent) {
 // What a peer answers as its bus info is read field by field: a field that
 // is missing or of another type shows as "?", and a peer's text cannot
 // steer the terminal.
-TEST(VxctlBusInfoTable, ShowsEachSessionAndSurvivesAHostileAnswer) {
+TEST(VxctlBusInfoTable, ShowsWhatItCanReadOfAnAnswer) {
   const List info = FromJsonText(R"({"appId":"h:1/shop","version":"0.1.0",
       "slots":[1,65535,4294967295],
       "signals":[{"name":"shipped","subscribers":["h:0/a","h:0/b"],"slots":[1000,7]}],
@@ -245,16 +247,11 @@ TEST(VxctlImageDecoder, RefusesEveryValueThatRunsPastTheImage) {
 // That a whole stream reads back as the same list, vxctl's dump of a saved
 // reply shows; here, that no cut of one is taken for a list.
 TEST(VxctlStreamFile, EveryCutOfASavedStreamIsRefused) {
-  List in;
-  std::string error;
-  Json json;
-  ASSERT_TRUE(ParseJson(R"({"a":1,"s":{"t":"x","u":{"v":[1,2]}},"n:list":null,
-                            "l":[{"w":"y"},null,{}],"b:hex[]":["00",""],"e:int64":5})",
-                        json, error));
-  ASSERT_TRUE(ListFromJson(json, 0, in, error)) << error;
-  HVXPARAMLIST handle = ToHandle(in);
+  HVXPARAMLIST handle = ToHandle(FromJsonText(R"({"a":1,"s":{"t":"x","u":{"v":[1,2]}},
+      "n:list":null,"l":[{"w":"y"},null,{}],"b:hex[]":["00",""],"e:int64":5})"));
   const std::string stream = SerializeStream(handle);
   VXCloseHandle(handle);
+  std::string error;
   ASSERT_TRUE(ParseStream(stream, error)) << error;
   for (std::size_t cut = 0; cut < stream.size(); ++cut)
     EXPECT_FALSE(ParseStream(stream.substr(0, cut), error)) << cut;

@@ -4,6 +4,7 @@ bound, free TCP ports. Standard library only."""
 
 import os
 import selectors
+import signal
 import socket
 import subprocess
 import time
@@ -48,19 +49,22 @@ class Program:
             target = self.lines if key.fileobj is self.proc.stdout else self.errors
             target.extend(line.decode(errors="replace") for line in complete)
 
-    def expect(self, prefix, stream="out", limit=LIMIT, count=1):
-        """The first line (seen so far or later) that starts with `prefix`;
-        with `count`, once that many have come."""
+    def expect(self, text, stream="out", limit=LIMIT, count=1, after=0, anywhere=False):
+        """The first line from index `after` on (seen so far or later) that
+        starts with `text`, or holds it `anywhere`; with `count`, once that
+        many have come."""
         deadline = time.monotonic() + limit
         seen = self.lines if stream == "out" else self.errors
         while True:
-            found = [line for line in seen if line.startswith(prefix)]
+            found = [line for line in seen[after:]
+                     if (text in line if anywhere else line.startswith(text))]
             if len(found) >= count:
                 return found[0]
             left = deadline - time.monotonic()
             if left <= 0 or not self._selector.get_map():
-                raise AssertionError("%s: no line starting with %r; out=%r err=%r" %
-                                     (self.args[:2], prefix, self.lines, self.errors))
+                raise AssertionError("%s: no line %s %r; out=%r err=%r" %
+                                     (self.args[:2], "holding" if anywhere else "starting with",
+                                      text, self.lines, self.errors))
             self._pump(left)
 
     def send(self, line):
@@ -73,6 +77,11 @@ class Program:
         while self._selector.get_map() and time.monotonic() < deadline:
             self._pump(deadline - time.monotonic())
         return self.proc.wait(max(0.0, deadline - time.monotonic()))
+
+    def terminate(self):
+        """SIGTERM, then the exit code."""
+        self.proc.send_signal(signal.SIGTERM)
+        return self.finish()
 
     def stop(self):
         if self.proc.poll() is None:
@@ -87,3 +96,11 @@ def run(args, env=None, stdin_data=None, limit=LIMIT):
     """Runs a program to its end: (exit code, stdout, stderr) as text."""
     done = subprocess.run(args, input=stdin_data, capture_output=True, env=env, timeout=limit)
     return done.returncode, done.stdout.decode(errors="replace"), done.stderr.decode(errors="replace")
+
+
+def wait_until(condition, what, limit=LIMIT):
+    deadline = time.monotonic() + limit
+    while not condition():
+        if time.monotonic() > deadline:
+            raise AssertionError("still not: " + what)
+        time.sleep(0.05)  # polling a condition with a bound, not synchronising by time

@@ -10,56 +10,23 @@ import json
 import os
 import signal
 import sys
-import time
 import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "tools"))
-from process_helpers import LIMIT, Program, free_tcp_port, run, with_secret  # noqa: E402
+from process_helpers import Program, free_tcp_port, run, wait_until, with_secret  # noqa: E402
 
 BRIDGE = VXCTL = PEER = PROBE = NATS_SERVER = None
 SECRET = "tea for two"
 
 
 class Proc(Program):
-    def expect_in(self, text, stream="err", after=0, limit=LIMIT):
-        """The first line from index `after` on that contains `text`."""
-        deadline = time.monotonic() + limit
-        while True:
-            seen = self.lines if stream == "out" else self.errors
-            for line in seen[after:]:
-                if text in line:
-                    return line
-            left = deadline - time.monotonic()
-            if left <= 0 or not self._selector.get_map():
-                raise AssertionError("%s: no line holding %r; out=%r err=%r" %
-                                     (self.args[:2], text, self.lines, self.errors))
-            self._pump(left)
-
-    def count_in(self, text, count, limit=LIMIT):
-        """Waits until `count` lines of standard output hold `text`; gives how many do."""
-        deadline = time.monotonic() + limit
-        while sum(text in line for line in self.lines) < count and time.monotonic() < deadline:
-            if not self._selector.get_map():
-                break
-            self._pump(deadline - time.monotonic())
-        return sum(text in line for line in self.lines)
-
-    def terminate(self):
-        """SIGTERM, then the exit code."""
-        self.proc.send_signal(signal.SIGTERM)
-        return self.finish()
+    def expect_in(self, text, after=0):
+        """The first line of standard error from index `after` on that holds `text`."""
+        return self.expect(text, "err", after=after, anywhere=True)
 
 
 def port_of(app_id):
     return int(app_id.rsplit("/", 1)[0].rsplit(":", 1)[1])
-
-
-def wait_until(condition, what, limit=LIMIT):
-    deadline = time.monotonic() + limit
-    while not condition():
-        if time.monotonic() > deadline:
-            raise AssertionError("still not: " + what)
-        time.sleep(0.05)  # polling a condition with a bound, not synchronising by time
 
 
 class BridgeCase(unittest.TestCase):
@@ -72,9 +39,7 @@ class BridgeCase(unittest.TestCase):
         """Stops `proc` with SIGTERM, reads it to the end, and fails the test
         if a sanitizer spoke in it."""
         try:
-            if proc.proc.poll() is None:
-                proc.proc.send_signal(signal.SIGTERM)
-            proc.finish()
+            proc.terminate()
         finally:
             proc.stop()
         for line in proc.errors:
@@ -155,7 +120,7 @@ class BridgeCase(unittest.TestCase):
 
 
 class TwoInstallations(BridgeCase):
-    def test_call_notify_signal_and_a_subject_nobody_exports(self):
+    def test_calls_notifications_and_signals_cross_between_installations(self):
         _, url = self.nats_server()
         b, pb = self.serve_b()
         target = "127.0.0.1:%d" % pb
@@ -184,9 +149,9 @@ class TwoInstallations(BridgeCase):
         self.assertEqual(code, 0, err)
         b.expect('note:string = "fragile"')
         self.notify_one_way(pa, 22, 3, 5)
-        self.assertEqual(b.count_in("slot 2 from " + b_id, 4), 4)
-        self.assertEqual(plain.count_in("message reply=no ", 3), 3)
-        self.assertEqual(plain.count_in("message reply=yes ", 1), 1)
+        b.expect("slot 2 from " + b_id, count=4)  # exactly 4: counted at B's bridge below
+        plain.expect("message reply=no ", count=3)
+        plain.expect("message reply=yes ")  # the probe stops after 4: 3 and 1 exactly
 
         # B's signal reaches A's subscriber.
         listener = self.listen(pa, "shipped")
@@ -216,7 +181,7 @@ class TwoInstallations(BridgeCase):
 
 
 class Cluster(BridgeCase):
-    def test_killed_server_fails_over_and_the_buffer_is_delivered(self):
+    def test_notifications_buffered_without_a_server_arrive_after_failover(self):
         p1, p2, c1, c2 = (free_tcp_port() for _ in range(4))
         s1, url1 = self.nats_server(p1, cluster=c1, route=c2)
         s2, url2 = self.nats_server(p2, cluster=c2, route=c1)
@@ -261,7 +226,7 @@ class Cluster(BridgeCase):
 
 
 class Restarts(BridgeCase):
-    def test_local_target_and_bridge_restarts(self):
+    def test_calls_resume_after_the_target_or_its_bridge_restarts(self):
         _, url = self.nats_server()
         b, pb = self.serve_b()
         target = "127.0.0.1:%d" % pb
@@ -297,7 +262,7 @@ class Restarts(BridgeCase):
 
 
 class Failures(BridgeCase):
-    def test_bad_options_fail_with_code_2_naming_the_argument(self):
+    def test_a_bad_option_fails_with_code_2_naming_the_argument(self):
         base = ["--nats", "nats://127.0.0.1:4222", "--name", "x"]
         cases = [
             (["--name", "x", "--import", "a=1"], "--nats is missing"),
@@ -334,14 +299,17 @@ class Failures(BridgeCase):
                      "--nats-tls-ca", "--secret-file", "65535"):
             self.assertIn(flag, out)
 
-    def test_a_wrong_local_secret_ends_with_4_and_a_missing_nats_server_is_retried(self):
+    def test_a_wrong_local_secret_ends_with_4(self):
+        _, pb = self.serve_b()
+        code, _, err = run([BRIDGE, "--nats", "nats://127.0.0.1:%d" % free_tcp_port(), "--name", "x",
+                            "--export", "a=127.0.0.1:%d,1" % pb], env=with_secret("not the secret"))
+        self.assertEqual(code, 4, err)
+        self.assertIn("127.0.0.1:%d refused the bridge: wrong secret" % pb, err)
+
+    def test_a_missing_nats_server_is_retried_until_it_comes(self):
         nats_port = free_tcp_port()
         _, pb = self.serve_b()
         url = "nats://127.0.0.1:%d" % nats_port
-        code, _, err = run([BRIDGE, "--nats", url, "--name", "x", "--export", "a=127.0.0.1:%d,1" % pb],
-                           env=with_secret("not the secret"))
-        self.assertEqual(code, 4, err)
-        self.assertIn("127.0.0.1:%d refused the bridge: wrong secret" % pb, err)
         bridge, _ = self.bridge("bridgeb", url, "--json", "--export",
                                 "svc.echo=127.0.0.1:%d,1" % pb)
         bridge.expect_in("cannot reach NATS at %s: nothing answered; retrying" % url)
@@ -352,7 +320,7 @@ class Failures(BridgeCase):
 
 
 class Json(BridgeCase):
-    def test_plain_nats_client_interop_without_loops(self):
+    def test_a_plain_nats_client_takes_part_without_loops(self):
         _, url = self.nats_server()
         b, pb = self.serve_b()
         pipe = "vxbridge-test-%d" % os.getpid()
