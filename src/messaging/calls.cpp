@@ -48,7 +48,7 @@ HVXPARAMLIST VXCall(const char* applicationName, std::uint32_t slotId, HVXPARAML
   if (!message) return VX_INVALID_PARAMLIST;
   // No time limit: a call lasts as long as its session does. A slot waiting
   // here needs a reader to bring the reply, so readers must not wait for it.
-  VXMessageQueue::ConsumerAway away(Messaging().DispatchQueue());
+  VXMessageQueue::ConsumerAway away(Messaging().Dispatch());
   message->WaitForCompletion();
   return TakeReply(message);
 }

@@ -23,7 +23,7 @@ HVXPARAMLIST VXCallWithTimeout(const char* applicationName, std::uint32_t slotId
   MessageRef message = SendCall(applicationName, slotId, list);
   if (!message) return VX_INVALID_PARAMLIST;
   // As in VXCall: a slot waiting here needs a reader to bring the reply.
-  VXMessageQueue::ConsumerAway away(Messaging().DispatchQueue());
+  VXMessageQueue::ConsumerAway away(Messaging().Dispatch());
   if (!message->WaitForCompletion(std::chrono::milliseconds(timeoutMs)))
     return VX_INVALID_PARAMLIST;
   return TakeReply(message);

@@ -5,13 +5,13 @@
 #include <string>
 #include <thread>
 
+#include "messaging/dispatch_queue.h"
 #include "messaging/messaging_context.h"
 #include "messaging/slot_table.h"
 #include "paramlist/handle.h"
 #include "paramlist/param_list.h"
 #include "runtime/log.h"
 #include "runtime/printable_name.h"
-#include "session/message_queue.h"
 #include "session/session.h"
 #include "session/session_registry.h"
 
@@ -77,31 +77,11 @@ class DroppedMessages {
   std::uint32_t count_ = 0;
 };
 
-// A call whose request could not be written gets the empty output list.
-void CompleteUnwrittenCall(Message& message) {
-  message.Complete(false);
-}
-
 }  // namespace
-
-QueueTally DropDispatchBacklog() {
-  VXMessageQueue& queue = Messaging().DispatchQueue();
-  QueueTally dropped;
-  // Pushed nulls count no bytes: once none are left, only wake-ups remain.
-  while (queue.QueuedBytes() != 0) {
-    MessageRef message;
-    queue.Pop(message, 0);
-    if (!message) continue;
-    dropped.Add(VXMessageQueue::MessageBytes(message));
-    if (message->GetState() == kStateReply) CompleteUnwrittenCall(*message);
-  }
-  queue.Clear();
-  return dropped;
-}
 
 void DispatchThread() {
   MessagingContext& context = Messaging();
-  VXMessageQueue& queue = context.DispatchQueue();
+  DispatchQueue& queue = context.Dispatch();
   DroppedMessages dropped;
   queue.SetConsumerThread(std::this_thread::get_id());
   for (;;) {

@@ -8,9 +8,9 @@
 
 #include <string>
 
+#include "messaging/dispatch_queue.h"
 #include "messaging/signal_table.h"
 #include "messaging/slot_table.h"
-#include "session/message_queue.h"
 #include "session/session_registry.h"
 
 namespace vxbus {
@@ -18,7 +18,7 @@ namespace vxbus {
 class MessagingContext {
  public:
   virtual SessionRegistry& Sessions() = 0;
-  virtual VXMessageQueue& DispatchQueue() = 0;
+  virtual DispatchQueue& Dispatch() = 0;
   virtual VXSlotTable& Slots() = 0;
   virtual VXSignalTable& Signals() = 0;
   // True from the last VXShutdown's start until the next initialise.

@@ -210,7 +210,7 @@ _tag_VX_ERROR VXShutdown(void) {
   // No test for existence: without a dispatch thread this raises the
   // invalid-argument system error, as it always has.
   context.dispatchThread.join();
-  ReportShutdownDrops(DropDispatchBacklog());
+  ReportShutdownDrops(context.dispatchQueue.DropBacklog());
   platform::StopSocketLibrary();
   return VX_SUCCESS;
 }

@@ -68,7 +68,7 @@ class ProcessContext final : public SessionServices, public MessagingContext {
 
   // --- What sessions and messaging share.
   SessionRegistry registry;
-  VXMessageQueue dispatchQueue{true, true};
+  DispatchQueue dispatchQueue;
   VXSlotTable slotTable;
   VXSignalTable signalTable;
   SessionListeners listeners;
@@ -100,7 +100,7 @@ class ProcessContext final : public SessionServices, public MessagingContext {
   void SessionEnded(Session* session) override;
   // MessagingContext.
   SessionRegistry& Sessions() override { return registry; }
-  VXMessageQueue& DispatchQueue() override { return dispatchQueue; }
+  DispatchQueue& Dispatch() override { return dispatchQueue; }
   VXSlotTable& Slots() override { return slotTable; }
   VXSignalTable& Signals() override { return signalTable; }
   bool ShuttingDown() const override { return shuttingDown.load(std::memory_order_relaxed); }

@@ -4,7 +4,7 @@
 
 #include <chrono>
 
-#include "messaging/dispatch_thread.h"
+#include "messaging/dispatch_queue.h"
 #include "session/message.h"
 #include "session/message_queue.h"
 #include "session/session.h"
@@ -23,7 +23,7 @@ TEST(ShutdownDrain, CompletesACallWhoseRequestFailedToWrite) {
   MessageRef call(new Message(completed, session, 7, VX_INVALID_PARAMLIST, nullptr, nullptr));
   call->SetReplyState();  // as the writer hands over a call it could not write
   testing::Context().dispatchQueue.Push(call);
-  const QueueTally dropped = DropDispatchBacklog();
+  const QueueTally dropped = testing::Context().dispatchQueue.DropBacklog();
   EXPECT_TRUE(completed->WaitFor(std::chrono::seconds(5)));
   EXPECT_EQ(dropped.messages, 1u);
   EXPECT_EQ(testing::Context().dispatchQueue.QueuedBytes(), 0u);
