@@ -47,12 +47,6 @@ void CallAuthFailedListener(const Session* session, const std::string& appId) {
     listener(session->LocalAddress().c_str(), session->RemoteAddress().c_str(), appId.c_str());
 }
 
-// The address part of a channel's peer address text ("a.b.c.d:port"), which
-// wrong secrets are counted by; a text without a port counts as a whole.
-std::string SourceOf(const std::string& peerAddress) {
-  return peerAddress.substr(0, peerAddress.rfind(':'));
-}
-
 // Steps 3 to 5 of the exchange on the accepting side: the challenge goes
 // out, the answer must match the digest over our secret block. A source in
 // its back-off gets no challenge, and its answer is not compared.
@@ -98,7 +92,7 @@ void Session::RunAcceptExchange() {
     return;
   }
   WriteAppId(link, environment_.ownAppId);
-  if (!ChallengeAnswered(link, SourceOf(RemoteAddress()), *environment_.services)) {
+  if (!ChallengeAnswered(link, link.SourceKey(), *environment_.services)) {
     VX_LOG(kLogWarning, "Stage 2: credentials failed");
     CallAuthFailedListener(this, appId);  // the peer's first naming
     return;

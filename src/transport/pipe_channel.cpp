@@ -134,6 +134,11 @@ std::string PipeChannel::GetPeerAddress() {
   return peerAddress;
 }
 
+std::string PipeChannel::SourceKey() {
+  if (clientProcess_ == 0) return peerAddress;
+  return peerAddress + " process " + std::to_string(clientProcess_);
+}
+
 std::string PipeChannel::GetLocalAddress() {
   return localAddress;
 }

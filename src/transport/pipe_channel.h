@@ -50,6 +50,10 @@ class PipeChannel : public ITransportChannel, private ReadBuffer::Source, privat
   void BeginWriteBatch() override;
   std::int32_t EndWriteBatch() override;
   Status FirstFailure() const override;
+  // The pipe's name and the client's process, once the listener has told it.
+  std::string SourceKey() override;
+  // The listener's side: the process id of the client the pipes pair with.
+  void SetClientProcess(std::uint32_t process) { clientProcess_ = process; }
 
  private:
   // One read of the pipe within the read's limits, after a brief look for
@@ -61,6 +65,7 @@ class PipeChannel : public ITransportChannel, private ReadBuffer::Source, privat
   platform::LocalPipe* pipe;
   std::string peerAddress;
   std::string localAddress;
+  std::uint32_t clientProcess_ = 0;  // 0: not known (the connecting side)
   const ChannelLimits limits_;
   ReadBuffer readBuffer_;                              // reader only
   const std::atomic<bool>* stopFlagOfRead_ = nullptr;  // of the read under way

@@ -32,6 +32,7 @@ ChannelRef PipeChannelListener::Accept(const ChannelLimits& limits, std::uint32_
     platform::CloseLocalPipe(pipe);
     return ChannelRef();
   }
+  channel->SetClientProcess(*client);
   return ChannelRef(channel);
 }
 

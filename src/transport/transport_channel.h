@@ -29,6 +29,13 @@ class ITransportChannel : public IByteStream {
   // it sent before still wait unread; false when not, or when the channel
   // can't tell without reading. Never blocks; the reading thread.
   virtual bool PeerEnded() { return false; }
+  // What wrong secrets are counted by: the peer's address without its port,
+  // unless the channel knows its peer better (a pipe knows its client's
+  // process), so that one peer's guesses never hold back another's.
+  virtual std::string SourceKey() {
+    const std::string address = GetPeerAddress();
+    return address.substr(0, address.rfind(':'));
+  }
 
   // Between these two, small writes may be collected and passed on together
   // in fewer system calls, in order; EndWriteBatch passes on what is left.

@@ -17,6 +17,7 @@
 #include "raw_client.h"
 #include "transport/app_id_block.h"
 #include "transport/challenge.h"
+#include "transport/pipe_channel.h"
 #include "transport/socket_channel.h"
 
 namespace vxbus {
@@ -178,6 +179,26 @@ TEST_F(AdmissionTest, WrongSecretsBackOffTheirSourceOnly) {
                             "closed 1 connection(s) at once"),
             1)
       << "one line for the refused ones until its period ends";
+}
+
+// Guards the back-off's source over pipes: the listener tells pipe clients
+// apart by their process, so one process's wrong secrets never refuse another's.
+TEST_F(AdmissionTest, WrongSecretsOverPipesBackOffTheGuessingProcessOnly) {
+  const std::string pipe = UniquePipeName("guarded");
+  PeerOptions guardedOptions = PipePeer("guarded", pipe);
+  guardedOptions.secretHex = kSecretHex;
+  Peer guarded(guardedOptions), honest(PipePeer("honest", ""));
+  ASSERT_TRUE(guarded.Ready() && honest.Ready());
+  const auto guess = [&pipe](const std::string& secret) {
+    ChannelRef channel;
+    WaitUntil([&] { return (channel = ConnectPipeChannel(pipe, ChannelLimits())).IsValid(); });
+    return channel ? SpeakClientHandshake(*channel, "g:1/guesser", secret) : Outcome::kNoChallenge;
+  };
+  for (int attempt = 0; attempt < 4; ++attempt)
+    EXPECT_EQ(guess("wrong"), Outcome::kRefused);
+  EXPECT_EQ(guess(kSecret), Outcome::kNoChallenge) << "this process is in its back-off";
+  EXPECT_EQ(ConnectPipeRetryingFrom(honest, pipe, kSecretHex),
+            "connect-result 0 " + guarded.AppId());
 }
 
 // A name with a line feed stays on its line, escaped; the rest of the name

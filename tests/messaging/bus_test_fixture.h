@@ -127,10 +127,11 @@ class BusTest : public ::testing::Test {
   }
 
   // The same from the peer `client`: its "connect-result" line.
-  static std::string ConnectPipeRetryingFrom(Peer& client, const std::string& pipe) {
+  static std::string ConnectPipeRetryingFrom(Peer& client, const std::string& pipe,
+                                             const std::string& secretHex = "") {
     std::string result;
     WaitUntil([&] {
-      client.Send("connect-pipe " + pipe);
+      client.Send("connect-pipe " + pipe + " " + secretHex);
       result = client.Expect("connect-result ");
       return result.rfind("connect-result -1", 0) != 0;
     });
